@@ -1,0 +1,111 @@
+// The OS boundary: every platform socket, resolver and adapter call of the
+// library goes through these functions. ZyNetwork/Posix/ and
+// ZyNetwork/Windows/ each implement all of them; portable code includes only
+// this header.
+//
+// Conventions:
+// - Families are the portable numbers (0, 1, 2, 23); address records are
+//   ZYNET_SockAddr in portable form. Translation happens inside.
+// - Functions returning int give 0 on success or a portable (Winsock) error
+//   code, and store that code as the thread's last socket error on failure.
+// - Handles are ZYNET_SOCKET (unsigned 32-bit, all ones for none).
+// Internal: not installed, not exported.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include "ZyNetwork/ZySockAddr.h"
+#include "ZyNetwork/ZySocketTypes.h"
+
+namespace zyos
+{
+// ---- errors and families -------------------------------------------------
+int LastError();               // the thread's last socket error
+void SetLastError(int code);   // sets it
+int TranslateErrno(int osError);        // POSIX errno -> Winsock code; identity on Windows
+int TranslateResolverError(int osCode); // getaddrinfo/getnameinfo result -> Winsock code
+int FamilyToOs(int portableFamily);
+int FamilyFromOs(int osFamily);
+
+// ---- start-up ------------------------------------------------------------
+int Startup();   // WSAStartup(2.2) on Windows; nothing on POSIX
+int Cleanup();
+
+// ---- sockets -------------------------------------------------------------
+// Every socket is created close-on-exec; on Linux sends never raise SIGPIPE.
+int Socket(int family, int type, int protocol, ZYNET_SOCKET* out);
+int Close(ZYNET_SOCKET handle);
+int Bind(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr, int length);
+int Connect(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr, int length);
+int Listen(ZYNET_SOCKET handle, int backlog);
+// `length` in: capacity (bytes of the record offered); out: length written.
+int Accept(ZYNET_SOCKET handle, ZYNET_SockAddr* peer, int* length, ZYNET_SOCKET* out);
+int Shutdown(ZYNET_SOCKET handle, int how);
+// One send/recv call each. `transferred` gets the byte count (>= 0) on success.
+int Send(ZYNET_SOCKET handle, const void* buffer, int length, int flags, int* transferred);
+int Recv(ZYNET_SOCKET handle, void* buffer, int length, int flags, int* transferred);
+int SendTo(ZYNET_SOCKET handle, const void* buffer, int length, int flags, const ZYNET_SockAddr* to, int toLength,
+           int* transferred);
+int RecvFrom(ZYNET_SOCKET handle, void* buffer, int length, int flags, ZYNET_SockAddr* from, int* fromLength,
+             int* transferred);
+int GetSockOpt(ZYNET_SOCKET handle, int level, int option, char* value, int* length);
+int SetSockOpt(ZYNET_SOCKET handle, int level, int option, const char* value, int length);
+int Ioctl(ZYNET_SOCKET handle, long command, unsigned long* argument);
+int SetNonBlocking(ZYNET_SOCKET handle, bool nonBlocking);
+int ReadQueueLength(ZYNET_SOCKET handle, unsigned int* length);
+int GetSockName(ZYNET_SOCKET handle, ZYNET_SockAddr* out, int* length);
+int GetPeerName(ZYNET_SOCKET handle, ZYNET_SockAddr* out, int* length);
+int SocketFamily(ZYNET_SOCKET handle);  // portable family, or -1
+int SetKeepAlive(ZYNET_SOCKET handle, int idleSeconds, int intervalSeconds);
+int RequestLoopbackFastPath(ZYNET_SOCKET handle);  // a no-op on POSIX
+int SetIpTtl(ZYNET_SOCKET handle, int ttl);         // IP_TTL at level IP
+
+// ---- waiting -------------------------------------------------------------
+enum PollEvents : short
+{
+    POLL_READ = 1,    // readable, peer closed, or error (as select's read set)
+    POLL_WRITE = 2,   // writable, or error (as select's write set)
+    POLL_EXCEPT = 4,  // out-of-band data or a failed connect (as select's exception set)
+    POLL_INVALID = 8  // revents only: not a socket
+};
+struct PollEntry
+{
+    ZYNET_SOCKET handle;
+    short events;
+    short revents;
+};
+// Waits up to timeoutMs (-1: no limit) for any entry. `ready` gets the
+// number of entries with a non-zero revents.
+int Poll(PollEntry* entries, int count, int timeoutMs, int* ready);
+
+// ---- resolver ------------------------------------------------------------
+// Portable hint and flag values (Winsock's numbers).
+enum
+{
+    AI_FLAG_CANONNAME = 2,
+    AI_FLAG_NUMERICHOST = 4,
+    NI_FLAG_NUMERICHOST = 2,
+    NI_FLAG_NAMEREQD = 4
+};
+// getaddrinfo with no service. Entries of family IPv4 and IPv6 are appended
+// to `out` in resolver order, in portable form with the port as the
+// resolver gave it; other families are skipped. `otherFamilies` (may be null)
+// counts the skipped ones. Returns 0 or the translated resolver code and
+// stores it as the thread's last socket error either way.
+int GetAddrInfo(const char* name, int flags, int family, int socktype, int protocol,
+                std::vector<ZYNET_SockAddr>* out, int* otherFamilies);
+// getnameinfo into `host` (no service). Returns the translated code and
+// stores it as the thread's last socket error either way.
+int GetNameInfo(const ZYNET_SockAddr* addr, int length, char* host, int hostLength, int flags);
+int GetHostName(char* buffer, int length);
+int GetServByName(const char* service, const char* protocol, struct servent** out);
+int GetServByPort(int port, const char* protocol, struct servent** out);
+
+// ---- Unix-domain support -------------------------------------------------
+// The registry's version fields when they can be read (Windows); false on
+// POSIX or when any read fails.
+bool ReadWindowsVersion(unsigned long* major, unsigned long* build, unsigned long* revision);
+}  // namespace zyos

@@ -1,0 +1,156 @@
+// The flat socket functions and the socket classes CZySocketDescriptor and
+// CZySocket.
+#pragma once
+
+#include <string>
+
+#include "ZyNetwork/ZyFdset.h"
+#include "ZyNetwork/ZyIPAddr.h"
+#include "ZyNetwork/ZySockAddr.h"
+#include "ZyNetwork/ZySocketTypes.h"
+
+// Socket types and protocols used by the flat calls.
+#define ZYNET_SOCK_STREAM 1
+#define ZYNET_SOCK_DGRAM 2
+#define ZYNET_SOCK_RAW 3
+#define ZYNET_IPPROTO_ICMP 1
+#define ZYNET_IPPROTO_UDP 17
+
+typedef void (*ZYNET_SocketCallback)(ZYNET_SOCKET handle);
+
+extern "C" {
+
+ZYNET_API int ZYNET_socket(int family, ZYNET_SOCKET* out);
+ZYNET_API int ZYNET_dgramsocket(int family, ZYNET_SOCKET* out);
+ZYNET_API int ZYNET_icmpsocket(int family, ZYNET_SOCKET* out);
+ZYNET_API int ZYNET_bind(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr);
+ZYNET_API int ZYNET_connect(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr);
+ZYNET_API int ZYNET_listen(ZYNET_SOCKET handle, int backlog);
+ZYNET_API int ZYNET_accept(ZYNET_SOCKET listener, ZYNET_SOCKET* out, ZYNET_SockAddr* peer);
+ZYNET_API int ZYNET_close(ZYNET_SOCKET handle);
+ZYNET_API int ZYNET_shutdown(ZYNET_SOCKET handle, int how);
+ZYNET_API int ZYNET_send(ZYNET_SOCKET handle, const void* buffer, int length, int* count, int flags);
+ZYNET_API int ZYNET_recv(ZYNET_SOCKET handle, void* buffer, int length, int* count, int flags);
+ZYNET_API int ZYNET_sendwithtimeout(ZYNET_SOCKET handle, const void* buffer, int length, int* count, int seconds,
+                                    int* timedOut, int flags);
+ZYNET_API int ZYNET_recvwithtimeout(ZYNET_SOCKET handle, void* buffer, int length, int* count, int seconds,
+                                    int* timedOut, int flags);
+ZYNET_API int ZYNET_sendtoicmpsocket(ZYNET_SOCKET handle, ZYNET_SockAddr* peer, const void* buffer, int length,
+                                     int* count, int flags, int seconds, int* timedOut);
+ZYNET_API int ZYNET_recvfromicmpsocket(ZYNET_SOCKET handle, ZYNET_SockAddr* peer, void* buffer, int length,
+                                       int* count, int flags, int seconds, int* timedOut);
+// Waits on list-form descriptor sets; each set is rewritten to the ready
+// handles. `count` (may be null) receives the number of ready entries.
+ZYNET_API int ZYNET_select(int nfds, ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZYNET_fd_set* exceptSet,
+                           const struct timeval* timeout, int* count);
+// `command` is the platform's own ioctl command (FIONREAD, FIONBIO, ...).
+ZYNET_API int ZYNET_ioctl(ZYNET_SOCKET handle, long command, unsigned long* argument);
+ZYNET_API int ZYNET_setblocking(ZYNET_SOCKET handle);
+ZYNET_API int ZYNET_setnonblocking(ZYNET_SOCKET handle);
+// Levels and options are the platform's own.
+ZYNET_API int ZYNET_getsockopt(ZYNET_SOCKET handle, int level, int option, char* value, int* length);
+ZYNET_API int ZYNET_setsockopt(ZYNET_SOCKET handle, int level, int option, const char* value, int length);
+ZYNET_API int ZYNET_getsockname(ZYNET_SOCKET handle, ZYNET_SockAddr* out);
+ZYNET_API int ZYNET_getpeername(ZYNET_SOCKET handle, ZYNET_SockAddr* out);
+ZYNET_API int ZYNET_getsockfamily(ZYNET_SOCKET handle);
+ZYNET_API int ZYNET_settcpkeepaliveoptions(ZYNET_SOCKET handle, int idleSeconds, int intervalSeconds);
+ZYNET_API int ZYNET_socketpair(ZYNET_SOCKET pair[2]);
+ZYNET_API void ZYNET_setclosecb(ZYNET_SocketCallback callback);
+ZYNET_API void ZYNET_setlistencb(ZYNET_SocketCallback callback);
+// The thread's last socket error (WSAGetLastError on Windows).
+ZYNET_API int ZYNET_getlasterror(void);
+ZYNET_API void ZYNET_setlasterror(int code);
+
+}  // extern "C"
+
+class ZYNET_API CZySocketDescriptor
+{
+public:
+    CZySocketDescriptor() : m_handle(ZYNET_INVALID_SOCKET) {}
+    CZySocketDescriptor(ZYNET_SOCKET handle) : m_handle(handle) {}
+
+    operator ZYNET_SOCKET() const { return m_handle; }
+    operator ZYNET_SOCKET&() { return m_handle; }
+    ZYNET_SOCKET* operator&() { return &m_handle; }
+    CZySocketDescriptor& operator=(const CZySocketDescriptor& other) = default;
+    CZySocketDescriptor(const CZySocketDescriptor& other) = default;
+
+    bool IsValid() const { return IsValid(m_handle); }
+    static bool IsValid(ZYNET_SOCKET handle) { return handle != ZYNET_INVALID_SOCKET; }
+    std::string AsString() const { return AsString(m_handle); }
+    static std::string AsString(ZYNET_SOCKET handle);
+
+private:
+    ZYNET_SOCKET m_handle;
+};
+
+class ZYNET_API CZySocket
+{
+public:
+    CZySocket();
+    CZySocket(const sockaddr_in& address);
+    CZySocket(const sockaddr_in6& address);
+    CZySocket(const CZyIPAddr& address);
+    CZySocket(const char* address);
+    CZySocket(const CZySocket& other);
+
+    CZySocket& operator=(const CZySocket& other);
+    CZySocket& operator=(const sockaddr_in& address);
+    CZySocket& operator=(const sockaddr_in6& address);
+    CZySocket& operator=(const CZyIPAddr& address);
+    CZySocket& operator=(const char* address);
+
+    bool operator==(const CZySocket& other) const;
+    bool operator!=(const CZySocket& other) const { return !(*this == other); }
+    bool operator<(const CZySocket& other) const;
+
+    bool IsValid() const { return m_handle != ZYNET_INVALID_SOCKET; }
+    CZySocketDescriptor GetSocketDescriptor() const { return CZySocketDescriptor(m_handle); }
+    CZyIPAddr::IP_FAMILY GetAddressFamily() const;
+    const CZyIPAddr& GetAddress() const { return m_address; }
+    static CZySocket Dummy();
+
+    CZyError Socket(const CZyIPAddr& address);
+    CZyError DgramSocket(const CZyIPAddr& address);
+    CZyError ICMPSocket(const CZyIPAddr& address, CZyIPAddr::IP_FAMILY family);
+    CZyError Bind(const CZyIPAddr& address);
+    CZyError Listen(int backlog);
+    CZyError Connect(const CZyIPAddr& address);
+    CZyError Accept(CZySocket& out);
+    CZyError AcceptWithTimeout(CZySocket& out, int seconds, int* timedOut);
+
+    CZyError Recv(void* buffer, int length, int flags, int* received);
+    CZyError Send(const void* buffer, int length, int flags, int* sent);
+    CZyError RecvWithTimeout(void* buffer, int length, int seconds, int* timedOut, int flags, int* received);
+    CZyError SendWithTimeOut(const void* buffer, int length, int seconds, int* timedOut, int flags, int* sent);
+    CZyError RecvfromICMPSocket(void* buffer, int length, int seconds, int* timedOut, int flags, int* received);
+    CZyError SendtoICMPSocket(const void* buffer, int length, int seconds, int* timedOut, int flags, int* sent);
+
+    CZyError GetSockOpt(int level, int option, char* value, int* length);
+    CZyError SetSockOpt(int level, int option, char* value, int length);
+    CZyError NagleOff();
+    CZyError NagleOn();
+    CZyError SetToBlocking();
+    CZyError SetToNonBlocking();
+    CZyError GetReadQueueLen(unsigned int* length);
+    CZyError GetLocalAddress(CZyIPAddr& address);
+    CZyError GetPeerAddress(CZyIPAddr& address);
+    std::string GetLocalAddressString();
+    std::string GetPeerAddressString();
+    CZyError Shutdown(int how);
+
+    static CZyError CreateSocketPair(CZySocket* first, CZySocket* second);
+
+    void Close();
+    void Clear();
+    void AttachConnectedSocket(ZYNET_SOCKET handle);
+    void AttachConnectedSocket(ZYNET_SOCKET handle, CZyIPAddr address);
+    static void SetFastLoopBack(bool enable);
+
+private:
+    ZYNET_SOCKET m_handle;
+    CZyIPAddr m_address;
+
+    static CZySocket m_DummyObj;
+    static bool bEnableLoopBack;
+};

@@ -1,0 +1,35 @@
+// Time stamps, process id and sleep of the utility layer.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+
+#include "ZyUtils/ZyExport.h"
+
+// A point on the monotonic clock, so that intervals never jump with the
+// wall clock.
+class ZYNET_API CTimeStamp
+{
+public:
+    CTimeStamp() : m_sec(0), m_nsec(0) {}
+    static CTimeStamp Now();
+    struct timespec AsTimeSpec() const;
+    // Milliseconds as seconds * 1000 + nanoseconds / 1e6.
+    double AsMilliseconds() const { return static_cast<double>(m_sec) * 1000.0 + static_cast<double>(m_nsec) / 1e6; }
+
+private:
+    int64_t m_sec;
+    int64_t m_nsec;
+};
+
+namespace FXProcess
+{
+ZYNET_API unsigned long getProcessId();
+}
+
+// Seconds since 1970 truncated to 32 bits (what Windows calls _time32).
+ZYNET_API int32_t ZyTime32();
+
+// Sleeps for the given milliseconds; the source file and line say who slept.
+ZYNET_API void ZYSLEEP_InTeRnAl(unsigned int milliseconds, const char* file, int line);
+#define ZYSLEEP(ms) ZYSLEEP_InTeRnAl((ms), __FILE__, __LINE__)

@@ -1,0 +1,51 @@
+#include "support/TestEnv.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+
+#include "ZyUtils/ZyTime.h"
+
+#if defined(_WIN32)
+#include <winsock2.h>
+#else
+#include <unistd.h>
+#endif
+
+namespace zytest
+{
+void InitTestProcess()
+{
+#if defined(_WIN32)
+    WSADATA data;
+    WSAStartup(MAKEWORD(2, 2), &data);
+#endif
+}
+
+bool IsWindowsTarget()
+{
+#if defined(_WIN32)
+    return true;
+#else
+    return false;
+#endif
+}
+
+bool IsRoot()
+{
+#if defined(_WIN32)
+    return false;
+#else
+    return geteuid() == 0;
+#endif
+}
+
+std::string TempSocketPath(const char* tag)
+{
+    static std::atomic<int> counter{0};
+    char path[128];
+    snprintf(path, sizeof(path), "/tmp/zynet-%s-%lu-%d.sock", tag, FXProcess::getProcessId(), counter++);
+    std::remove(path);
+    return path;
+}
+}  // namespace zytest

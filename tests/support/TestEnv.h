@@ -1,0 +1,16 @@
+// Process set-up and small helpers shared by the test programs.
+#pragma once
+
+#include <string>
+
+namespace zytest
+{
+// Starts the socket library for the whole test process.
+void InitTestProcess();
+// True when the process runs on the Windows target (under Wine in CI).
+bool IsWindowsTarget();
+// True when running as root on Linux (namespaces, raw sockets).
+bool IsRoot();
+// A fresh path for a Unix-domain socket, unique per call.
+std::string TempSocketPath(const char* tag);
+}  // namespace zytest
