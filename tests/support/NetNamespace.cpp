@@ -1,0 +1,128 @@
+#include "support/NetNamespace.h"
+
+#if defined(_WIN32)
+
+namespace zytest
+{
+bool CanUseNetNamespaces()
+{
+    return false;
+}
+std::string RunInNetNamespace(const std::function<std::string()>&, int)
+{
+    return "network namespaces are not available on this target";
+}
+int Shell(const std::string&)
+{
+    return -1;
+}
+}  // namespace zytest
+
+#else
+
+#include <sched.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace zytest
+{
+int Shell(const std::string& command)
+{
+    std::string quiet = command + " 1>&2";
+    int status = std::system(quiet.c_str());
+    if (status == -1)
+        return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
+}
+
+bool CanUseNetNamespaces()
+{
+    static int cached = -1;
+    if (cached < 0)
+    {
+        if (geteuid() != 0)
+            cached = 0;
+        else
+        {
+            std::string result = RunInNetNamespace([] { return std::string(); }, 10);
+            cached = result.empty() ? 1 : 0;
+        }
+    }
+    return cached == 1;
+}
+
+std::string RunInNetNamespace(const std::function<std::string()>& body, int timeoutSeconds)
+{
+    int fds[2];
+    if (pipe(fds) != 0)
+        return std::string("pipe: ") + strerror(errno);
+    fflush(nullptr);
+    pid_t pid = fork();
+    if (pid < 0)
+    {
+        close(fds[0]);
+        close(fds[1]);
+        return std::string("fork: ") + strerror(errno);
+    }
+    if (pid == 0)
+    {
+        close(fds[0]);
+        std::string text;
+        if (unshare(CLONE_NEWNET) != 0)
+            text = std::string("unshare(CLONE_NEWNET): ") + strerror(errno);
+        else if (Shell("ip link set lo up") != 0)
+            text = "could not bring loopback up";
+        else
+            text = body();
+        size_t off = 0;
+        while (off < text.size())
+        {
+            ssize_t n = write(fds[1], text.data() + off, text.size() - off);
+            if (n <= 0)
+                break;
+            off += static_cast<size_t>(n);
+        }
+        close(fds[1]);
+        _exit(text.empty() ? 0 : 1);
+    }
+    close(fds[1]);
+    std::string text;
+    char buffer[512];
+    alarm(0);
+    for (;;)
+    {
+        ssize_t n = read(fds[0], buffer, sizeof(buffer));
+        if (n > 0)
+            text.append(buffer, static_cast<size_t>(n));
+        else if (n < 0 && errno == EINTR)
+            continue;
+        else
+            break;
+    }
+    close(fds[0]);
+    int status = 0;
+    int waited = 0;
+    while (waitpid(pid, &status, WNOHANG) == 0)
+    {
+        if (waited++ >= timeoutSeconds * 10)
+        {
+            kill(pid, SIGKILL);
+            waitpid(pid, &status, 0);
+            return text + " [child killed after timeout]";
+        }
+        usleep(100000);
+    }
+    if (WIFSIGNALED(status))
+        return text + " [child died of signal " + std::to_string(WTERMSIG(status)) + "]";
+    if (WIFEXITED(status) && WEXITSTATUS(status) != 0 && text.empty())
+        return "child exited with status " + std::to_string(WEXITSTATUS(status));
+    return text;
+}
+}  // namespace zytest
+
+#endif
