@@ -3,6 +3,7 @@
 // blocks and probe the protocol stacks.
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <utility>
 #include <vector>
@@ -99,9 +100,26 @@ public:
     static CZyError IsUnixStackPresent(bool& present);
 
 private:
+    // Builds a zeroed address without touching the sentinel. Constant
+    // initialisation of m_DummyIp relies on this being constexpr: the
+    // sentinel must be valid before any other static object is constructed.
+    enum class NoSentinel
+    {
+        Tag
+    };
+    constexpr explicit CZyIPAddr(NoSentinel) : m_addr{} {}
+
+    // Resolves the sentinel into m_DummyIp once; retried by each default
+    // construction until it succeeds.
+    static void ArmCollisionSentinel();
+    // True when the sentinel is armed and `candidate` equals it.
+    static bool IsCollision(const CZyIPAddr& candidate);
+
     ZYNET_SockAddr m_addr;
 
     // The resolver's answer for the name-collision sentinel 127.0.53.53.
+    // m_DummyIp is written only while m_DummyIpInit is false (under a lock)
+    // and read only after it became true.
     static CZyIPAddr m_DummyIp;
-    static bool m_DummyIpInit;
+    static std::atomic<bool> m_DummyIpInit;
 };
