@@ -151,6 +151,7 @@ private:
     ZYNET_SOCKET m_handle;
     CZyIPAddr m_address;
 
-    static CZySocket m_DummyObj;
+    // Process-wide, set once at start-up by SetFastLoopBack. The empty
+    // object that Dummy() returns is built on first use inside Dummy().
     static bool bEnableLoopBack;
 };
