@@ -12,6 +12,7 @@
 // Internal: not installed, not exported.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include <string>
@@ -103,6 +104,43 @@ int GetNameInfo(const ZYNET_SockAddr* addr, int length, char* host, int hostLeng
 int GetHostName(char* buffer, int length);
 int GetServByName(const char* service, const char* protocol, struct servent** out);
 int GetServByPort(int port, const char* protocol, struct servent** out);
+
+// Names under the reserved top-level domain "invalid" never exist: both
+// resolvers answer "host not found" (11001) for them at once, without asking
+// any name server. True for "invalid", "x.invalid" and "x.invalid." (any case).
+inline bool IsReservedInvalidName(const char* name)
+{
+    if (name == nullptr)
+        return false;
+    size_t length = 0;
+    while (name[length] != '\0')
+        ++length;
+    if (length > 0 && name[length - 1] == '.')
+        --length;  // a fully qualified name ends in a dot
+    static const char kLabel[] = "invalid";
+    const size_t labelLength = sizeof(kLabel) - 1;
+    if (length < labelLength)
+        return false;
+    const char* tail = name + length - labelLength;
+    for (size_t i = 0; i < labelLength; ++i)
+    {
+        char c = tail[i];
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+        if (c != kLabel[i])
+            return false;
+    }
+    return length == labelLength || tail[-1] == '.';
+}
+
+// ---- debugging -----------------------------------------------------------
+// True when a debugger is attached to this process (Linux: a tracer in
+// /proc/self/status; Windows: IsDebuggerPresent).
+bool IsDebuggerAttached();
+// Stops in the attached debugger (SIGTRAP on Linux, DebugBreak on Windows).
+// Callers check IsDebuggerAttached() first: without a debugger this would
+// end the process.
+void BreakIntoDebugger();
 
 // ---- Unix-domain support -------------------------------------------------
 // The registry's version fields when they can be read (Windows); false on
