@@ -1,0 +1,608 @@
+// The flat ZYNET_* socket calls: one OS call each through the OS boundary,
+// the whole-buffer and time-limited transfer loops, the list-set wait, and
+// a connected socket pair built over loopback.
+//
+// Every call returns 0 or a Winsock error code; a failing OS call has already
+// stored its code as the thread's last socket error. A null pointer where a
+// record, buffer or result is required gives 10014 (WSAEFAULT) and touches
+// nothing.
+#include <atomic>
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/ZyFdset.h"
+#include "ZyNetwork/ZySockAddr.h"
+#include "ZyNetwork/ZySocket.h"
+#include "ZyUtils/LogWriter.h"
+#include "ZyUtils/ZyTime.h"
+
+static const char kZyFile[] = "ZyNetwork/ZySocketCalls";
+
+namespace
+{
+const int kFault = 10014;        // WSAEFAULT: a null pointer was passed
+const int kInvalidArg = 10022;   // WSAEINVAL
+const int kNotSocket = 10038;    // WSAENOTSOCK
+const int kMsgPeek = 2;          // MSG_PEEK has this value on both targets
+const int kFullRecordLength = static_cast<int>(sizeof(ZYNET_SockAddr));
+
+std::atomic<ZYNET_SocketCallback> g_closeCallback{nullptr};
+std::atomic<ZYNET_SocketCallback> g_listenCallback{nullptr};
+
+int Fault()
+{
+    zyos::SetLastError(kFault);
+    return kFault;
+}
+
+// The socket-type/protocol pairs of the three creation calls.
+int MakeSocket(int family, int type, int protocol, ZYNET_SOCKET* out)
+{
+    if (out == nullptr)
+        return Fault();
+    ZYNET_SOCKET handle = ZYNET_INVALID_SOCKET;
+    int rc = zyos::Socket(family, type, protocol, &handle);
+    *out = rc == 0 ? handle : ZYNET_INVALID_SOCKET;
+    return rc;
+}
+
+// The fix-ups of an address the OS wrote: an empty result stands for an
+// unnamed Unix-domain socket, a Unix record of family field only has an
+// empty path, and a Unix path is always terminated within the record.
+void FixUpWrittenAddress(ZYNET_SockAddr* addr, int length)
+{
+    if (length == 0)
+    {
+        std::memset(addr, 0, sizeof(*addr));
+        addr->family = ZYNET_AF_UNIX;
+    }
+    if (addr->family == ZYNET_AF_UNIX)
+    {
+        if (length <= 2)
+            addr->un.path[0] = '\0';
+        addr->un.path[sizeof(addr->un.path) - 1] = '\0';
+    }
+}
+
+typedef int (*NameCall)(ZYNET_SOCKET, ZYNET_SockAddr*, int*);
+
+int GetName(NameCall call, ZYNET_SOCKET handle, ZYNET_SockAddr* out)
+{
+    if (out == nullptr)
+        return Fault();
+    ZYNET_SockAddr addr;
+    std::memset(&addr, 0, sizeof(addr));
+    int length = kFullRecordLength;
+    int rc = call(handle, &addr, &length);
+    if (rc != 0)
+        return rc;
+    FixUpWrittenAddress(&addr, length);
+    *out = addr;
+    return 0;
+}
+
+// Seconds elapsed since `start`, both from ZyTime32(); computed wide so that
+// the 32-bit clock value wrapping cannot overflow.
+inline int64_t SecondsSince(int32_t start)
+{
+    return static_cast<int64_t>(ZyTime32()) - static_cast<int64_t>(start);
+}
+
+enum class WaitStep
+{
+    Ready,     // the socket is ready for the transfer
+    Idle,      // one second passed with nothing ready
+    GiveUp,    // the time limit passed, or the wait set could not be built: return 0
+    Failed     // the wait failed: return *code
+};
+
+// One step of a time-limited loop: check the limit, then wait up to one
+// second for the handle on the read or write side.
+WaitStep WaitOneSecond(ZYNET_SOCKET handle, bool forWrite, int32_t start, int seconds, int* timedOut, int* code)
+{
+    if (SecondsSince(start) > seconds)
+    {
+        *timedOut = 1;
+        return WaitStep::GiveUp;
+    }
+    rkfdset set;
+    rkfdset_alloc(rkfdset_maxsock_get(), &set);
+    rkfdset_zero(&set);
+    if (rkfdset_set(handle, &set) != 0)
+    {
+        // The set's own error is not reported: the caller sees a short count
+        // and no time-out.
+        rkfdset_free(&set);
+        return WaitStep::GiveUp;
+    }
+    ZYNET_fd_set* fds = rkfdset_get_fdsetp(&set);
+    struct timeval wait;
+    wait.tv_sec = 1;
+    wait.tv_usec = 0;
+    int ready = 0;
+    int rc = ZYNET_select(static_cast<int>(handle + 1u), forWrite ? nullptr : fds, forWrite ? fds : nullptr, nullptr,
+                          &wait, &ready);
+    rkfdset_free(&set);
+    if (rc != 0)
+    {
+        *code = rc;
+        return WaitStep::Failed;
+    }
+    return ready > 0 ? WaitStep::Ready : WaitStep::Idle;
+}
+
+// The body shared by the two whole-buffer loops and the two time-limited
+// loops. With `seconds` <= 0 there is no wait: the plain loop.
+int TransferLoop(bool isSend, ZYNET_SOCKET handle, char* buffer, int length, int* count, int seconds, int* timedOut,
+                 int flags)
+{
+    const bool peek = !isSend && (flags & kMsgPeek) != 0;
+    const int32_t start = ZyTime32();
+    while (*count < length)
+    {
+        if (seconds > 0)
+        {
+            int code = 0;
+            WaitStep step = WaitOneSecond(handle, isSend, start, seconds, timedOut, &code);
+            if (step == WaitStep::GiveUp)
+                return 0;
+            if (step == WaitStep::Failed)
+                return code;
+            if (step == WaitStep::Idle)
+                continue;
+        }
+        // A peek reports what a single receive saw, not an accumulation.
+        if (peek)
+            *count = 0;
+        int done = 0;
+        int rc = isSend ? zyos::Send(handle, buffer + *count, length - *count, flags, &done)
+                        : zyos::Recv(handle, buffer + *count, length - *count, flags, &done);
+        if (rc != 0)
+            return rc;
+        if (done == 0)
+            return 0;  // for a receive: the peer shut down; the short count tells
+        *count += done;
+    }
+    return 0;
+}
+
+// Waits (when a limit is given) and then moves exactly one ICMP datagram.
+int IcmpDatagram(bool isSend, ZYNET_SOCKET handle, ZYNET_SockAddr* peer, char* buffer, int length, int* count,
+                 int flags, int seconds, int* timedOut)
+{
+    if (peer == nullptr || count == nullptr || timedOut == nullptr || (buffer == nullptr && length > 0))
+        return Fault();
+    *count = 0;
+    *timedOut = 0;
+    if (seconds > 0)
+    {
+        const int32_t start = ZyTime32();
+        for (;;)
+        {
+            int code = 0;
+            WaitStep step = WaitOneSecond(handle, isSend, start, seconds, timedOut, &code);
+            if (step == WaitStep::GiveUp)
+                return 0;
+            if (step == WaitStep::Failed)
+                return code;
+            if (step == WaitStep::Ready)
+                break;
+        }
+    }
+    // The whole record's length is offered in both directions.
+    int done = 0;
+    int rc;
+    if (isSend)
+    {
+        rc = zyos::SendTo(handle, buffer, length, flags, peer, kFullRecordLength, &done);
+    }
+    else
+    {
+        int fromLength = kFullRecordLength;
+        rc = zyos::RecvFrom(handle, buffer, length, flags, peer, &fromLength, &done);
+    }
+    if (rc != 0)
+        return rc;
+    *count = done;
+    return 0;
+}
+
+// Poll entries of ZYNET_select, kept per thread so that a steady stream of
+// waits allocates nothing.
+thread_local std::vector<zyos::PollEntry> t_pollEntries;
+
+// Appends one entry per listed handle of `set`.
+void AddEntries(std::vector<zyos::PollEntry>& entries, const ZYNET_fd_set* set, short events)
+{
+    if (set == nullptr)
+        return;
+    const uint32_t n = set->fd_count;
+    const uint32_t* handles = set->fd_array;
+    for (uint32_t i = 0; i < n; ++i)
+        entries.push_back(zyos::PollEntry{handles[i], events, 0});
+}
+
+// Rewrites `set` to its ready handles (order kept), reading the entries
+// that AddEntries made for it from `*next` on. Returns how many stayed.
+uint32_t KeepReady(ZYNET_fd_set* set, const zyos::PollEntry*& next)
+{
+    if (set == nullptr)
+        return 0;
+    const uint32_t n = set->fd_count;
+    uint32_t kept = 0;
+    for (uint32_t i = 0; i < n; ++i, ++next)
+    {
+        if ((next->revents & next->events) != 0)
+            set->fd_array[kept++] = next->handle;
+    }
+    set->fd_count = kept;
+    return kept;
+}
+}  // namespace
+
+extern "C" {
+
+int ZYNET_socket(int family, ZYNET_SOCKET* out)
+{
+    return MakeSocket(family, ZYNET_SOCK_STREAM, 0, out);
+}
+
+int ZYNET_dgramsocket(int family, ZYNET_SOCKET* out)
+{
+    return MakeSocket(family, ZYNET_SOCK_DGRAM, ZYNET_IPPROTO_UDP, out);
+}
+
+int ZYNET_icmpsocket(int family, ZYNET_SOCKET* out)
+{
+    // Raw, protocol 1, for both IP families.
+    return MakeSocket(family, ZYNET_SOCK_RAW, ZYNET_IPPROTO_ICMP, out);
+}
+
+int ZYNET_bind(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr)
+{
+    if (addr == nullptr)
+        return Fault();
+    ZYNET_SockAddr copy = *addr;
+    return zyos::Bind(handle, &copy, ZYNET_GetActualSockAddrLen(&copy));
+}
+
+int ZYNET_connect(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr)
+{
+    if (addr == nullptr)
+        return Fault();
+    ZYNET_SockAddr copy = *addr;
+    return zyos::Connect(handle, &copy, ZYNET_GetActualSockAddrLen(&copy));
+}
+
+int ZYNET_listen(ZYNET_SOCKET handle, int backlog)
+{
+    ZYNET_SocketCallback callback = g_listenCallback.load(std::memory_order_acquire);
+    if (callback != nullptr)
+        callback(handle);
+    return zyos::Listen(handle, backlog);
+}
+
+int ZYNET_accept(ZYNET_SOCKET listener, ZYNET_SOCKET* out, ZYNET_SockAddr* peer)
+{
+    if (out == nullptr || peer == nullptr)
+        return Fault();
+    // The listener's own address tells the family, and so the capacity to
+    // offer for the peer's.
+    int rc = ZYNET_getsockname(listener, peer);
+    if (rc != 0)
+        return rc;
+    int length = ZYNET_GetMaxSockAddrLen(peer->family);
+    ZYNET_SOCKET accepted = ZYNET_INVALID_SOCKET;
+    if (zyos::Accept(listener, peer, &length, &accepted) == 0)
+    {
+        if (peer->family == ZYNET_AF_UNIX)
+        {
+            if (length <= 2)
+                peer->un.path[0] = '\0';
+            peer->un.path[sizeof(peer->un.path) - 1] = '\0';
+        }
+        *out = accepted;
+    }
+    else
+    {
+        // A failed accept shows only as the invalid handle; its code stays
+        // readable as the thread's last socket error.
+        *out = ZYNET_INVALID_SOCKET;
+    }
+    return 0;
+}
+
+int ZYNET_close(ZYNET_SOCKET handle)
+{
+    ZYNET_SocketCallback callback = g_closeCallback.load(std::memory_order_acquire);
+    if (callback != nullptr)
+        callback(handle);
+    return zyos::Close(handle);
+}
+
+int ZYNET_shutdown(ZYNET_SOCKET handle, int how)
+{
+    return zyos::Shutdown(handle, how);
+}
+
+int ZYNET_send(ZYNET_SOCKET handle, const void* buffer, int length, int* count, int flags)
+{
+    if (count == nullptr || (buffer == nullptr && length > 0))
+        return Fault();
+    *count = 0;
+    int timedOut = 0;
+    return TransferLoop(true, handle, static_cast<char*>(const_cast<void*>(buffer)), length, count, 0, &timedOut,
+                        flags);
+}
+
+int ZYNET_recv(ZYNET_SOCKET handle, void* buffer, int length, int* count, int flags)
+{
+    if (count == nullptr || (buffer == nullptr && length > 0))
+        return Fault();
+    *count = 0;
+    int timedOut = 0;
+    return TransferLoop(false, handle, static_cast<char*>(buffer), length, count, 0, &timedOut, flags);
+}
+
+int ZYNET_sendwithtimeout(ZYNET_SOCKET handle, const void* buffer, int length, int* count, int seconds,
+                          int* timedOut, int flags)
+{
+    if (count == nullptr || timedOut == nullptr || (buffer == nullptr && length > 0))
+        return Fault();
+    *count = 0;
+    *timedOut = 0;
+    return TransferLoop(true, handle, static_cast<char*>(const_cast<void*>(buffer)), length, count, seconds,
+                        timedOut, flags);
+}
+
+int ZYNET_recvwithtimeout(ZYNET_SOCKET handle, void* buffer, int length, int* count, int seconds, int* timedOut,
+                          int flags)
+{
+    if (count == nullptr || timedOut == nullptr || (buffer == nullptr && length > 0))
+        return Fault();
+    *count = 0;
+    *timedOut = 0;
+    return TransferLoop(false, handle, static_cast<char*>(buffer), length, count, seconds, timedOut, flags);
+}
+
+int ZYNET_sendtoicmpsocket(ZYNET_SOCKET handle, ZYNET_SockAddr* peer, const void* buffer, int length, int* count,
+                           int flags, int seconds, int* timedOut)
+{
+    return IcmpDatagram(true, handle, peer, static_cast<char*>(const_cast<void*>(buffer)), length, count, flags,
+                        seconds, timedOut);
+}
+
+int ZYNET_recvfromicmpsocket(ZYNET_SOCKET handle, ZYNET_SockAddr* peer, void* buffer, int length, int* count,
+                             int flags, int seconds, int* timedOut)
+{
+    return IcmpDatagram(false, handle, peer, static_cast<char*>(buffer), length, count, flags, seconds, timedOut);
+}
+
+int ZYNET_select(int /*nfds*/, ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZYNET_fd_set* exceptSet,
+                 const struct timeval* timeout, int* count)
+{
+    int timeoutMs = -1;
+    if (timeout != nullptr)
+    {
+        if (timeout->tv_sec < 0 || timeout->tv_usec < 0)
+        {
+            zyos::SetLastError(kInvalidArg);
+            return kInvalidArg;
+        }
+        // Round microseconds up so that a short non-zero wait does not become
+        // a busy poll; clamp very long waits.
+        int64_t ms = static_cast<int64_t>(timeout->tv_sec) * 1000 + (static_cast<int64_t>(timeout->tv_usec) + 999) / 1000;
+        timeoutMs = ms > INT_MAX ? INT_MAX : static_cast<int>(ms);
+    }
+
+    std::vector<zyos::PollEntry>& entries = t_pollEntries;
+    entries.clear();
+    AddEntries(entries, readSet, zyos::POLL_READ);
+    AddEntries(entries, writeSet, zyos::POLL_WRITE);
+    AddEntries(entries, exceptSet, zyos::POLL_EXCEPT);
+    if (entries.empty())
+    {
+        // As with Winsock, a wait on no socket at all is an invalid request.
+        zyos::SetLastError(kInvalidArg);
+        return kInvalidArg;
+    }
+    if (entries.size() > static_cast<size_t>(INT_MAX))
+    {
+        zyos::SetLastError(kInvalidArg);
+        return kInvalidArg;
+    }
+
+    int ready = 0;
+    int rc = zyos::Poll(entries.data(), static_cast<int>(entries.size()), timeoutMs, &ready);
+    if (rc != 0)
+        return rc;
+    if (ready > 0)
+    {
+        for (const zyos::PollEntry& entry : entries)
+        {
+            if ((entry.revents & zyos::POLL_INVALID) != 0)
+            {
+                zyos::SetLastError(kNotSocket);
+                return kNotSocket;
+            }
+        }
+    }
+
+    const zyos::PollEntry* next = entries.data();
+    uint32_t total = 0;
+    if (ready > 0)
+    {
+        total += KeepReady(readSet, next);
+        total += KeepReady(writeSet, next);
+        total += KeepReady(exceptSet, next);
+    }
+    else
+    {
+        if (readSet != nullptr)
+            readSet->fd_count = 0;
+        if (writeSet != nullptr)
+            writeSet->fd_count = 0;
+        if (exceptSet != nullptr)
+            exceptSet->fd_count = 0;
+    }
+    if (count != nullptr)
+        *count = static_cast<int>(total);
+    return 0;
+}
+
+int ZYNET_ioctl(ZYNET_SOCKET handle, long command, unsigned long* argument)
+{
+    if (argument == nullptr)
+        return Fault();
+    return zyos::Ioctl(handle, command, argument);
+}
+
+int ZYNET_setblocking(ZYNET_SOCKET handle)
+{
+    return zyos::SetNonBlocking(handle, false);
+}
+
+int ZYNET_setnonblocking(ZYNET_SOCKET handle)
+{
+    return zyos::SetNonBlocking(handle, true);
+}
+
+int ZYNET_getsockopt(ZYNET_SOCKET handle, int level, int option, char* value, int* length)
+{
+    if (value == nullptr || length == nullptr)
+        return Fault();
+    return zyos::GetSockOpt(handle, level, option, value, length);
+}
+
+int ZYNET_setsockopt(ZYNET_SOCKET handle, int level, int option, const char* value, int length)
+{
+    if (value == nullptr)
+        return Fault();
+    return zyos::SetSockOpt(handle, level, option, value, length);
+}
+
+int ZYNET_getsockname(ZYNET_SOCKET handle, ZYNET_SockAddr* out)
+{
+    return GetName(&zyos::GetSockName, handle, out);
+}
+
+int ZYNET_getpeername(ZYNET_SOCKET handle, ZYNET_SockAddr* out)
+{
+    return GetName(&zyos::GetPeerName, handle, out);
+}
+
+int ZYNET_getsockfamily(ZYNET_SOCKET handle)
+{
+    return zyos::SocketFamily(handle);
+}
+
+int ZYNET_settcpkeepaliveoptions(ZYNET_SOCKET handle, int idleSeconds, int intervalSeconds)
+{
+    return zyos::SetKeepAlive(handle, idleSeconds, intervalSeconds);
+}
+
+int ZYNET_socketpair(ZYNET_SOCKET pair[2])
+{
+    if (pair == nullptr)
+        return Fault();
+    pair[0] = ZYNET_INVALID_SOCKET;
+    pair[1] = ZYNET_INVALID_SOCKET;
+
+    ZYNET_HostEnt hosts;
+    hosts.count = 0;
+    hosts.addrs = nullptr;
+    int rc = ZYNET_name2ip("localhost", &hosts, 0);
+    if (rc != 0)
+    {
+        ZYNET_freehostent(&hosts);
+        return rc;
+    }
+
+    int result = 22;  // EINVAL-style code when the look-up gave no address
+    for (int i = 0; i < hosts.count; ++i)
+    {
+        ZYNET_SockAddr local = hosts.addrs[i];
+        const int family = local.family;
+        ZYNET_setport(&local, 0);
+        ZYNET_SOCKET listener = ZYNET_INVALID_SOCKET;
+        ZYNET_SOCKET connecting = ZYNET_INVALID_SOCKET;
+        ZYNET_SOCKET accepted = ZYNET_INVALID_SOCKET;
+        ZYNET_SockAddr bound;
+        ZYNET_SockAddr peer;
+
+        rc = ZYNET_socket(family, &listener);
+        if (rc == 0)
+            rc = ZYNET_bind(listener, &local);
+        if (rc == 0)
+            rc = ZYNET_listen(listener, 5);
+        if (rc == 0)
+            rc = ZYNET_getsockname(listener, &bound);
+        if (rc == 0)
+            rc = ZYNET_socket(family, &connecting);
+        if (rc == 0)
+            rc = ZYNET_connect(connecting, &bound);
+        if (rc == 0)
+        {
+            rc = ZYNET_accept(listener, &accepted, &peer);
+            if (rc == 0 && accepted == ZYNET_INVALID_SOCKET)
+            {
+                rc = zyos::LastError();
+                if (rc == 0)
+                    rc = kNotSocket;
+            }
+        }
+        if (rc == 0)
+            rc = ZYNET_setnonblocking(connecting);
+        if (rc == 0)
+            rc = ZYNET_setnonblocking(accepted);
+
+        if (rc == 0)
+        {
+            ZYNET_close(listener);
+            pair[0] = connecting;
+            pair[1] = accepted;
+            result = 0;
+            break;
+        }
+
+        ZY_LOG(3, "ZYNET_socketpair", "Socket pair over %s failed with %d; trying the next address",
+               ZYNET_family2str(family), rc);
+        result = rc;
+        // Closing may overwrite the thread's last error; keep the failing code.
+        if (accepted != ZYNET_INVALID_SOCKET)
+            ZYNET_close(accepted);
+        if (connecting != ZYNET_INVALID_SOCKET)
+            ZYNET_close(connecting);
+        if (listener != ZYNET_INVALID_SOCKET)
+            ZYNET_close(listener);
+        zyos::SetLastError(result);
+    }
+
+    ZYNET_freehostent(&hosts);
+    return result;
+}
+
+void ZYNET_setclosecb(ZYNET_SocketCallback callback)
+{
+    g_closeCallback.store(callback, std::memory_order_release);
+}
+
+void ZYNET_setlistencb(ZYNET_SocketCallback callback)
+{
+    g_listenCallback.store(callback, std::memory_order_release);
+}
+
+int ZYNET_getlasterror(void)
+{
+    return zyos::LastError();
+}
+
+void ZYNET_setlasterror(int code)
+{
+    zyos::SetLastError(code);
+}
+
+}  // extern "C"
