@@ -1,0 +1,439 @@
+// Socket address records: building them from text and names, printing them,
+// comparing and measuring them, and the process-wide family preference and
+// Unix-socket support switch.
+#include "ZyNetwork/ZySockAddr.h"
+
+#include <limits.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <atomic>
+#include <vector>
+
+#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/ZySockAddrInternal.h"
+#include "ZyUtils/LogWriter.h"
+
+static const char kZyFile[] = "ZyNetwork/ZySockAddr";
+
+namespace
+{
+const int kErrFault = 10014;           // a null pointer where a record or buffer belongs
+const int kErrAfNoSupport = 10047;     // numeric text with no IPv4 or IPv6 address
+const int kErrHostNotFound = 11001;    // the name-collision marker 127.0.53.53
+const int kPathField = 108;            // bytes of the path field, terminator included
+const int kPathOffset = 2;             // the path starts after the family
+const int kIPv4Length = 16;
+const int kIPv6Length = 28;
+const int kRecordLength = static_cast<int>(sizeof(ZYNET_SockAddr));
+
+// Texts holding a slash or a backslash anywhere are Unix-domain paths.
+bool IsPath(const char* text)
+{
+    return strchr(text, '/') != nullptr || strchr(text, '\\') != nullptr;
+}
+
+// The length of a record's path, never reading past the path field.
+size_t PathLength(const ZYNET_SockAddr* addr)
+{
+    const void* end = memchr(addr->un.path, '\0', kPathField);
+    return end == nullptr ? kPathField : static_cast<size_t>(static_cast<const char*>(end) - addr->un.path);
+}
+
+// Fills `out` with a Unix-domain address for `path`, or returns 7 and leaves
+// it untouched when the path and its terminator exceed the path field.
+int MakePathRecord(const char* path, ZYNET_SockAddr* out)
+{
+    size_t length = strlen(path);
+    if (length + 1 > static_cast<size_t>(kPathField))
+        return ZYNET_ERR_PATH_TOO_LONG;
+    memset(out, 0, sizeof(*out));
+    out->family = ZYNET_AF_UNIX;
+    memcpy(out->un.path, path, length + 1);
+    return 0;
+}
+
+// Copies the path of a Unix-domain record into a caller's text buffer.
+int CopyPathText(const ZYNET_SockAddr* addr, char* buffer, int length)
+{
+    size_t pathLength = PathLength(addr);
+    if (length < 0 || static_cast<size_t>(length) < pathLength + 1)
+        return ZYNET_ERR_PATH_TOO_LONG;
+    memcpy(buffer, addr->un.path, pathLength);
+    buffer[pathLength] = '\0';
+    return 0;
+}
+
+// Stores a resolver record in `out`: only the bytes of its family, with the
+// port cleared.
+void StoreResolved(const ZYNET_SockAddr& resolved, ZYNET_SockAddr* out)
+{
+    memcpy(out, &resolved, resolved.family == ZYNET_AF_INET ? kIPv4Length : kIPv6Length);
+    out->in4.port = 0;  // the port field sits at bytes 2-3 in both families
+}
+
+// Numeric conversion without the name-collision check: the first IPv4 or
+// IPv6 address of the text.
+int NumericToRecord(const char* text, ZYNET_SockAddr* out)
+{
+    std::vector<ZYNET_SockAddr> records;
+    int code = zyos::GetAddrInfo(text, zyos::AI_FLAG_NUMERICHOST, ZYNET_AF_UNSPEC, 1, 6, &records, nullptr);
+    if (code != 0)
+        return code;
+    if (records.empty())
+        return kErrAfNoSupport;
+    StoreResolved(records.front(), out);
+    return 0;
+}
+
+// The record of 127.0.53.53, made once on first need. Name servers hand out
+// that address for names that collide with private namespaces, so it is
+// never accepted as a real one. A failed conversion is retried next time.
+bool CollisionMarker(ZYNET_SockAddr* marker)
+{
+    static std::atomic<int> s_state{0};  // 0 not made, 1 being stored, 2 ready
+    static ZYNET_SockAddr s_marker;
+    if (s_state.load(std::memory_order_acquire) == 2)
+    {
+        *marker = s_marker;
+        return true;
+    }
+    ZYNET_SockAddr made;
+    memset(&made, 0, sizeof(made));
+    if (NumericToRecord("127.0.53.53", &made) != 0)
+        return false;
+    int expected = 0;
+    if (s_state.compare_exchange_strong(expected, 1, std::memory_order_acq_rel))
+    {
+        s_marker = made;
+        s_state.store(2, std::memory_order_release);
+    }
+    *marker = made;
+    return true;
+}
+
+// Compares bytes 4-7 (the IPv4 address field) with those of the marker.
+bool MatchesCollisionMarker(const ZYNET_SockAddr& addr)
+{
+    ZYNET_SockAddr marker;
+    if (!CollisionMarker(&marker))
+        return false;
+    return memcmp(addr.in4.addr, marker.in4.addr, sizeof(addr.in4.addr)) == 0;
+}
+
+// Compares the first `bits` bits of two byte strings of `bytes` bytes.
+bool PrefixEqual(const uint8_t* a, const uint8_t* b, int bytes, int bits)
+{
+    int index = 0;
+    while (bits >= 8 && index < bytes)
+    {
+        if (a[index] != b[index])
+            return false;
+        ++index;
+        bits -= 8;
+    }
+    if (bits > 0 && index < bytes)
+    {
+        const uint8_t mask = static_cast<uint8_t>(0xFF << (8 - bits));
+        if ((a[index] & mask) != (b[index] & mask))
+            return false;
+    }
+    return true;
+}
+
+// The family preference: unset, or the first value stored.
+const int kPreferenceUnset = INT_MIN;
+std::atomic<int> g_familyPreference{kPreferenceUnset};
+
+// Unix-socket support: negative until first computed, then 1 or 0.
+std::atomic<int> g_unixSupport{-1};
+}  // namespace
+
+int ZyUnixSupportFromVersion(unsigned long major, unsigned long build, unsigned long revision)
+{
+    if (major < 10)
+        return 0;
+    if (build > 17763)
+        return 1;
+    return build == 17763 && revision >= 2210 ? 1 : 0;
+}
+
+extern "C" {
+
+const char* ZYNET_family2str(int family)
+{
+    switch (family)
+    {
+    case ZYNET_AF_UNIX: return "UNIX";
+    case ZYNET_AF_INET: return "IPv4";
+    case ZYNET_AF_INET6: return "IPv6";
+    default: return "ANY";
+    }
+}
+
+int ZYNET_str2ip(const char* text, ZYNET_SockAddr* out)
+{
+    if (text == nullptr || out == nullptr)
+        return kErrFault;
+    if (IsPath(text))
+        return MakePathRecord(text, out);
+    int code = NumericToRecord(text, out);
+    if (code != 0)
+        return code;
+    if (MatchesCollisionMarker(*out))
+        return kErrHostNotFound;
+    return 0;
+}
+
+int ZYNET_ip2str(const ZYNET_SockAddr* addr, char* buffer, int length)
+{
+    if (addr == nullptr || buffer == nullptr)
+        return kErrFault;
+    if (addr->family == ZYNET_AF_UNIX)
+        return CopyPathText(addr, buffer, length);
+    ZYNET_SockAddr local = *addr;
+    int code = zyos::GetNameInfo(&local, ZYNET_GetActualSockAddrLen(&local), buffer, length, zyos::NI_FLAG_NUMERICHOST);
+    if (code == 4)
+    {
+        // One more attempt that treats the record as IPv4.
+        code = zyos::GetNameInfo(&local, kIPv4Length, buffer, length, zyos::NI_FLAG_NUMERICHOST);
+    }
+    return code;
+}
+
+int ZYNET_name2ip(const char* name, ZYNET_HostEnt* out, int family)
+{
+    if (name == nullptr || out == nullptr)
+        return kErrFault;
+    if (IsPath(name))
+    {
+        ZYNET_SockAddr record;
+        int code = MakePathRecord(name, &record);
+        if (code != 0)
+            return code;
+        ZYNET_SockAddr* addrs = static_cast<ZYNET_SockAddr*>(calloc(1, sizeof(ZYNET_SockAddr)));
+        if (addrs == nullptr)
+            return ZYNET_ERR_NO_MEMORY;
+        addrs[0] = record;
+        out->count = 1;
+        out->addrs = addrs;
+        return 0;
+    }
+
+    if (family == ZYNET_AF_UNSPEC)
+        family = ZYNET_GetFamilyPreference();
+    // The boundary hands back only IPv4 and IPv6 entries, in resolver order,
+    // and releases the resolver's list itself, on every path.
+    std::vector<ZYNET_SockAddr> records;
+    int code = zyos::GetAddrInfo(name, zyos::AI_FLAG_CANONNAME, family, 1, 6, &records, nullptr);
+    if (code != 0)
+        return code;
+
+    // calloc(0) may legitimately return null; one spare record keeps an
+    // empty answer from looking like an allocation failure.
+    const size_t slots = records.empty() ? 1 : records.size();
+    out->addrs = static_cast<ZYNET_SockAddr*>(calloc(slots, sizeof(ZYNET_SockAddr)));
+    if (out->addrs == nullptr)
+        return ZYNET_ERR_NO_MEMORY;
+
+    int32_t copied = 0;
+    for (const ZYNET_SockAddr& record : records)
+    {
+        StoreResolved(record, &out->addrs[copied]);
+        ++copied;
+        // A name answering the collision marker is refused at once; `count`
+        // stays as it was and the caller frees `addrs` with
+        // ZYNET_freehostent as usual.
+        if (record.family == ZYNET_AF_INET && MatchesCollisionMarker(record))
+            return kErrHostNotFound;
+    }
+    out->count = copied;
+    return 0;
+}
+
+int ZYNET_ip2name(const ZYNET_SockAddr* addr, char* buffer, int length)
+{
+    if (addr == nullptr || buffer == nullptr)
+        return kErrFault;
+    if (addr->family == ZYNET_AF_UNIX)
+        return CopyPathText(addr, buffer, length);
+    ZYNET_SockAddr local = *addr;
+    // IPv4 passes its own length; every other family passes the whole
+    // record, IPv6 included. Both resolvers accept a length longer than the
+    // family's own.
+    const int addrLength = local.family == ZYNET_AF_INET ? kIPv4Length : kRecordLength;
+    int code = zyos::GetNameInfo(&local, addrLength, buffer, length, zyos::NI_FLAG_NAMEREQD);
+    if (code != 0)
+        return zyos::LastError();
+    return 0;
+}
+
+void ZYNET_freehostent(ZYNET_HostEnt* hostent)
+{
+    if (hostent == nullptr)
+        return;
+    hostent->count = 0;
+    if (hostent->addrs != nullptr)
+        free(hostent->addrs);
+    hostent->addrs = nullptr;
+}
+
+int ZYNET_addrequal(const ZYNET_SockAddr* a, const ZYNET_SockAddr* b, int prefixBits, int comparePorts)
+{
+    if (a == b)
+        return 1;
+    if (a == nullptr || b == nullptr || a->family != b->family)
+        return 0;
+    if (a->family == ZYNET_AF_UNIX)
+    {
+        size_t length = PathLength(a);
+        return length == PathLength(b) && memcmp(a->un.path, b->un.path, length) == 0 ? 1 : 0;
+    }
+    if (comparePorts != 0 && a->in4.port != b->in4.port)
+        return 0;
+    const uint8_t* left;
+    const uint8_t* right;
+    int bytes;
+    if (a->family == ZYNET_AF_INET)
+    {
+        left = a->in4.addr;
+        right = b->in4.addr;
+        bytes = 4;
+    }
+    else
+    {
+        left = a->in6.addr;
+        right = b->in6.addr;
+        bytes = 16;
+    }
+    // A prefix of 0, of the whole address or more (and a negative one)
+    // compares the whole address.
+    if (prefixBits <= 0 || prefixBits >= bytes * 8)
+        return memcmp(left, right, static_cast<size_t>(bytes)) == 0 ? 1 : 0;
+    return PrefixEqual(left, right, bytes, prefixBits) ? 1 : 0;
+}
+
+unsigned int ZYNET_getport(const ZYNET_SockAddr* addr)
+{
+    if (addr == nullptr || (addr->family != ZYNET_AF_INET && addr->family != ZYNET_AF_INET6))
+        return 0;
+    const uint8_t* port = reinterpret_cast<const uint8_t*>(&addr->in4.port);
+    return (static_cast<unsigned int>(port[0]) << 8) | port[1];
+}
+
+void ZYNET_setport(ZYNET_SockAddr* addr, unsigned short port)
+{
+    if (addr == nullptr || (addr->family != ZYNET_AF_INET && addr->family != ZYNET_AF_INET6))
+        return;
+    uint8_t* field = reinterpret_cast<uint8_t*>(&addr->in4.port);
+    field[0] = static_cast<uint8_t>(port >> 8);
+    field[1] = static_cast<uint8_t>(port & 0xFF);
+}
+
+int ZYNET_GetActualSockAddrLen(const ZYNET_SockAddr* addr)
+{
+    if (addr == nullptr)
+        return 0;
+    switch (addr->family)
+    {
+    case ZYNET_AF_INET: return kIPv4Length;
+    case ZYNET_AF_INET6: return kIPv6Length;
+    case ZYNET_AF_UNIX:
+    {
+        // An unterminated path counts the whole field, so the length never
+        // reaches past the record's 110 bytes of family and path.
+        size_t length = PathLength(addr);
+        return kPathOffset + static_cast<int>(length < kPathField ? length + 1 : kPathField);
+    }
+    default: return kRecordLength;
+    }
+}
+
+int ZYNET_GetMaxSockAddrLen(int family)
+{
+    switch (family)
+    {
+    case ZYNET_AF_UNIX: return kPathOffset + kPathField;
+    case ZYNET_AF_INET: return kIPv4Length;
+    case ZYNET_AF_INET6: return kIPv6Length;
+    default: return kRecordLength;
+    }
+}
+
+void ZYNET_SetFamilyPreference(int family)
+{
+    if (family == ZYNET_AF_UNIX)
+        return;  // Unix-domain names never go to the resolver
+    int expected = kPreferenceUnset;
+    if (g_familyPreference.compare_exchange_strong(expected, family) || expected == family)
+        return;
+    // Changing the preference once set is a programming error: the first
+    // value stays. Stop in a debugger when one is attached, else say so at
+    // the always-written level.
+    if (zyos::IsDebuggerAttached())
+        zyos::BreakIntoDebugger();
+    else
+        ZY_LOG(-1, "ZYNET_SetFamilyPreference",
+               "Address family preference already set to %d (%s); request for %d (%s) ignored", expected,
+               ZYNET_family2str(expected), family, ZYNET_family2str(family));
+}
+
+int ZYNET_GetFamilyPreference(void)
+{
+    int value = g_familyPreference.load();
+    return value == kPreferenceUnset ? 0 : value;
+}
+
+int ZYNET_AreUnixSocketsSupported(void)
+{
+    int cached = g_unixSupport.load();
+    if (cached >= 0)
+        return cached;
+    int supported;
+    unsigned long major = 0, build = 0, revision = 0;
+    if (zyos::ReadWindowsVersion(&major, &build, &revision))
+    {
+        supported = ZyUnixSupportFromVersion(major, build, revision);
+    }
+    else
+    {
+        // No version to go by: try a Unix-domain stream socket.
+        ZYNET_SOCKET probe = ZYNET_INVALID_SOCKET;
+        supported = zyos::Socket(ZYNET_AF_UNIX, 1, 0, &probe) == 0 ? 1 : 0;
+        if (supported)
+            zyos::Close(probe);
+    }
+    // A concurrent ZYNET_DisableUnixSockets wins over a computed answer.
+    int expected = -1;
+    if (!g_unixSupport.compare_exchange_strong(expected, supported))
+        return expected;
+    return supported;
+}
+
+void ZYNET_DisableUnixSockets(void)
+{
+    g_unixSupport.store(0);
+}
+
+int ZYNET_gethostname(char* buffer, int length)
+{
+    if (buffer == nullptr)
+        return kErrFault;
+    return zyos::GetHostName(buffer, length);
+}
+
+int ZYNET_getservbyname(const char* service, const char* protocol, struct servent** out)
+{
+    if (service == nullptr || out == nullptr)
+        return kErrFault;
+    return zyos::GetServByName(service, protocol, out);
+}
+
+int ZYNET_getservbyport(int port, const char* protocol, struct servent** out)
+{
+    if (out == nullptr)
+        return kErrFault;
+    return zyos::GetServByPort(port, protocol, out);
+}
+
+}  // extern "C"
