@@ -1,0 +1,93 @@
+// blacklist: loads a blacklist file, lists its entries and checks addresses.
+#include <string>
+#include <vector>
+
+#include "Tool.h"
+#include "ZyNetwork/ZyIPAddr.h"
+#include "ZyNetwork/ZyIPAddrBlacklist.h"
+
+namespace zynet
+{
+namespace
+{
+// Winsock's "no more items": the end of the entry list.
+const int kNoMoreItems = 259;
+}  // namespace
+
+int RunBlacklist(Output& out, const std::vector<std::string>& args)
+{
+    Args parsed = ParseArgs(args, {}, {}, 1, static_cast<size_t>(-1));
+    const std::string& file = parsed.positional[0];
+
+    // Addresses to check are converted first, so that a bad one is reported
+    // before anything is printed. A text that is not a numeric address is
+    // resolved as a host name.
+    std::vector<std::pair<std::string, CZyIPAddr>> checks;
+    for (size_t i = 1; i < parsed.positional.size(); ++i)
+    {
+        const std::string& text = parsed.positional[i];
+        CZyIPAddr address;
+        if (address.SetAddressString(text.c_str()).IsError())
+        {
+            CZyError error = CZyIPAddr::GetByName(text.c_str(), address, CZyIPAddr::IP_FAMILY_UNSPEC);
+            if (error.IsError())
+                return out.Fail("cannot resolve '" + text + "'", error);
+        }
+        checks.emplace_back(text, address);
+    }
+
+    CZyIPAddrBlacklist blacklist;
+    CZyError error = blacklist.LoadBlacklistFromFile(file.c_str());
+    if (error.IsError())
+        return out.Fail("cannot load " + file, error);
+
+    Json entries = Json::Array();
+    std::vector<std::string> lines;
+    CZyIPAddr address;
+    CZyString reason;
+    unsigned int attempts = 0;
+    long lastTime = 0;
+    long secondsLeft = 0;
+    error = blacklist.GetFirstBlacklistEntry(address, &reason, &attempts, &lastTime, &secondsLeft);
+    while (!error.IsError())
+    {
+        Json entry = Json::Object();
+        entry.Set("address", AddressText(address));
+        entry.Set("family", address.GetAddressFamilyString());
+        entry.Set("attempts", attempts);
+        entry.Set("lastReported", lastTime);
+        entries.Push(entry);
+        lines.push_back(FXString::Format("  %-40s attempts %u", AddressText(address).c_str(), attempts));
+        error = blacklist.GetNextBlacklistEntry(address, &reason, &attempts, &lastTime, &secondsLeft);
+    }
+    if (!error.Is(kNoMoreItems))
+        return out.Fail("cannot list the entries", error);
+
+    out.Result().Set("file", file);
+    out.Result().Set("entries", entries);
+    out.Line("%u entr%s in %s", static_cast<unsigned>(entries.Size()), entries.Size() == 1 ? "y" : "ies",
+             file.c_str());
+    for (const std::string& line : lines)
+        out.Line("%s", line.c_str());
+
+    Json results = Json::Array();
+    for (const auto& check : checks)
+    {
+        CZyString why;
+        unsigned int count = 0;
+        const bool listed = blacklist.IsAddressBlacklisted(check.second, &why, &count);
+        Json result = Json::Object();
+        result.Set("input", check.first);
+        result.Set("address", AddressText(check.second));
+        result.Set("blacklisted", listed);
+        result.Set("attempts", count);
+        results.Push(result);
+        if (listed)
+            out.Line("%s: blacklisted (attempts %u)", check.first.c_str(), count);
+        else
+            out.Line("%s: not blacklisted", check.first.c_str());
+    }
+    out.Result().Set("checks", results);
+    return kExitOk;
+}
+}  // namespace zynet

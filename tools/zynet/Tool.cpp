@@ -1,0 +1,172 @@
+#include "Tool.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+#include "ZyNetwork/ZyIPAddr.h"
+#include "ZyUtils/ZyString.h"
+
+namespace zynet
+{
+Output::Output(const std::string& command, bool json) : m_command(command), m_json(json), m_result(Json::Object())
+{
+    m_result.Set("command", command);
+}
+
+void Output::Line(const char* format, ...)
+{
+    if (m_json)
+        return;
+    va_list args;
+    va_start(args, format);
+    std::string text = FXString::FormatArgList(format, args);
+    va_end(args);
+    std::fputs(text.c_str(), stdout);
+    std::fputc('\n', stdout);
+}
+
+Json ErrorJson(const CZyError& error)
+{
+    Json json = Json::Object();
+    json.Set("code", error.GetErrorCode());
+    json.Set("kind", ErrorKindName(error.GetErrorKind()));
+    json.Set("message", error.GetErrorMessage());
+    Json stack = Json::Array();
+    std::vector<std::string> lines;
+    FXString::Split(error.AsString(), "\n", lines, 0);
+    for (const std::string& line : lines)
+    {
+        if (!line.empty())
+            stack.Push(line);
+    }
+    json.Set("stack", stack);
+    return json;
+}
+
+int Output::Fail(const std::string& what, const CZyError& error)
+{
+    if (m_json)
+    {
+        Json failure = ErrorJson(error);
+        failure.Set("what", what);
+        m_result.Set("error", failure);
+    }
+    else
+    {
+        std::fflush(stdout);
+        std::fprintf(stderr, "zynet %s: %s\n%s", m_command.c_str(), what.c_str(), error.AsString().c_str());
+        if (!error.AsString().empty() && error.AsString().back() != '\n')
+            std::fputc('\n', stderr);
+    }
+    return kExitFailure;
+}
+
+int Output::Fail(const std::string& what)
+{
+    if (m_json)
+    {
+        Json failure = Json::Object();
+        failure.Set("what", what);
+        m_result.Set("error", failure);
+    }
+    else
+    {
+        std::fflush(stdout);
+        std::fprintf(stderr, "zynet %s: %s\n", m_command.c_str(), what.c_str());
+    }
+    return kExitFailure;
+}
+
+void Output::Finish(int exitCode)
+{
+    if (!m_json)
+        return;
+    m_result.Set("ok", exitCode == kExitOk);
+    std::string text = m_result.Dump(2);
+    std::fputs(text.c_str(), stdout);
+    std::fputc('\n', stdout);
+}
+
+namespace
+{
+bool Contains(const std::vector<std::string>& names, const std::string& name)
+{
+    for (const std::string& n : names)
+    {
+        if (n == name)
+            return true;
+    }
+    return false;
+}
+}  // namespace
+
+Args ParseArgs(const std::vector<std::string>& args, const std::vector<std::string>& boolFlags,
+               const std::vector<std::string>& valueFlags, size_t minPositional, size_t maxPositional)
+{
+    Args parsed;
+    bool optionsEnded = false;
+    for (size_t i = 0; i < args.size(); ++i)
+    {
+        const std::string& arg = args[i];
+        if (optionsEnded || arg.size() < 2 || arg[0] != '-')
+        {
+            parsed.positional.push_back(arg);
+            continue;
+        }
+        if (arg == "--")
+        {
+            optionsEnded = true;
+            continue;
+        }
+        if (Contains(boolFlags, arg))
+        {
+            parsed.flags.insert(arg);
+            continue;
+        }
+        if (Contains(valueFlags, arg))
+        {
+            if (i + 1 >= args.size())
+                throw UsageError("option " + arg + " needs a value");
+            parsed.values[arg] = args[++i];
+            continue;
+        }
+        // A short option with its value attached: -c3.
+        if (arg[1] != '-' && arg.size() > 2 && Contains(valueFlags, arg.substr(0, 2)))
+        {
+            parsed.values[arg.substr(0, 2)] = arg.substr(2);
+            continue;
+        }
+        throw UsageError("unknown option " + arg);
+    }
+    if (parsed.positional.size() < minPositional)
+        throw UsageError("missing argument");
+    if (parsed.positional.size() > maxPositional)
+        throw UsageError("unexpected argument " + parsed.positional[maxPositional]);
+    return parsed;
+}
+
+long long ParseInteger(const std::string& text, long long minimum, long long maximum, const char* what)
+{
+    const char* begin = text.c_str();
+    char* end = nullptr;
+    errno = 0;
+    const long long value = std::strtoll(begin, &end, 10);
+    const bool digitsOnly = !text.empty() && end == begin + text.size() && (text[0] == '-' || (text[0] >= '0' && text[0] <= '9'));
+    if (!digitsOnly || errno == ERANGE || value < minimum || value > maximum)
+    {
+        throw UsageError(FXString::Format("%s must be a whole number from %lld to %lld, not '%s'", what, minimum,
+                                          maximum, text.c_str()));
+    }
+    return value;
+}
+
+std::string AddressText(const CZyIPAddr& address)
+{
+    CZyString text;
+    if (address.GetAddressString(text).IsError())
+        return "?";
+    return text.str();
+}
+}  // namespace zynet

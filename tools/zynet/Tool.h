@@ -1,0 +1,119 @@
+// The zynet tool's command framework: the output context shared by every
+// subcommand, argument parsing and the table of subcommands.
+#pragma once
+
+#include <map>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Json.h"
+#include "ZyNetwork/ZyIPAddr.h"
+#include "ZyUtils/ZyError.h"
+
+namespace zynet
+{
+// Exit codes: 0 success, 1 a library call failed, 2 bad arguments.
+enum
+{
+    kExitOk = 0,
+    kExitFailure = 1,
+    kExitUsage = 2
+};
+
+// Raised by argument parsing; main prints the message and the usage line.
+class UsageError : public std::runtime_error
+{
+public:
+    explicit UsageError(const std::string& message) : std::runtime_error(message) {}
+};
+
+// What a subcommand writes to. Human lines go to stdout as they come; in
+// JSON mode they are dropped and the command fills `result`, which main
+// prints once the command returns.
+class Output
+{
+public:
+    Output(const std::string& command, bool json);
+
+    bool IsJson() const { return m_json; }
+    zynet::Json& Result() { return m_result; }
+    // A line of human output (printf-style); nothing in JSON mode.
+    void Line(const char* format, ...) ZY_PRINTF_LIKE(2, 3);
+    // Reports a failed library call: in human mode the message and the
+    // error's full stack on stderr, in JSON mode an "error" member.
+    int Fail(const std::string& what, const CZyError& error);
+    // Reports a failure that is not a library error (e.g. a failed check).
+    int Fail(const std::string& what);
+    // Prints the JSON document (JSON mode only).
+    void Finish(int exitCode);
+
+private:
+    std::string m_command;
+    bool m_json;
+    zynet::Json m_result;
+};
+
+// The JSON form of an error value.
+Json ErrorJson(const CZyError& error);
+
+// Parsed command-line arguments of one subcommand.
+struct Args
+{
+    std::set<std::string> flags;               // boolean options given
+    std::map<std::string, std::string> values; // options with a value
+    std::vector<std::string> positional;
+
+    bool Has(const std::string& name) const { return flags.count(name) != 0; }
+    bool HasValue(const std::string& name) const { return values.count(name) != 0; }
+};
+
+// Splits `args` into options and positional arguments. `boolFlags` and
+// `valueFlags` name the accepted options ("-4", "--all", "-c"); a value
+// option takes the next argument or the rest of its own ("-c3"). "--" ends
+// the options. Anything else starting with '-' is a usage error, as is a
+// positional count outside [minPositional, maxPositional].
+Args ParseArgs(const std::vector<std::string>& args, const std::vector<std::string>& boolFlags,
+               const std::vector<std::string>& valueFlags, size_t minPositional, size_t maxPositional);
+
+// A decimal integer in [minimum, maximum]; anything else is a usage error
+// naming `what`.
+long long ParseInteger(const std::string& text, long long minimum, long long maximum, const char* what);
+
+struct Command
+{
+    const char* name;
+    const char* synopsis;  // arguments after the name, for the usage line
+    const char* summary;   // one line for the command list
+    const char* help;      // the rest of --help
+    int (*run)(Output& out, const std::vector<std::string>& args);
+};
+
+// Every subcommand, in the order the help lists them.
+const std::vector<Command>& Commands();
+
+int RunAddr(Output& out, const std::vector<std::string>& args);
+int RunResolve(Output& out, const std::vector<std::string>& args);
+int RunReverse(Output& out, const std::vector<std::string>& args);
+int RunCidr(Output& out, const std::vector<std::string>& args);
+int RunMask(Output& out, const std::vector<std::string>& args);
+int RunProbe(Output& out, const std::vector<std::string>& args);
+int RunIfaces(Output& out, const std::vector<std::string>& args);
+int RunBlacklist(Output& out, const std::vector<std::string>& args);
+int RunPing(Output& out, const std::vector<std::string>& args);
+int RunTour(Output& out, const std::vector<std::string>& args);
+
+// The tour's ping of 127.0.0.1: one echo request. Raw sockets need
+// privileges, so "not permitted" is an outcome of its own.
+enum PingTourOutcome
+{
+    kPingTourOk,
+    kPingTourNotPermitted,
+    kPingTourFailed
+};
+PingTourOutcome PingForTour(std::string& detail, CZyError& error);
+
+// The text form of an address, or "?" when it has none.
+std::string AddressText(const CZyIPAddr& address);
+}  // namespace zynet

@@ -1,0 +1,184 @@
+// zynet: the ZyNetwork command-line tool. Every subcommand goes through the
+// library's public interface only.
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "Tool.h"
+#include "ZyNetwork/ZySockInit.h"
+
+namespace zynet
+{
+const std::vector<Command>& Commands()
+{
+    static const std::vector<Command> commands = {
+        {"tour", "", "a walk through the library on loopback (the default)",
+         "Exercises the library on loopback with no setup: a socket pair echo, TCP echo with time\n"
+         "limits over IPv4, IPv6 and a Unix path, a selector over many sockets, resolving localhost,\n"
+         "the interface list and a ping of 127.0.0.1 (when raw sockets are permitted). Each step is\n"
+         "reported with its timing. The default when no subcommand is given.",
+         RunTour},
+        {"resolve", "NAME [--all] [-4|-6]", "host name to addresses",
+         "Resolves NAME and prints the first IPv4 or IPv6 address in resolver order.\n"
+         "  --all  print every address\n"
+         "  -4     IPv4 only\n"
+         "  -6     IPv6 only\n"
+         "A NAME holding '/' or '\\' is a Unix-domain path and is not looked up.",
+         RunResolve},
+        {"reverse", "ADDR", "address to host name", "Looks up the host name of the numeric address ADDR.", RunReverse},
+        {"addr", "TEXT [-p PORT]", "parse an address and show its record",
+         "Converts the numeric address or Unix path TEXT into an address record and shows its\n"
+         "family, port, length and text.\n"
+         "  -p PORT  set the port (0-65535) before showing the record",
+         RunAddr},
+        {"ifaces", "[--macs] [--names]", "interface addresses, hardware addresses, host names",
+         "Lists the interface addresses with their network addresses.\n"
+         "  --macs   also list the adapters' hardware addresses\n"
+         "  --names  also list the host names of the non-loopback addresses",
+         RunIfaces},
+        {"cidr", "ADDR BLOCK", "is an IPv4 address within a block", "Tells whether the IPv4 address ADDR lies within BLOCK (address/prefix).", RunCidr},
+        {"mask", "PREFIX", "IPv4 subnet mask of a prefix length", "Prints the IPv4 subnet mask of a prefix length from 1 to 32.", RunMask},
+        {"probe", "", "which protocol stacks are present", "Lists which protocol stacks this machine has: IPv4, IPv6 and Unix-domain sockets.",
+         RunProbe},
+        {"blacklist", "FILE [ADDR...]", "load a blacklist file and check addresses",
+         "Loads a blacklist file (one host name, address or Unix path per line), lists its\n"
+         "entries and tells for each ADDR whether it is blacklisted.",
+         RunBlacklist},
+        {"ping", "HOST [-c N] [-s SIZE] [-W SEC]", "ICMP echo with per-reply lines and a summary",
+         "Sends ICMP echo requests to the IPv4 host HOST, one a second, and prints a line per reply\n"
+         "and a summary. Needs raw-socket permission (root or CAP_NET_RAW).\n"
+         "  -c N     number of requests (default 4)\n"
+         "  -s SIZE  payload bytes (default 56)\n"
+         "  -W SEC   seconds to wait for each reply (default 1)",
+         RunPing},
+    };
+    return commands;
+}
+}  // namespace zynet
+
+namespace
+{
+using zynet::Command;
+
+void PrintUsageLine(FILE* stream, const Command& command)
+{
+    std::fprintf(stream, "usage: zynet [--json] %s%s%s\n", command.name, command.synopsis[0] ? " " : "",
+                 command.synopsis);
+}
+
+void PrintCommandHelp(const Command& command)
+{
+    PrintUsageLine(stdout, command);
+    std::printf("\n%s\n", command.help);
+}
+
+void PrintMainHelp(FILE* stream)
+{
+    std::fprintf(stream,
+                 "usage: zynet [--json] [COMMAND] [ARGS...]\n"
+                 "\n"
+                 "The ZyNetwork command-line tool. Without a command it runs `tour`.\n"
+                 "  --json     machine-readable output (one JSON document on stdout)\n"
+                 "  --help     this text; `zynet COMMAND --help` describes a command\n"
+                 "  --version  the library version\n"
+                 "\n"
+                 "commands:\n");
+    for (const Command& command : zynet::Commands())
+        std::fprintf(stream, "  %-10s %-32s %s\n", command.name, command.synopsis, command.summary);
+    std::fprintf(stream, "\nExit status: 0 success, 1 a network or library failure, 2 bad arguments.\n");
+}
+
+const Command* FindCommand(const std::string& name)
+{
+    for (const Command& command : zynet::Commands())
+    {
+        if (name == command.name)
+            return &command;
+    }
+    return nullptr;
+}
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    std::vector<std::string> args;
+    bool json = false;
+    bool help = false;
+    bool optionsEnded = false;
+    // --json and --help are accepted anywhere before "--".
+    for (int i = 1; i < argc; ++i)
+    {
+        const std::string arg = argv[i];
+        if (!optionsEnded && arg == "--json")
+            json = true;
+        else if (!optionsEnded && (arg == "--help" || arg == "-h"))
+            help = true;
+        else
+        {
+            if (arg == "--")
+                optionsEnded = true;
+            args.push_back(arg);
+        }
+    }
+
+    const Command* command = FindCommand("tour");
+    if (!args.empty() && args[0] == "--version")
+    {
+        std::printf("zynet %s\n", ZYNET_VERSION);
+        return zynet::kExitOk;
+    }
+    if (!args.empty() && args[0] != "--")
+    {
+        command = FindCommand(args[0]);
+        if (!command)
+        {
+            std::fprintf(stderr,
+                         "zynet: unknown command '%s'\n"
+                         "usage: zynet [--json] [COMMAND] [ARGS...]  (`zynet --help` lists the commands)\n",
+                         args[0].c_str());
+            return zynet::kExitUsage;
+        }
+        args.erase(args.begin());
+    }
+    else if (help)
+    {
+        PrintMainHelp(stdout);
+        return zynet::kExitOk;
+    }
+    if (help)
+    {
+        PrintCommandHelp(*command);
+        return zynet::kExitOk;
+    }
+
+    CZySockInit sockets;
+    CZyError started = sockets.Init();
+    zynet::Output out(command->name, json);
+    int rc;
+    if (started.IsError())
+    {
+        rc = out.Fail("the socket library did not start", started);
+    }
+    else
+    {
+        try
+        {
+            rc = command->run(out, args);
+        }
+        catch (const zynet::UsageError& error)
+        {
+            std::fprintf(stderr, "zynet %s: %s\n", command->name, error.what());
+            PrintUsageLine(stderr, *command);
+            return zynet::kExitUsage;
+        }
+        catch (const std::exception& error)
+        {
+            rc = out.Fail(std::string("unexpected failure: ") + error.what());
+        }
+    }
+    out.Finish(rc);
+    std::fflush(stdout);
+    return rc;
+}
