@@ -1,0 +1,322 @@
+#!/usr/bin/env python3
+"""Turns the JSON output of the benchmark programs into docs/PERFORMANCE.md.
+
+Every figure is a ratio of a library path to the raw OS calls measured in the
+same run. Repetition k of the library benchmark is paired with repetition k
+of its raw counterpart; the table gives the median of those ratios with
+their minimum and maximum.
+
+Stream rows compare throughput (library / raw: 1.00 is parity, higher is
+better). All other rows compare time per operation (library / raw: 1.00 is
+parity, lower is better), taken from the CPU time of the benchmark thread so
+that other work on a shared machine disturbs the ratio less.
+"""
+
+import argparse
+import glob
+import json
+import os
+import re
+import statistics
+import sys
+
+# Name suffixes that Google Benchmark appends for per-benchmark settings.
+_SETTING_PARTS = re.compile(r"^(iterations|min_time|repeats|threads|real_time|manual_time|process_time)(:.*)?$")
+
+
+def normalise(run_name):
+    """'stream/tcp4/raw/4096/iterations:1/manual_time' -> 'stream/tcp4/raw/4096'."""
+    return "/".join(part for part in run_name.split("/") if not _SETTING_PARTS.match(part))
+
+
+class Runs:
+    """Per-repetition measurements by normalised benchmark name."""
+
+    def __init__(self):
+        self.values = {}    # name -> {repetition index: entry}
+        self.errors = {}    # name -> message
+        self.context = None
+
+    def add_file(self, path):
+        with open(path) as handle:
+            self.add_document(json.load(handle))
+
+    def add_document(self, document):
+        if self.context is None:
+            self.context = document.get("context", {})
+        for entry in document.get("benchmarks", []):
+            if entry.get("run_type", "iteration") != "iteration":
+                continue
+            name = normalise(entry.get("run_name", entry["name"]))
+            if entry.get("error_occurred"):
+                self.errors[name] = entry.get("error_message", "failed")
+                continue
+            self.values.setdefault(name, {})[entry.get("repetition_index", 0)] = entry
+
+    def series(self, name, field):
+        reps = self.values.get(name, {})
+        return [metric(reps[k], field) for k in sorted(reps)]
+
+
+def metric(entry, field):
+    """A value of one repetition: 'throughput' in bytes/s, 'time' in ns per
+    operation (CPU time divided by the operations per iteration)."""
+    if field == "throughput":
+        return float(entry["bytes_per_second"])
+    if field == "time":
+        scale = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}[entry.get("time_unit", "ns")]
+        # A benchmark that times itself (manual time) leaves untimed work in
+        # its CPU time: take its own clock instead.
+        manual = "manual_time" in entry.get("name", "")
+        per_iteration = float(entry["real_time" if manual else "cpu_time"]) * scale
+        items = entry.get("items_per_second")
+        if items:
+            # items_per_second is measured against the reported time of the
+            # benchmark; derive operations per iteration from it so that the
+            # CPU time can be divided by the same count.
+            reported = float(entry["real_time"]) * scale
+            ops = items * reported * 1e-9
+            if ops > 0:
+                return per_iteration / ops
+        return per_iteration
+    if field in entry:
+        return float(entry[field])
+    raise KeyError(field)
+
+
+def ratio_stats(lib, raw):
+    """Median, minimum and maximum of the paired ratios lib[k] / raw[k]."""
+    count = min(len(lib), len(raw))
+    if count == 0:
+        return None
+    ratios = [lib[k] / raw[k] for k in range(count) if raw[k] > 0]
+    if not ratios:
+        return None
+    return statistics.median(ratios), min(ratios), max(ratios), len(ratios)
+
+
+class Row:
+    def __init__(self, section, label, lib, raw, field, target=None, higher_is_better=True, extra=None):
+        self.section = section
+        self.label = label
+        self.lib = lib
+        self.raw = raw
+        self.field = field
+        self.target = target
+        self.higher_is_better = higher_is_better
+        self.extra = extra or []     # [(column title, name, field, formatter)]
+
+
+def _gbps(value):
+    return "%.2f GB/s" % (value / 1e9)
+
+
+def _time(value):
+    if value >= 1e6:
+        return "%.2f ms" % (value / 1e6)
+    if value >= 1e3:
+        return "%.2f us" % (value / 1e3)
+    return "%.1f ns" % value
+
+
+def _count(value):
+    return "%g" % round(value, 2)
+
+
+STREAM_CHUNKS = [(4096, "4 KiB"), (65536, "64 KiB"), (1048576, "1 MiB")]
+STREAM_PATHS = [("flat", "ZYNET_send / ZYNET_recv"),
+                ("object", "CZySocket::Send / Recv"),
+                ("timelimit", "SendWithTimeOut / RecvWithTimeout (60 s)")]
+
+
+def stream_target(path, chunk):
+    if path == "timelimit":
+        return 0.85 if chunk < 65536 else 0.95
+    return 0.97 if chunk >= 65536 else None
+
+
+def rows():
+    result = []
+    for transport, title in (("tcp4", "TCP over 127.0.0.1"), ("unix", "Unix socketpair")):
+        for chunk, chunk_text in STREAM_CHUNKS:
+            raw = "stream/%s/raw/%d" % (transport, chunk)
+            for path, path_text in STREAM_PATHS:
+                result.append(Row("Stream throughput, 2 GiB per measurement (library / raw throughput)",
+                                  "%s, %s chunks: %s" % (title, chunk_text, path_text),
+                                  "stream/%s/%s/%d" % (transport, path, chunk), raw, "throughput",
+                                  stream_target(path, chunk), True,
+                                  [("raw", raw, "throughput", _gbps)]))
+    for readiness, text, target in (("ready1pct", "1% ready", 1.3), ("readyall", "all ready", 1.5)):
+        for n in (1024, 4096, 8192):
+            poll = "selector/%s/poll/%d" % (readiness, n)
+            epoll = "selector/%s/epoll/%d" % (readiness, n)
+            lib = "selector/%s/lib/%d" % (readiness, n)
+            section = "Selector: Select + GetReadSelected (library / raw time)"
+            result.append(Row(section, "%d sockets, %s: vs poll()" % (n, text), lib, poll, "time", target, False,
+                              [("raw", poll, "time", _time), ("allocs/call", lib, "allocs", _count)]))
+            result.append(Row(section, "%d sockets, %s: vs epoll_wait()" % (n, text), lib, epoll, "time", None,
+                              False, [("raw", epoll, "time", _time), ("allocs/call", lib, "allocs", _count)]))
+    section = "Resolution (library / raw time)"
+    result.append(Row(section, 'CZyIPAddr::GetByName("localhost") vs getaddrinfo', "resolve/name/lib",
+                      "resolve/name/raw", "time", 1.1, False, [("raw", "resolve/name/raw", "time", _time)]))
+    result.append(Row(section, 'CZyIPAddr::SetAddressString("127.0.0.1") vs getaddrinfo(AI_NUMERICHOST)',
+                      "resolve/numeric/lib", "resolve/numeric/raw", "time", 1.1, False,
+                      [("raw", "resolve/numeric/raw", "time", _time)]))
+    section = "Descriptor sets, per operation (library / OS bit-mask set time)"
+    for op, text, raw_op in (("set", "rkfdset_set (filling an empty set)", "set"),
+                             ("isset", "rkfdset_isset (each member once)", "isset"),
+                             ("clr", "rkfdset_clr (each member, oldest first)", "clr"),
+                             ("copy", "ZyFdset copy construction", "copy"),
+                             ("assign", "ZyFdset copy assignment", "copy")):
+        for n in (1024, 8192):
+            lib = "fdset/%s/lib/%d" % (op, n)
+            raw = "fdset/%s/raw/%d" % (raw_op, n)
+            result.append(Row(section, "%s, %d entries" % (text, n), lib, raw, "time", None, False,
+                              [("raw", raw, "time", _time), ("allocs/iter", lib, "allocs", _count)]))
+    return result
+
+
+def verdict(row, median):
+    if row.target is None:
+        return ""
+    if row.higher_is_better:
+        return ("met (>= %.2f)" if median >= row.target else "**missed** (>= %.2f)") % row.target
+    return ("met (<= %.2f)" if median <= row.target else "**missed** (<= %.2f)") % row.target
+
+
+def evaluate(runs, all_rows):
+    """Returns (markdown lines of the tables, list of missed-target labels,
+    list of rows that could not be computed)."""
+    lines = []
+    missed = []
+    absent = []
+    section = None
+    for row in all_rows:
+        if row.section != section:
+            section = row.section
+            extra_titles = [title for title, _, _, _ in row.extra]
+            lines += ["", "### " + section, "",
+                      "| case | ratio (median) | min | max | " + " | ".join(extra_titles + ["target"]) + " |",
+                      "|---|---:|---:|---:|" + "---:|" * len(extra_titles) + "---|"]
+        failure = runs.errors.get(row.lib) or runs.errors.get(row.raw)
+        stats = None if failure else ratio_stats(runs.series(row.lib, row.field), runs.series(row.raw, row.field))
+        extras = []
+        for _, name, field, formatter in row.extra:
+            values = runs.series(name, field)
+            extras.append(formatter(statistics.median(values)) if values else "-")
+        if stats is None:
+            why = ("failed: " + failure) if failure else "not measured"
+            absent.append("%s: %s" % (row.label, why))
+            lines.append("| %s | %s | | | %s |" % (row.label, why, " | ".join(extras + [""])))
+            if row.target is not None:
+                missed.append(row.label + " (" + why + ")")
+            continue
+        median, low, high, _ = stats
+        text = verdict(row, median)
+        if text.startswith("**missed**"):
+            missed.append("%s: %.2f" % (row.label, median))
+        lines.append("| %s | %.2f | %.2f | %.2f | %s |" % (row.label, median, low, high, " | ".join(extras + [text])))
+    return lines, missed, absent
+
+
+def render(runs, machine, command, repetitions, notes, elapsed=None):
+    table, missed, absent = evaluate(runs, rows())
+    out = ["# Performance", "",
+           "What the socket layer costs compared with calling the operating system directly.",
+           "Every figure is a ratio measured in one run of the command below: the library",
+           "path and the raw OS calls run on the same machine, on the same kind of sockets,",
+           "in randomly interleaved order. Regenerate this file with:", "",
+           "```sh", command, "```", "",
+           "## Machine", ""]
+    for key, value in machine:
+        out.append("- %s: %s" % (key, value))
+    if elapsed is not None:
+        out.append("- duration of the run: %d s" % elapsed)
+    out += ["", "## Method", "",
+            "- Google Benchmark, %d repetitions of every benchmark, interleaved at random." % repetitions,
+            "- A ratio pairs repetition k of the library benchmark with repetition k of the raw one;",
+            "  the table shows the median of those ratios and their minimum and maximum.",
+            "- Stream rows: throughput ratio (library / raw, higher is better); each repetition moves",
+            "  2 GiB on a fresh connection from a sender thread to the receiving benchmark thread,",
+            "  both ends using the path named; the clock runs from the sender's start until the",
+            "  receiver holds the last byte. The raw column is the raw path's median throughput.",
+            "- All other rows: time ratio (library / raw, lower is better), from the CPU time of the",
+            "  benchmark thread (system time included). The raw column is the raw path's median time",
+            "  per operation; allocs counts heap allocations per call or per iteration.",
+            "", "## Results"]
+    out += table
+    out += ["", "## Targets", ""]
+    if missed:
+        out.append("Missed in this run:")
+        out.append("")
+        out += ["- " + label for label in missed]
+    else:
+        out.append("Every target was met in this run.")
+    if absent:
+        out += ["", "Not measured in this run:", ""]
+        out += ["- " + label for label in absent]
+    if notes:
+        out += ["", notes.rstrip()]
+    return "\n".join(out) + "\n", missed
+
+
+def machine_info(context, command_output=None):
+    """Describes the machine from /proc and uname."""
+    info = []
+    info.append(("processors (nproc)", str(os.cpu_count() or context.get("num_cpus", "?"))))
+    model = "unknown"
+    try:
+        with open("/proc/cpuinfo") as handle:
+            for line in handle:
+                if line.startswith("model name"):
+                    model = line.split(":", 1)[1].strip()
+                    break
+    except OSError:
+        pass
+    info.append(("CPU", model))
+    info.append(("kernel", os.uname().release))
+    if context:
+        info.append(("date", context.get("date", "?")))
+        load = context.get("load_avg")
+        if load:
+            info.append(("load average at start", " ".join("%.2f" % value for value in load)))
+    return info
+
+
+def main(argv):
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--results", required=True, help="directory of <program>.json files")
+    parser.add_argument("--output", required=True)
+    parser.add_argument("--command", required=True, help="the command that reproduces the run")
+    parser.add_argument("--repetitions", type=int, required=True)
+    parser.add_argument("--notes", help="markdown file appended after the targets")
+    parser.add_argument("--elapsed", type=int, help="seconds the run took")
+    parser.add_argument("--extra", action="append", default=[], help="key=value machine facts")
+    args = parser.parse_args(argv)
+
+    runs = Runs()
+    files = sorted(glob.glob(os.path.join(args.results, "*.json")))
+    if not files:
+        print("report: no results in " + args.results, file=sys.stderr)
+        return 1
+    for path in files:
+        runs.add_file(path)
+    machine = machine_info(runs.context)
+    for item in args.extra:
+        key, _, value = item.partition("=")
+        machine.append((key, value))
+    notes = None
+    if args.notes and os.path.exists(args.notes):
+        with open(args.notes) as handle:
+            notes = handle.read()
+    text, missed = render(runs, machine, args.command, args.repetitions, notes, args.elapsed)
+    with open(args.output, "w") as handle:
+        handle.write(text)
+    print("report: wrote %s (%d targets missed)" % (args.output, len(missed)))
+    for label in missed:
+        print("  missed: " + label)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))
