@@ -40,6 +40,8 @@ int Cleanup();
 int Socket(int family, int type, int protocol, ZYNET_SOCKET* out);
 int Close(ZYNET_SOCKET handle);
 int Bind(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr, int length);
+// A non-blocking connect that is still under way fails with 10035 on both
+// platforms (Linux's EINPROGRESS is reported as Winsock does).
 int Connect(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr, int length);
 int Listen(ZYNET_SOCKET handle, int backlog);
 // `length` in: capacity (bytes of the record offered); out: length written.

@@ -354,7 +354,13 @@ int Connect(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr, int length)
     // Not retried on EINTR: an interrupted connect goes on in the background
     // and a second call would only report EALREADY.
     if (::connect(Fd(handle), reinterpret_cast<sockaddr*>(&os), osLength) != 0)
+    {
+        // A non-blocking connect under way is "would block" (10035) in
+        // Winsock, which is what callers of both platforms test for.
+        if (errno == EINPROGRESS)
+            return Fail(kEWOULDBLOCK);
         return FailErrno();
+    }
     return 0;
 }
 

@@ -1,0 +1,469 @@
+// The OS boundary against real sockets on loopback: handle and address
+// conversion, error translation, the wait primitive and the resolver.
+#include <gtest/gtest.h>
+
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/ZySockAddr.h"
+#include "support/TestEnv.h"
+
+#if defined(_WIN32)
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#include "ZyNetwork/Windows/ResolverWindows.h"
+#else
+#include <errno.h>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#endif
+
+namespace
+{
+ZYNET_SockAddr Loopback(int family)
+{
+    ZYNET_SockAddr addr;
+    memset(&addr, 0, sizeof(addr));
+    addr.family = static_cast<uint16_t>(family);
+    if (family == ZYNET_AF_INET)
+    {
+        const uint8_t v4[4] = {127, 0, 0, 1};
+        memcpy(addr.in4.addr, v4, 4);
+    }
+    else
+    {
+        addr.in6.addr[15] = 1;
+    }
+    return addr;
+}
+
+// A listener on loopback with the address it is bound to.
+struct Listener
+{
+    ZYNET_SOCKET handle = ZYNET_INVALID_SOCKET;
+    ZYNET_SockAddr addr;
+    explicit Listener(int family)
+    {
+        addr = Loopback(family);
+        int length = family == ZYNET_AF_INET ? 16 : 28;
+        if (zyos::Socket(family, 1, 0, &handle) != 0 || zyos::Bind(handle, &addr, length) != 0 ||
+            zyos::Listen(handle, 5) != 0)
+            return;
+        length = sizeof(addr);
+        zyos::GetSockName(handle, &addr, &length);
+    }
+    ~Listener()
+    {
+        if (handle != ZYNET_INVALID_SOCKET)
+            zyos::Close(handle);
+    }
+};
+
+// A connected pair over loopback: `client` connected to `server`.
+struct Connection
+{
+    ZYNET_SOCKET client = ZYNET_INVALID_SOCKET;
+    ZYNET_SOCKET server = ZYNET_INVALID_SOCKET;
+    ZYNET_SockAddr peer;
+    int peerLength = 0;
+    explicit Connection(int family)
+    {
+        Listener listener(family);
+        if (listener.handle == ZYNET_INVALID_SOCKET || zyos::Socket(family, 1, 0, &client) != 0 ||
+            zyos::Connect(client, &listener.addr, family == ZYNET_AF_INET ? 16 : 28) != 0)
+            return;
+        memset(&peer, 0xEE, sizeof(peer));
+        peerLength = sizeof(peer);
+        zyos::Accept(listener.handle, &peer, &peerLength, &server);
+    }
+    ~Connection()
+    {
+        if (client != ZYNET_INVALID_SOCKET)
+            zyos::Close(client);
+        if (server != ZYNET_INVALID_SOCKET)
+            zyos::Close(server);
+    }
+};
+
+bool HasIPv6Loopback()
+{
+    ZYNET_SOCKET probe = ZYNET_INVALID_SOCKET;
+    if (zyos::Socket(ZYNET_AF_INET6, 1, 0, &probe) != 0)
+        return false;
+    ZYNET_SockAddr addr = Loopback(ZYNET_AF_INET6);
+    bool ok = zyos::Bind(probe, &addr, 28) == 0;
+    zyos::Close(probe);
+    return ok;
+}
+}  // namespace
+
+TEST(OsApi, ErrorAndFamilyTranslation)
+{
+#if defined(_WIN32)
+    EXPECT_EQ(zyos::TranslateErrno(10061), 10061);
+    EXPECT_EQ(zyos::TranslateResolverError(11001), 11001);
+    EXPECT_EQ(zyos::FamilyToOs(ZYNET_AF_INET6), 23);
+#else
+    struct
+    {
+        int os;
+        int portable;
+    } errnos[] = {{ECONNREFUSED, 10061}, {ETIMEDOUT, 10060}, {EAFNOSUPPORT, 10047}, {EACCES, 10013},
+                  {EPERM, 10013},        {EAGAIN, 10035},    {EWOULDBLOCK, 10035},  {EBADF, 10038},
+                  {ENOTSOCK, 10038},     {ENOMEM, 8},        {EINPROGRESS, 10036},  {EADDRINUSE, 10048},
+                  {ECONNRESET, 10054},   {EPIPE, 10058},     {EHOSTUNREACH, 10065}, {EMSGSIZE, 10040},
+                  {0, 0},                {ENOENT, ENOENT}};
+    for (const auto& e : errnos)
+        EXPECT_EQ(zyos::TranslateErrno(e.os), e.portable) << "errno " << e.os;
+
+    struct
+    {
+        int os;
+        int portable;
+    } resolver[] = {{EAI_NONAME, 11001},   {EAI_AGAIN, 11002},  {EAI_FAIL, 11003},     {EAI_NODATA, 11004},
+                    {EAI_ADDRFAMILY, 11004}, {EAI_FAMILY, 10047}, {EAI_MEMORY, 8},       {EAI_SERVICE, 10109},
+                    {EAI_SOCKTYPE, 10044}, {EAI_BADFLAGS, 10022}, {EAI_OVERFLOW, 10014}, {0, 0}};
+    for (const auto& e : resolver)
+        EXPECT_EQ(zyos::TranslateResolverError(e.os), e.portable) << "resolver code " << e.os;
+    errno = ECONNRESET;
+    EXPECT_EQ(zyos::TranslateResolverError(EAI_SYSTEM), 10054);
+
+    EXPECT_EQ(zyos::FamilyToOs(ZYNET_AF_INET6), AF_INET6);
+    EXPECT_EQ(zyos::FamilyFromOs(AF_INET6), ZYNET_AF_INET6);
+#endif
+    for (int family : {0, 1, 2})
+    {
+        EXPECT_EQ(zyos::FamilyToOs(family), family);
+        EXPECT_EQ(zyos::FamilyFromOs(family), family);
+    }
+    EXPECT_EQ(zyos::FamilyFromOs(zyos::FamilyToOs(ZYNET_AF_INET6)), ZYNET_AF_INET6);
+}
+
+TEST(OsApi, StreamExchangeCarriesPortableRecords)
+{
+    zytest::InitTestProcess();
+    std::vector<int> families = {ZYNET_AF_INET};
+    if (HasIPv6Loopback())
+        families.push_back(ZYNET_AF_INET6);
+    for (int family : families)
+    {
+        SCOPED_TRACE(family);
+        Connection c(family);
+        ASSERT_NE(c.server, ZYNET_INVALID_SOCKET);
+        EXPECT_EQ(c.peer.family, family);
+        EXPECT_EQ(c.peerLength, family == ZYNET_AF_INET ? 16 : 28);
+        // Bytes past what the OS wrote keep the caller's contents.
+        EXPECT_EQ(reinterpret_cast<const uint8_t*>(&c.peer)[c.peerLength], 0xEE);
+        EXPECT_EQ(zyos::SocketFamily(c.client), family);
+        EXPECT_EQ(zyos::SocketFamily(c.server), family);
+
+        ZYNET_SockAddr local;
+        int length = sizeof(local);
+        ASSERT_EQ(zyos::GetSockName(c.client, &local, &length), 0);
+        ZYNET_SockAddr remote;
+        length = sizeof(remote);
+        ASSERT_EQ(zyos::GetPeerName(c.server, &remote, &length), 0);
+        EXPECT_EQ(remote.family, family);
+        EXPECT_EQ(memcmp(&remote, &local, length), 0);
+
+        int sent = 0;
+        ASSERT_EQ(zyos::Send(c.client, "hello", 5, 0, &sent), 0);
+        EXPECT_EQ(sent, 5);
+        zyos::PollEntry entry = {c.server, zyos::POLL_READ, 0};
+        int ready = 0;
+        ASSERT_EQ(zyos::Poll(&entry, 1, 5000, &ready), 0);
+        EXPECT_EQ(ready, 1);
+        EXPECT_EQ(entry.revents, zyos::POLL_READ);
+        unsigned int queued = 0;
+        ASSERT_EQ(zyos::ReadQueueLength(c.server, &queued), 0);
+        EXPECT_EQ(queued, 5u);
+        char buffer[16] = {};
+        int received = 0;
+        ASSERT_EQ(zyos::Recv(c.server, buffer, sizeof(buffer), 0, &received), 0);
+        EXPECT_EQ(std::string(buffer, received), "hello");
+
+        // Non-blocking: an empty receive is "would block" everywhere.
+        ASSERT_EQ(zyos::SetNonBlocking(c.server, true), 0);
+        EXPECT_EQ(zyos::Recv(c.server, buffer, sizeof(buffer), 0, &received), 10035);
+        EXPECT_EQ(zyos::LastError(), 10035);
+        EXPECT_EQ(zyos::SetKeepAlive(c.client, 30, 5), 0);
+    }
+}
+
+TEST(OsApi, FailuresReportPortableCodes)
+{
+    zytest::InitTestProcess();
+    // A port that was just free: nothing listens there.
+    ZYNET_SockAddr closed;
+    {
+        Listener listener(ZYNET_AF_INET);
+        ASSERT_NE(listener.handle, ZYNET_INVALID_SOCKET);
+        closed = listener.addr;
+    }
+    ZYNET_SOCKET s = ZYNET_INVALID_SOCKET;
+    ASSERT_EQ(zyos::Socket(ZYNET_AF_INET, 1, 0, &s), 0);
+    EXPECT_EQ(zyos::Connect(s, &closed, 16), 10061);
+    EXPECT_EQ(zyos::LastError(), 10061);
+    EXPECT_EQ(zyos::Close(s), 0);
+
+    // A closed handle is "not a socket", and SocketFamily says -1.
+    int transferred = 0;
+    EXPECT_EQ(zyos::Send(s, "x", 1, 0, &transferred), 10038);
+    EXPECT_EQ(zyos::SocketFamily(s), -1);
+    EXPECT_EQ(zyos::LastError(), 10038);
+    EXPECT_EQ(zyos::Socket(99, 1, 0, &s), 10047);
+    EXPECT_EQ(s, ZYNET_INVALID_SOCKET);
+
+    // A non-blocking connect under way is "would block" on both targets.
+    Listener listener(ZYNET_AF_INET);
+    ASSERT_EQ(zyos::Socket(ZYNET_AF_INET, 1, 0, &s), 0);
+    ASSERT_EQ(zyos::SetNonBlocking(s, true), 0);
+    int rc = zyos::Connect(s, &listener.addr, 16);
+    EXPECT_TRUE(rc == 0 || rc == 10035) << rc;
+    zyos::Close(s);
+}
+
+TEST(OsApi, PeerGoneNeverRaisesAndReportsShutdownOrReset)
+{
+    zytest::InitTestProcess();
+    Connection c(ZYNET_AF_INET);
+    ASSERT_NE(c.server, ZYNET_INVALID_SOCKET);
+    ASSERT_EQ(zyos::Close(c.server), 0);
+    c.server = ZYNET_INVALID_SOCKET;
+    // Writes into a connection the peer has closed: the first may still be
+    // accepted, a later one fails. Without MSG_NOSIGNAL this kills the test.
+    int rc = 0;
+    int sent = 0;
+    for (int i = 0; i < 50 && rc == 0; ++i)
+    {
+        rc = zyos::Send(c.client, "data", 4, 0, &sent);
+        zyos::PollEntry entry = {c.client, zyos::POLL_READ, 0};
+        int ready = 0;
+        zyos::Poll(&entry, 1, 20, &ready);
+    }
+    EXPECT_TRUE(rc == 10058 || rc == 10054 || rc == 10053) << rc;
+}
+
+TEST(OsApi, PollReportsReadinessTimeoutsAndBadHandles)
+{
+    zytest::InitTestProcess();
+    Connection c(ZYNET_AF_INET);
+    ASSERT_NE(c.server, ZYNET_INVALID_SOCKET);
+
+    // Nothing to read yet, but writable.
+    zyos::PollEntry entries[2] = {{c.server, zyos::POLL_READ, 0}, {c.client, zyos::POLL_WRITE | zyos::POLL_EXCEPT, 0}};
+    int ready = -1;
+    ASSERT_EQ(zyos::Poll(entries, 2, 0, &ready), 0);
+    EXPECT_EQ(ready, 1);
+    EXPECT_EQ(entries[0].revents, 0);
+    EXPECT_EQ(entries[1].revents, zyos::POLL_WRITE);
+
+    // A peer that shut down makes the socket readable.
+    ASSERT_EQ(zyos::Shutdown(c.client, 1), 0);
+    zyos::PollEntry closed = {c.server, zyos::POLL_READ, 0};
+    ASSERT_EQ(zyos::Poll(&closed, 1, 5000, &ready), 0);
+    EXPECT_EQ(closed.revents, zyos::POLL_READ);
+
+    // Handles that are no socket are flagged, without waiting.
+    ZYNET_SOCKET gone = ZYNET_INVALID_SOCKET;
+    ASSERT_EQ(zyos::Socket(ZYNET_AF_INET, 1, 0, &gone), 0);
+    zyos::Close(gone);
+    zyos::PollEntry bad[2] = {{ZYNET_INVALID_SOCKET, zyos::POLL_READ, 0}, {c.client, zyos::POLL_WRITE, 0}};
+    ASSERT_EQ(zyos::Poll(bad, 2, 5000, &ready), 0);
+    EXPECT_EQ(bad[0].revents, zyos::POLL_INVALID);
+    EXPECT_GE(ready, 1);
+}
+
+TEST(OsApi, FailedConnectShowsInExceptionSet)
+{
+    zytest::InitTestProcess();
+    ZYNET_SockAddr closed;
+    {
+        Listener listener(ZYNET_AF_INET);
+        ASSERT_NE(listener.handle, ZYNET_INVALID_SOCKET);
+        closed = listener.addr;
+    }
+    ZYNET_SOCKET s = ZYNET_INVALID_SOCKET;
+    ASSERT_EQ(zyos::Socket(ZYNET_AF_INET, 1, 0, &s), 0);
+    ASSERT_EQ(zyos::SetNonBlocking(s, true), 0);
+    int rc = zyos::Connect(s, &closed, 16);
+    if (rc == 10035)
+    {
+        zyos::PollEntry entry = {s, zyos::POLL_EXCEPT, 0};
+        int ready = 0;
+        ASSERT_EQ(zyos::Poll(&entry, 1, 5000, &ready), 0);
+        EXPECT_EQ(ready, 1);
+        EXPECT_EQ(entry.revents, zyos::POLL_EXCEPT);
+    }
+    else
+    {
+        EXPECT_EQ(rc, 10061);  // refused at once
+    }
+    zyos::Close(s);
+}
+
+#if !defined(_WIN32)
+TEST(OsApi, LinuxDescriptorsAreCloseOnExecAndKeepAliveIsInSeconds)
+{
+    Connection c(ZYNET_AF_INET);
+    ASSERT_NE(c.server, ZYNET_INVALID_SOCKET);
+    for (ZYNET_SOCKET s : {c.client, c.server})
+        EXPECT_TRUE(fcntl(static_cast<int>(s), F_GETFD) & FD_CLOEXEC);
+
+    ASSERT_EQ(zyos::SetKeepAlive(c.client, 45, 7), 0);
+    int value = 0;
+    socklen_t length = sizeof(value);
+    getsockopt(static_cast<int>(c.client), SOL_SOCKET, SO_KEEPALIVE, &value, &length);
+    EXPECT_EQ(value, 1);
+    getsockopt(static_cast<int>(c.client), IPPROTO_TCP, TCP_KEEPIDLE, &value, &length);
+    EXPECT_EQ(value, 45);
+    getsockopt(static_cast<int>(c.client), IPPROTO_TCP, TCP_KEEPINTVL, &value, &length);
+    EXPECT_EQ(value, 7);
+    // Zero (accepted by Windows) is raised to Linux's minimum of one second.
+    ASSERT_EQ(zyos::SetKeepAlive(c.client, 0, 0), 0);
+    getsockopt(static_cast<int>(c.client), IPPROTO_TCP, TCP_KEEPIDLE, &value, &length);
+    EXPECT_EQ(value, 1);
+
+    EXPECT_EQ(zyos::SetIpTtl(c.client, 17), 0);
+    getsockopt(static_cast<int>(c.client), IPPROTO_IP, IP_TTL, &value, &length);
+    EXPECT_EQ(value, 17);
+}
+#endif
+
+TEST(OsApi, UnixDomainRecordsKeepTheirPath)
+{
+    zytest::InitTestProcess();
+    if (!ZYNET_AreUnixSocketsSupported())
+        GTEST_SKIP() << "Unix-domain sockets are not available on this system";
+    std::string path = zytest::TempSocketPath("osapi");
+    ZYNET_SOCKET s = ZYNET_INVALID_SOCKET;
+    ASSERT_EQ(zyos::Socket(ZYNET_AF_UNIX, 1, 0, &s), 0);
+    ZYNET_SockAddr addr;
+    memset(&addr, 0, sizeof(addr));
+    addr.family = ZYNET_AF_UNIX;
+    memcpy(addr.un.path, path.c_str(), path.size() + 1);
+    ASSERT_EQ(zyos::Bind(s, &addr, ZYNET_GetActualSockAddrLen(&addr)), 0);
+    ZYNET_SockAddr name;
+    memset(&name, 0, sizeof(name));
+    int length = sizeof(name);
+    ASSERT_EQ(zyos::GetSockName(s, &name, &length), 0);
+    EXPECT_EQ(name.family, ZYNET_AF_UNIX);
+    EXPECT_EQ(std::string(name.un.path), path);
+    EXPECT_EQ(zyos::SocketFamily(s), ZYNET_AF_UNIX);
+    zyos::Close(s);
+    remove(path.c_str());
+}
+
+TEST(OsApi, ResolverGivesPortableRecords)
+{
+    zytest::InitTestProcess();
+    std::vector<ZYNET_SockAddr> records;
+    int others = -1;
+    ASSERT_EQ(zyos::GetAddrInfo("localhost", zyos::AI_FLAG_CANONNAME, 0, 1, 6, &records, &others), 0);
+    EXPECT_EQ(zyos::LastError(), 0);
+    ASSERT_FALSE(records.empty());
+    for (const ZYNET_SockAddr& r : records)
+        EXPECT_TRUE(r.family == ZYNET_AF_INET || r.family == ZYNET_AF_INET6) << r.family;
+    EXPECT_EQ(others, 0);
+
+    records.clear();
+    ASSERT_EQ(zyos::GetAddrInfo("::1", zyos::AI_FLAG_NUMERICHOST, 0, 1, 6, &records, nullptr), 0);
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].family, ZYNET_AF_INET6);
+    EXPECT_EQ(records[0].in6.addr[15], 1);
+
+    // An IPv6 record offered with the whole record's length prints fine;
+    // one too short for its family is refused; a small buffer is a fault.
+    char host[64];
+    EXPECT_EQ(zyos::GetNameInfo(&records[0], 112, host, sizeof(host), zyos::NI_FLAG_NUMERICHOST), 0);
+    EXPECT_STREQ(host, "::1");
+    EXPECT_NE(zyos::GetNameInfo(&records[0], 16, host, sizeof(host), zyos::NI_FLAG_NUMERICHOST), 0);
+    EXPECT_EQ(zyos::GetNameInfo(&records[0], 28, host, 3, zyos::NI_FLAG_NUMERICHOST), 10014);
+    EXPECT_EQ(zyos::LastError(), 10014);
+
+    // Reserved names fail at once, without a name server.
+    EXPECT_EQ(zyos::GetAddrInfo("no-such-host.invalid", 0, 0, 1, 6, &records, nullptr), 11001);
+    EXPECT_EQ(zyos::LastError(), 11001);
+    EXPECT_TRUE(zyos::IsReservedInvalidName("INVALID"));
+    EXPECT_TRUE(zyos::IsReservedInvalidName("a.b.Invalid."));
+    EXPECT_FALSE(zyos::IsReservedInvalidName("notinvalid"));
+    EXPECT_FALSE(zyos::IsReservedInvalidName("invalid.example"));
+    EXPECT_FALSE(zyos::IsReservedInvalidName(""));
+    EXPECT_FALSE(zyos::IsReservedInvalidName(nullptr));
+
+    struct servent* entry = nullptr;
+    EXPECT_EQ(zyos::GetServByName("no-such-service-zy", "tcp", &entry), 11004);
+    EXPECT_EQ(entry, nullptr);
+}
+
+#if defined(_WIN32)
+TEST(OsApi, WindowsResolverSubstitutesAreIPv4Only)
+{
+    zytest::InitTestProcess();
+    using namespace zyos::win;
+    // Wine and every supported Windows have the native resolver.
+    EXPECT_FALSE(Resolver().substitutes);
+
+    addrinfo hints;
+    memset(&hints, 0, sizeof(hints));
+    hints.ai_flags = AI_NUMERICHOST | AI_CANONNAME;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* list = nullptr;
+    ASSERT_EQ(SubstituteGetAddrInfo("127.0.0.1", "80", &hints, &list), 0);
+    ASSERT_NE(list, nullptr);
+    EXPECT_EQ(list->ai_family, AF_INET);
+    EXPECT_EQ(list->ai_next, nullptr);
+    const sockaddr_in* in = reinterpret_cast<const sockaddr_in*>(list->ai_addr);
+    EXPECT_EQ(ntohs(in->sin_port), 80);
+    EXPECT_EQ(ntohl(in->sin_addr.s_addr), 0x7F000001u);
+    EXPECT_STREQ(list->ai_canonname, "127.0.0.1");
+
+    char host[32];
+    EXPECT_EQ(SubstituteGetNameInfo(list->ai_addr, sizeof(sockaddr_in), host, sizeof(host), nullptr, 0,
+                                    NI_NUMERICHOST),
+              0);
+    EXPECT_STREQ(host, "127.0.0.1");
+    EXPECT_EQ(SubstituteGetNameInfo(list->ai_addr, sizeof(sockaddr_in), host, 4, nullptr, 0, NI_NUMERICHOST),
+              WSAEFAULT);
+    EXPECT_EQ(SubstituteGetNameInfo(list->ai_addr, 8, host, sizeof(host), nullptr, 0, NI_NUMERICHOST), WSAEFAULT);
+    SubstituteFreeAddrInfo(list);
+
+    list = nullptr;
+    EXPECT_EQ(SubstituteGetAddrInfo("::1", nullptr, &hints, &list), WSAHOST_NOT_FOUND);
+    EXPECT_EQ(list, nullptr);
+    hints.ai_family = AF_INET6;
+    EXPECT_EQ(SubstituteGetAddrInfo("127.0.0.1", nullptr, &hints, &list), WSAEAFNOSUPPORT);
+
+    // A name goes through gethostbyname (localhost comes from the hosts file).
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_flags = AI_CANONNAME;
+    ASSERT_EQ(SubstituteGetAddrInfo("localhost", nullptr, &hints, &list), 0);
+    ASSERT_NE(list, nullptr);
+    EXPECT_EQ(list->ai_family, AF_INET);
+    EXPECT_NE(list->ai_canonname, nullptr);
+    SubstituteFreeAddrInfo(list);
+}
+#endif
+
+TEST(OsApi, VersionFromRegistryIsPlausibleWhenPresent)
+{
+    unsigned long major = 0, build = 0, revision = 0;
+    bool read = zyos::ReadWindowsVersion(&major, &build, &revision);
+    if (!zytest::IsWindowsTarget())
+    {
+        EXPECT_FALSE(read);
+        return;
+    }
+    if (read)
+    {
+        EXPECT_GE(major, 10u);
+        EXPECT_GT(build, 0u);
+    }
+}
