@@ -1,5 +1,6 @@
 # Install rules: the library, its headers, a CMake package and a pkg-config
-# file.
+# file, in three components: runtime (the shared library), dev (headers,
+# link library, package files) and tool (zynet, installed by tools/zynet).
 include(CMakePackageConfigHelpers)
 
 install(TARGETS ZyNetwork EXPORT ZyNetworkTargets
@@ -8,9 +9,12 @@ install(TARGETS ZyNetwork EXPORT ZyNetworkTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
+# Public headers only: the OS boundary (Os*.h) and *Internal.h stay inside.
 file(GLOB ZYNET_PUBLIC_HEADERS ${CMAKE_SOURCE_DIR}/ZyNetwork/*.h)
 list(FILTER ZYNET_PUBLIC_HEADERS EXCLUDE REGEX "/Os[A-Za-z]*\\.h$")
+list(FILTER ZYNET_PUBLIC_HEADERS EXCLUDE REGEX "Internal\\.h$")
 file(GLOB ZYUTILS_PUBLIC_HEADERS ${CMAKE_SOURCE_DIR}/ZyUtils/*.h)
+list(FILTER ZYUTILS_PUBLIC_HEADERS EXCLUDE REGEX "Internal\\.h$")
 install(FILES ${ZYNET_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZyNetwork COMPONENT dev)
 install(FILES ${ZYUTILS_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZyUtils COMPONENT dev)
 
@@ -23,6 +27,9 @@ write_basic_package_version_file(${CMAKE_BINARY_DIR}/ZyNetworkConfigVersion.cmak
 install(FILES ${CMAKE_BINARY_DIR}/ZyNetworkConfig.cmake ${CMAKE_BINARY_DIR}/ZyNetworkConfigVersion.cmake
   DESTINATION ${ZYNET_CMAKE_DIR} COMPONENT dev)
 
+# The pkg-config file names its prefix relative to its own place, so the
+# installed tree works wherever it is installed (`cmake --install --prefix`,
+# a package, a copied directory).
 if(WIN32)
   set(ZYNET_PC_LIBS_PRIVATE "-lws2_32 -liphlpapi -lwinhttp -lwininet -ladvapi32")
   set(ZYNET_PC_CFLAGS "-D_WIN32_WINNT=0x0A00 -DWIN32_LEAN_AND_MEAN -DNOMINMAX")
@@ -30,5 +37,10 @@ else()
   set(ZYNET_PC_LIBS_PRIVATE "-lpthread -ldl")
   set(ZYNET_PC_CFLAGS "")
 endif()
+set(ZYNET_PC_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH ZYNET_PC_TO_PREFIX /prefix/${ZYNET_PC_DIR} /prefix)
+string(REGEX REPLACE "/$" "" ZYNET_PC_TO_PREFIX "${ZYNET_PC_TO_PREFIX}")
 configure_file(${CMAKE_SOURCE_DIR}/cmake/zynetwork.pc.in ${CMAKE_BINARY_DIR}/zynetwork.pc @ONLY)
-install(FILES ${CMAKE_BINARY_DIR}/zynetwork.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+install(FILES ${CMAKE_BINARY_DIR}/zynetwork.pc DESTINATION ${ZYNET_PC_DIR} COMPONENT dev)
+
+include(${CMAKE_CURRENT_LIST_DIR}/Packaging.cmake)

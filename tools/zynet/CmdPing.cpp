@@ -157,31 +157,57 @@ int RunPing(Output& out, const std::vector<std::string>& args)
     return kExitOk;
 }
 
+namespace
+{
+// Ends the series at the first good reply. A raw ICMP socket also sees the
+// echo traffic of other programs on this host, which the library counts as
+// foreign replies, so the tour allows a few cycles to get its own.
+class FirstReplyCallback : public CZyPingCallback
+{
+public:
+    bool OnPingResponse(void* userData, _ZyPingResponse& response, bool last) override
+    {
+        return response.status != PING_OK;
+    }
+    void OnPingLog(const char* text) override {}
+};
+}  // namespace
+
 PingTourOutcome PingForTour(std::string& detail, CZyError& error)
 {
+    const unsigned kMaxCycles = 3;
+    FirstReplyCallback callback;
     CZyPing ping;
     _ZyPingResult result;
-    result.foreignReplies = 0;
-    error = ping.ping("127.0.0.1", 56, 1, 2, nullptr, nullptr, result, false);
+    error = ping.ping("127.0.0.1", 56, kMaxCycles, 2, nullptr, &callback, result, false);
     if (error.IsError())
     {
         if (error.Is(kAccessDenied))
         {
-            detail = "raw ICMP sockets need privileges";
+            detail = "ICMP sockets are not permitted for this user";
             return kPingTourNotPermitted;
         }
         detail = "ping failed";
         return kPingTourFailed;
     }
-    if (result.received != 1)
+    if (result.received == 0 && result.foreignReplies == result.sent)
     {
-        error = FXErrorUtil::ErrorInt(ZY_LOC("zynet::PingForTour"), 1, "%u of %u echo requests answered",
-                                      result.received, result.sent);
+        // Every cycle ended on another program's echo traffic: the host is
+        // busy with other pings, which says nothing about this library.
+        detail = FXString::Format("every request met other programs' ICMP traffic (%u foreign replies)",
+                                  result.foreignReplies);
+        return kPingTourBusy;
+    }
+    if (result.received == 0)
+    {
+        error = FXErrorUtil::ErrorInt(ZY_LOC("zynet::PingForTour"), 1,
+                                      "no echo reply in %u requests (%u timeouts, %u foreign replies)", result.sent,
+                                      result.timeouts, result.foreignReplies);
         detail = "no echo reply";
         return kPingTourFailed;
     }
-    detail = FXString::Format("1 echo reply, round trip %llu ms (the library pauses 1 s first)",
-                              static_cast<unsigned long long>(result.totalTimeMs));
+    detail = FXString::Format("echo reply to request %u, round trip %llu ms (each request waits 1 s first)",
+                              result.sent, static_cast<unsigned long long>(result.totalTimeMs));
     return kPingTourOk;
 }
 }  // namespace zynet

@@ -110,6 +110,7 @@ enum PingTourOutcome
 {
     kPingTourOk,
     kPingTourNotPermitted,
+    kPingTourBusy,
     kPingTourFailed
 };
 PingTourOutcome PingForTour(std::string& detail, CZyError& error);

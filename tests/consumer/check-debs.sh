@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Builds the Debian packages of a build tree with CPack into a temporary
+# directory and checks that there are three, each holding what it should.
+#
+#   check-debs.sh BUILD_DIR [CPACK]
+set -euo pipefail
+build=$(cd "$1" && pwd)
+cpack=${2:-cpack}
+if ! command -v dpkg-deb >/dev/null; then
+  echo "dpkg-deb is not installed; skipping"
+  exit 77
+fi
+out=$(mktemp -d "${TMPDIR:-/tmp}/zynet-debs.XXXXXX")
+trap 'rm -rf "$out"' EXIT
+(cd "$build" && "$cpack" -G DEB -B "$out" >/dev/null)
+
+fail() { echo "check-debs: $*"; exit 1; }
+shopt -s nullglob
+debs=("$out"/*.deb)
+[ ${#debs[@]} -eq 3 ] || fail "expected 3 packages, got: ${debs[*]##*/}"
+
+contents() { dpkg-deb -c "$1" | awk '{print $6}'; }
+find_deb() { for d in "${debs[@]}"; do [ "$(dpkg-deb -f "$d" Package)" = "$1" ] && { echo "$d"; return; }; done; fail "no package $1"; }
+
+runtime=$(find_deb libzynetwork1)
+dev=$(find_deb libzynetwork-dev)
+tool=$(find_deb zynet)
+contents "$runtime" | grep -q 'libZyNetwork\.so\.1$' || fail "runtime lacks libZyNetwork.so.1"
+contents "$runtime" | grep -q 'include/' && fail "runtime carries headers"
+contents "$dev" | grep -q 'include/ZyNetwork/ZySocket\.h$' || fail "dev lacks headers"
+contents "$dev" | grep -q 'cmake/ZyNetwork/ZyNetworkConfig\.cmake$' || fail "dev lacks the CMake package"
+contents "$dev" | grep -q 'pkgconfig/zynetwork\.pc$' || fail "dev lacks the pkg-config file"
+contents "$dev" | grep -q 'libZyNetwork\.so$' || fail "dev lacks the link library"
+contents "$dev" | grep -q 'Os[A-Za-z]*\.h$' && fail "dev carries OS-boundary headers"
+contents "$tool" | grep -q 'bin/zynet$' || fail "tool package lacks zynet"
+dpkg-deb -f "$tool" Depends | grep -q 'libzynetwork1 (= ' || fail "tool does not depend on the library"
+dpkg-deb -f "$dev" Depends | grep -q 'libzynetwork1 (= ' || fail "dev does not depend on the library"
+echo "check-debs: ok (${debs[*]##*/})"

@@ -1,0 +1,63 @@
+// Uses the installed library through its public headers: the flat address
+// functions, the address class, a socket pair with time limits and an error
+// value. Prints "consumer: ok" and exits 0 when every check holds.
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include <ZyNetwork/ZyIPAddr.h>
+#include <ZyNetwork/ZySockAddr.h>
+#include <ZyNetwork/ZySockInit.h>
+#include <ZyNetwork/ZySocket.h>
+
+static int failures = 0;
+
+static void Check(bool ok, const char* what)
+{
+    if (!ok)
+    {
+        std::fprintf(stderr, "consumer: FAILED: %s\n", what);
+        ++failures;
+    }
+}
+
+int main()
+{
+    CZySockInit sockets;
+    Check(!sockets.Init().IsError(), "socket start-up");
+
+    ZYNET_SockAddr record;
+    std::memset(&record, 0, sizeof record);
+    Check(ZYNET_str2ip("127.0.0.1", &record) == 0 && record.family == ZYNET_AF_INET, "ZYNET_str2ip");
+
+    CZyIPAddr address("::1");
+    CZyString text;
+    Check(!address.GetAddressString(text).IsError() && text == "::1", "CZyIPAddr text");
+    Check(address.GetAddressFamily() == CZyIPAddr::IP_FAMILY_IPV6, "CZyIPAddr family");
+
+    bool within = false;
+    Check(!CZyIPAddr::CheckIfIpv4AddressIsWithinCidrBlock("10.1.2.3", "10.0.0.0/8", within).IsError() && within,
+          "CIDR check");
+
+    CZySocket first;
+    CZySocket second;
+    Check(!CZySocket::CreateSocketPair(&first, &second).IsError() && first.IsValid() && second.IsValid(),
+          "socket pair");
+    char buffer[6] = {0};
+    int timedOut = 0;
+    int count = 0;
+    Check(!first.SendWithTimeOut("hello", 5, 2, &timedOut, 0, &count).IsError(), "send");
+    Check(!second.RecvWithTimeout(buffer, 5, 2, &timedOut, 0, &count).IsError() && std::string(buffer) == "hello",
+          "receive");
+    first.Close();
+    second.Close();
+
+    // An error value from the library carries its stack.
+    CZyError error = CZyIPAddr::CheckIfIpv4AddressIsWithinCidrBlock("10.1.2.3", "no-slash", within);
+    Check(error.Is(87) && error.AsString().find("CZyIPAddr::CheckIfIpv4AddressIsWithinCidrBlock") != std::string::npos,
+          "error value");
+
+    if (failures == 0)
+        std::printf("consumer: ok\n");
+    return failures == 0 ? 0 : 1;
+}

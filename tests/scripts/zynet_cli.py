@@ -1,0 +1,290 @@
+#!/usr/bin/env python3
+"""Checks the zynet tool's real output, one group of related cases per test.
+
+usage: zynet_cli.py --zynet PATH [--emulator PROGRAM] CASE
+
+Every case runs the tool as a user would and checks what it prints and its
+exit status. Traffic stays on loopback; names come from /etc/hosts.
+Exit 0 passed, 77 skipped, anything else failed.
+"""
+import argparse
+import json
+import os
+import re
+import subprocess
+import sys
+import tempfile
+
+SKIP = 77
+
+
+class Failure(Exception):
+    pass
+
+
+class Skip(Exception):
+    pass
+
+
+class Tool:
+    def __init__(self, path, emulator):
+        self.command = ([emulator] if emulator else []) + [path]
+        self.windows = path.lower().endswith(".exe")
+
+    def run(self, *args, timeout=60):
+        proc = subprocess.run(self.command + list(args), stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                              timeout=timeout)
+        out = proc.stdout.decode("utf-8", "replace").replace("\r\n", "\n")
+        err = proc.stderr.decode("utf-8", "replace").replace("\r\n", "\n")
+        return proc.returncode, out, err
+
+    def json(self, *args, expect_rc=0):
+        rc, out, err = self.run("--json", *args)
+        if rc != expect_rc:
+            raise Failure("zynet --json %s: exit %d, expected %d\n%s%s" % (" ".join(args), rc, expect_rc, out, err))
+        try:
+            return json.loads(out)
+        except ValueError as error:
+            raise Failure("zynet --json %s printed invalid JSON (%s):\n%s" % (" ".join(args), error, out))
+
+
+def expect(condition, message):
+    if not condition:
+        raise Failure(message)
+
+
+def expect_run(tool, args, rc, stdout_pattern=None, stderr_pattern=None):
+    code, out, err = tool.run(*args)
+    shown = "zynet %s -> exit %d\nstdout:\n%s\nstderr:\n%s" % (" ".join(args), code, out, err)
+    expect(code == rc, "expected exit %d: %s" % (rc, shown))
+    if stdout_pattern:
+        expect(re.search(stdout_pattern, out, re.M), "stdout lacks /%s/: %s" % (stdout_pattern, shown))
+    if stderr_pattern:
+        expect(re.search(stderr_pattern, err, re.M), "stderr lacks /%s/: %s" % (stderr_pattern, shown))
+    return out, err
+
+
+# The tour's steps that need nothing but loopback; they must pass everywhere.
+ESSENTIAL_STEPS = ["socket pair echo", "TCP echo over IPv4", "selector over many sockets", "resolve localhost",
+                   "interface list"]
+
+
+def case_tour_json(tool):
+    doc = tool.json("tour")
+    expect(doc["command"] == "tour" and doc["ok"] is True, "tour not ok: %r" % doc)
+    steps = {step["name"]: step for step in doc["steps"]}
+    expect(len(steps) == 8, "expected 8 steps, got %r" % list(steps))
+    for step in doc["steps"]:
+        expect(step["status"] in ("ok", "skipped"), "step failed: %s" % json.dumps(step, indent=2))
+        expect(isinstance(step["ms"], (int, float)) and step["ms"] >= 0, "bad timing in %r" % step)
+    for name in ESSENTIAL_STEPS:
+        expect(steps[name]["status"] == "ok", "step %r not ok: %r" % (name, steps[name]))
+    expect("127.0.0.1" in steps["resolve localhost"]["detail"], "localhost not 127.0.0.1")
+    expect(doc["passed"] + doc["skipped"] == 8 and doc["failed"] == 0, "counts wrong: %r" % doc)
+    # Without a command the tour is the default job.
+    default = tool.json()
+    expect(default["command"] == "tour" and len(default["steps"]) == 8, "default job is not the tour")
+
+
+def case_tour_human(tool):
+    out, _ = expect_run(tool, [], 0, r"^zynet tour")
+    lines = [line for line in out.splitlines() if line.strip()]
+    steps = [line for line in lines if re.match(r"^\s+\[( ok |skip|FAIL)\] ", line)]
+    expect(len(steps) == 8, "expected 8 step lines:\n" + out)
+    for line in steps:
+        if "[ ok ]" in line:
+            expect(re.search(r"\d+\.\d\d ms", line), "ok step without timing: " + line)
+    expect(re.match(r"^8 steps: \d+ ok, \d+ skipped, 0 failed$", lines[-1]), "bad summary: " + lines[-1])
+
+
+def case_addr(tool):
+    expect_run(tool, ["addr", "127.0.0.1"], 0, r"^family:\s+2 \(IPv4\)$")
+    doc = tool.json("addr", "::1", "-p", "8080")
+    addr = doc["address"]
+    expect((addr["family"], addr["familyName"], addr["port"], addr["length"], addr["text"]) ==
+           (23, "IPv6", 8080, 28, "::1"), "bad IPv6 record: %r" % addr)
+    doc = tool.json("addr", "10.20.30.40", "-p0")
+    expect(doc["address"]["length"] == 16 and doc["address"]["port"] == 0, "bad IPv4 record: %r" % doc)
+    path = "/tmp/zynet-cli.sock"
+    doc = tool.json("addr", path, "-p", "99")
+    addr = doc["address"]
+    expect(addr["family"] == 1 and addr["path"] == path and addr["length"] == 2 + len(path) + 1 and
+           addr["port"] == 0, "bad Unix record: %r" % addr)
+    # Not an address: the error's stack, exit 1; bad options: exit 2.
+    expect_run(tool, ["addr", "not-an-address"], 1, None, r"^#0 .*CZyIPAddr::SetAddressString")
+    doc = tool.json("addr", "1.2.3.4.5", expect_rc=1)
+    expect(doc["ok"] is False and doc["error"]["code"] != 0 and doc["error"]["stack"], "no error: %r" % doc)
+    expect_run(tool, ["addr", "127.0.0.1", "-p", "65536"], 2, None, r"^usage: zynet \[--json\] addr ")
+    expect_run(tool, ["addr"], 2, None, r"^usage: ")
+    expect_run(tool, ["addr", "a", "b"], 2, None, r"^usage: ")
+
+
+def case_json_escaping(tool):
+    if tool.windows:
+        raise Skip("raw argument bytes do not pass through the emulator unchanged")
+    # A path is taken byte for byte, so it carries quotes, control
+    # characters and bytes that are not UTF-8 into the JSON text.
+    raw = b'/tmp/q"b\\s\tt\nn\x01\xff\xc3\xa9'
+    proc = subprocess.run(tool.command + [b"--json", b"addr", raw], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    expect(proc.returncode == 0, "exit %d: %r" % (proc.returncode, proc.stderr))
+    doc = json.loads(proc.stdout.decode("utf-8"))
+    expected = '/tmp/q"b\\s\tt\nn\x01\u00ff\u00e9'
+    expect(doc["input"] == expected and doc["address"]["path"] == expected,
+           "path did not survive: %r" % doc["input"])
+
+
+def case_resolve(tool):
+    expect_run(tool, ["resolve", "localhost", "-4"], 0, r"^IPv4\s+127\.0\.0\.1$")
+    doc = tool.json("resolve", "localhost", "--all", "-4")
+    texts = [a["text"] for a in doc["addresses"]]
+    expect("127.0.0.1" in texts and all(a["family"] == 2 for a in doc["addresses"]), "bad list: %r" % texts)
+    doc = tool.json("resolve", "127.0.0.1")
+    expect([a["text"] for a in doc["addresses"]] == ["127.0.0.1"], "literal not resolved: %r" % doc)
+    # A name with a slash is a local socket path, never looked up.
+    doc = tool.json("resolve", "some/dir/sock")
+    expect(doc["addresses"][0]["family"] == 1, "path not taken as Unix address: %r" % doc)
+    expect_run(tool, ["resolve", "localhost", "-4", "-6"], 2, None, r"exclude each other")
+    expect_run(tool, ["resolve"], 2, None, r"^usage: zynet \[--json\] resolve NAME")
+    expect_run(tool, ["resolve", "localhost", "--bogus"], 2, None, r"unknown option --bogus")
+
+
+def case_reverse(tool):
+    out, _ = expect_run(tool, ["reverse", "127.0.0.1"], 0)
+    name = out.strip()
+    expect(name and " " not in name, "no host name: %r" % out)
+    # The name maps back to the address.
+    doc = tool.json("resolve", name, "--all", "-4")
+    expect("127.0.0.1" in [a["text"] for a in doc["addresses"]], "%s does not map back to 127.0.0.1" % name)
+    expect_run(tool, ["reverse", "300.1.1.1"], 1, None, r"^#0 ")
+    expect_run(tool, ["reverse"], 2)
+
+
+def case_cidr(tool):
+    expect_run(tool, ["cidr", "10.1.2.3", "10.0.0.0/8"], 0, r"^10\.1\.2\.3 is within 10\.0\.0\.0/8$")
+    expect_run(tool, ["cidr", "10.1.2.3", "10.0.0.0/16"], 0, r"^10\.1\.2\.3 is not within 10\.0\.0\.0/16$")
+    expect(tool.json("cidr", "10.1.2.3", "10.1.2.3/32")["within"] is True, "/32 of itself not within")
+    expect(tool.json("cidr", "192.168.1.1", "192.168.0.0/24")["within"] is False, "/24 neighbour within")
+    expect_run(tool, ["cidr", "10.1.2.3", "10.0.0.0"], 1, None,
+               r"^#0 Win32 error 87: \"Invalid CIDR block: \[10\.0\.0\.0\]\.\"")
+    expect_run(tool, ["cidr", "10.1.2.3"], 2, None, r"^usage: zynet \[--json\] cidr ADDR BLOCK")
+
+
+def case_mask(tool):
+    for prefix, mask in (("24", "255.255.255.0"), ("1", "128.0.0.0"), ("32", "255.255.255.255"),
+                         ("20", "255.255.240.0")):
+        expect_run(tool, ["mask", prefix], 0, r"^/%s = %s$" % (prefix, re.escape(mask)))
+    expect(tool.json("mask", "16")["mask"] == "255.255.0.0", "bad JSON mask")
+    for bad in ("0", "33", "-1", "24x", "", "99999999999999999999"):
+        expect_run(tool, ["mask", bad], 2, None, r"^usage: zynet \[--json\] mask PREFIX")
+
+
+def case_probe(tool):
+    stacks = tool.json("probe")["stacks"]
+    expect(set(stacks) == {"IPv4", "IPv6", "Unix"} and all(isinstance(v, bool) for v in stacks.values()),
+           "bad stacks: %r" % stacks)
+    expect(stacks["IPv4"] is True, "no IPv4 stack on a machine with loopback")
+    if not tool.windows:
+        expect(stacks["Unix"] is True, "Linux has Unix-domain sockets")
+    out, _ = expect_run(tool, ["probe"], 0, r"^IPv4\s+present$")
+    expect(re.search(r"^Unix\s+(present|absent)$", out, re.M), "no Unix line:\n" + out)
+    expect_run(tool, ["probe", "extra"], 2)
+
+
+def case_ifaces(tool):
+    doc = tool.json("ifaces", "--macs", "--names")
+    loopback = [i for i in doc["interfaces"] if i["address"] == "127.0.0.1"]
+    expect(loopback and loopback[0]["network"] == "127.0.0.0" and loopback[0]["family"] == "IPv4",
+           "no loopback entry: %r" % doc["interfaces"])
+    expect(all(re.match(r"^[0-9a-f]{2}(:[0-9a-f]{2})*$", m) for m in doc["macs"]), "bad MACs: %r" % doc["macs"])
+    expect(isinstance(doc["names"], list), "no names list")
+    expect_run(tool, ["ifaces"], 0, r"^IPv4\s+127\.0\.0\.1\s+127\.0\.0\.0$")
+    expect_run(tool, ["ifaces", "--mac"], 2, None, r"unknown option --mac")
+
+
+def case_blacklist(tool):
+    with tempfile.TemporaryDirectory() as tmp:
+        listing = os.path.join(tmp, "blacklist.txt")
+        with open(listing, "w") as f:
+            f.write("127.0.0.1\n\n127.0.0.2\n/tmp/zynet-blocked.sock\n")
+        doc = tool.json("blacklist", listing, "127.0.0.1", "127.0.0.9")
+        entries = [e["address"] for e in doc["entries"]]
+        expect(entries == ["127.0.0.1", "127.0.0.2", "/tmp/zynet-blocked.sock"], "entries: %r" % entries)
+        checks = {c["input"]: c for c in doc["checks"]}
+        expect(checks["127.0.0.1"]["blacklisted"] is True and checks["127.0.0.1"]["attempts"] == 1,
+               "127.0.0.1: %r" % checks)
+        expect(checks["127.0.0.9"]["blacklisted"] is False, "127.0.0.9: %r" % checks)
+        expect_run(tool, ["blacklist", listing, "127.0.0.2"], 0, r"^127\.0\.0\.2: blacklisted \(attempts 1\)$")
+        missing = os.path.join(tmp, "missing.txt")
+        expect_run(tool, ["blacklist", missing], 1, None, r"Failed to open file, FileName=")
+    expect_run(tool, ["blacklist"], 2, None, r"^usage: zynet \[--json\] blacklist FILE")
+
+
+def case_ping(tool):
+    for bad in (["ping"], ["ping", "127.0.0.1", "-c", "0"], ["ping", "127.0.0.1", "-s", "abc"],
+                ["ping", "127.0.0.1", "-W"], ["ping", "127.0.0.1", "-x"]):
+        expect_run(tool, bad, 2, None, r"^usage: zynet \[--json\] ping HOST")
+    rc, out, err = tool.run("ping", "127.0.0.1", "-c", "2", "-W", "2")
+    if rc != 0 and "10013" in err:
+        raise Skip("ICMP sockets are not permitted here:\n" + err)
+    expect(re.search(r"^PING 127\.0\.0\.1 \(127\.0\.0\.1\) 56\(84\) bytes of data\.$", out, re.M), "header:\n" + out)
+    # One line per cycle. A raw ICMP socket also sees other programs' echo
+    # traffic on this host; the library reports such a cycle as a foreign
+    # reply, so that outcome is accepted as long as one reply is ours.
+    cycles = re.findall(r"^(?:64 bytes from 127\.0\.0\.1: icmp_seq=(\d) ttl=\d+ time=\d+ ms"
+                        r"|no reply for icmp_seq=(\d): foreign reply)$", out, re.M)
+    expect([a or b for a, b in cycles] == ["1", "2"], "cycle lines:\n" + out)
+    received = sum(1 for a, _ in cycles if a)
+    if received == 0:
+        raise Skip("other programs' ICMP traffic took every cycle:\n" + out)
+    expect(rc == 0, "ping failed (%d):\n%s%s" % (rc, out, err))
+    expect(re.search(r"^--- 127\.0\.0\.1 ping statistics ---$", out, re.M), "no statistics:\n" + out)
+    expect(re.search(r"^2 packets transmitted, %d received, %d%% packet loss, time \d+ms$"
+                     % (received, (2 - received) * 50), out, re.M), "summary:\n" + out)
+
+
+def case_usage(tool):
+    out, _ = expect_run(tool, ["--help"], 0, r"^usage: zynet")
+    commands = ["tour", "resolve", "reverse", "addr", "ifaces", "cidr", "mask", "probe", "blacklist", "ping"]
+    for command in commands:
+        expect(re.search(r"^  %s\s" % command, out, re.M), "%s missing from --help" % command)
+        expect_run(tool, [command, "--help"], 0, r"^usage: zynet \[--json\] %s" % command)
+    expect_run(tool, ["frobnicate"], 2, None, r"unknown command 'frobnicate'")
+    expect_run(tool, ["--version"], 0, r"^zynet \d+\.\d+\.\d+$")
+    # Odd arguments end with a status, never a crash. Only commands that do
+    # no name look-ups get free text, so nothing here asks a name server.
+    long_text = "9" * 5000
+    odd = [["addr", long_text], ["addr", "/" + "x" * 300], ["addr", ""], ["addr", "-"], ["addr", "--", "-p"],
+           ["addr", "::ffff:1.2.3.4"], ["addr", "1.2.3.4", "-p", "-1"], ["cidr", long_text, long_text],
+           ["cidr", "1.2.3.4", "/"], ["cidr", "1.2.3.4", "1.2.3.4/"], ["cidr", "::1", "::/0"],
+           ["cidr", "", ""], ["mask", long_text], ["ifaces", long_text], ["probe", "--json", "--json"],
+           ["tour", "extra"], ["resolve", "-4"], ["reverse", "--all"], ["blacklist", "--", "-"],
+           ["ping", "127.0.0.1", "-c", long_text], ["-p"], ["--"]]
+    for args in odd:
+        code, _, err = tool.run(*args)
+        expect(code in (0, 1, 2), "zynet %r ended with %d:\n%s" % ([a[:40] for a in args], code, err))
+
+
+CASES = {name[len("case_"):]: fn for name, fn in globals().items() if name.startswith("case_")}
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--zynet", required=True)
+    parser.add_argument("--emulator", default="")
+    parser.add_argument("case", choices=sorted(CASES))
+    args = parser.parse_args()
+    tool = Tool(args.zynet, args.emulator)
+    try:
+        CASES[args.case](tool)
+    except Skip as skip:
+        print("SKIPPED: %s" % skip)
+        return SKIP
+    except Failure as failure:
+        print("FAILED: %s" % failure)
+        return 1
+    print("passed")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
