@@ -553,10 +553,15 @@ CZyError CZyIPAddr::CheckIfIpv4AddressIsWithinCidrBlock(const std::string& addre
 // ---- stack probes --------------------------------------------------------
 
 // A family the machine lacks answers false with success; any other bind
-// failure is an error.
+// failure is an error. An address of no family has no stack either: it is
+// answered here, since the systems disagree on how socket() refuses it
+// (Linux: family not supported, Windows: invalid argument).
 CZyError CZyIPAddr::IsAddrBindable(const CZyIPAddr& address, bool& bindable)
 {
     bindable = false;
+    IP_FAMILY family = address.GetAddressFamily();
+    if (family != IP_FAMILY_IPV4 && family != IP_FAMILY_IPV6 && family != IP_FAMILY_UNIX)
+        return CZyError::Success();
     CZySocket socket;
     CZyError err = socket.Bind(address);
     socket.Close();
