@@ -329,7 +329,8 @@ CZyError CZyPing::preparePingSocket(char const* host, unsigned int timeout, bool
                 return err
                     .Push(ZY_LOC("CZyPing::preparePingSocket"),
                           "Raw ICMP sockets are refused and ICMP datagram sockets are not available either "
-                          "(error %d): ping needs root (CAP_NET_RAW) or a group in net.ipv4.ping_group_range",
+                          "(error %d): ping needs administrator or root rights (CAP_NET_RAW), or on Linux "
+                          "a group in net.ipv4.ping_group_range",
                           code)
                     .Push(ZY_LOC("CZyPing::preparePingSocket"), "ICMP-Socket creation [%s] failed.", host);
             m_socket.AttachConnectedSocket(handle, address);
@@ -412,7 +413,7 @@ CZyError CZyPing::sendPingRequest(unsigned int sequence, bool& timedOut, CTimeSt
     sendTime = CTimeStamp::Now();
     int flagTimedOut = 0;
     int sent = 0;
-    CZyError err = m_socket.SendtoICMPSocket(m_sendBuffer, ClampToInt(m_sendSize), static_cast<int>(m_timeout),
+    CZyError err = m_socket.SendtoICMPSocket(m_sendBuffer, ClampToInt(m_sendSize), ClampToInt(m_timeout),
                                              &flagTimedOut, 0, &sent);
     if (flagTimedOut != 0)
     {
@@ -464,7 +465,7 @@ CZyError CZyPing::recvAndProcessPingResponse(_ZyPingResponse& response, _ZyPingR
                                              CTimeStamp& receiveTime)
 {
     const int32_t start = ZyTime32();
-    int seconds = static_cast<int>(std::min<unsigned int>(m_timeout, INT_MAX));
+    int seconds = ClampToInt(m_timeout);
     for (;;)
     {
         bool timedOut = false;
