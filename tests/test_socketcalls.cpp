@@ -1,0 +1,496 @@
+// The flat socket calls against real loopback sockets: transfer loops and
+// their time limits, the list-set wait, address results, the socket pair,
+// the callbacks and the ICMP datagram calls.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ZyNetwork/ZySocket.h"
+#include "ZyUtils/ZyTime.h"
+#include "support/NetNamespace.h"
+#include "support/TestEnv.h"
+
+#if defined(_WIN32)
+#include <winsock2.h>
+#else
+#include <dirent.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#endif
+
+namespace
+{
+const int kWouldBlock = 10035;
+
+ZYNET_SockAddr Loopback(int family)
+{
+    ZYNET_SockAddr addr;
+    memset(&addr, 0, sizeof(addr));
+    addr.family = static_cast<uint16_t>(family);
+    if (family == ZYNET_AF_INET)
+        addr.in4.addr[0] = 127, addr.in4.addr[3] = 1;
+    else
+        addr.in6.addr[15] = 1;
+    return addr;
+}
+
+double SecondsSince(const CTimeStamp& start)
+{
+    return (CTimeStamp::Now().AsMilliseconds() - start.AsMilliseconds()) / 1000.0;
+}
+
+// A connected blocking stream pair made with the flat calls: {client, server}.
+struct Pair
+{
+    ZYNET_SOCKET client = ZYNET_INVALID_SOCKET, server = ZYNET_INVALID_SOCKET;
+    ~Pair()
+    {
+        if (client != ZYNET_INVALID_SOCKET)
+            ZYNET_close(client);
+        if (server != ZYNET_INVALID_SOCKET)
+            ZYNET_close(server);
+    }
+};
+
+void Connect(Pair& pair, int family = ZYNET_AF_INET)
+{
+    ZYNET_SOCKET listener;
+    ASSERT_EQ(ZYNET_socket(family, &listener), 0);
+    ZYNET_SockAddr addr = Loopback(family), peer;
+    ASSERT_EQ(ZYNET_bind(listener, &addr), 0);
+    ASSERT_EQ(ZYNET_listen(listener, 5), 0);
+    ASSERT_EQ(ZYNET_getsockname(listener, &addr), 0);
+    ASSERT_EQ(ZYNET_socket(family, &pair.client), 0);
+    ASSERT_EQ(ZYNET_connect(pair.client, &addr), 0);
+    ASSERT_EQ(ZYNET_accept(listener, &pair.server, &peer), 0);
+    ASSERT_NE(pair.server, ZYNET_INVALID_SOCKET);
+    ZYNET_close(listener);
+}
+
+void SendAll(ZYNET_SOCKET s, const std::string& data)
+{
+    int sent = 0;
+    ASSERT_EQ(ZYNET_send(s, data.data(), static_cast<int>(data.size()), &sent, 0), 0);
+    ASSERT_EQ(sent, static_cast<int>(data.size()));
+}
+
+#if !defined(_WIN32)
+int OpenDescriptors()
+{
+    int n = 0;
+    DIR* dir = opendir("/proc/self/fd");
+    while (dir != nullptr && readdir(dir) != nullptr)
+        ++n;
+    if (dir != nullptr)
+        closedir(dir);
+    return n;
+}
+
+bool RaiseDescriptorLimit(rlim_t wanted)
+{
+    rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return false;
+    if (limit.rlim_cur >= wanted)
+        return true;
+    limit.rlim_cur = limit.rlim_max < wanted ? limit.rlim_max : wanted;
+    return setrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur >= wanted;
+}
+#endif
+}  // namespace
+
+TEST(SocketCalls, WholeBufferLoopsReturnShortCountsAndErrorsNotSignals)
+{
+    Pair pair;
+    Connect(pair);
+    std::string data(100, 'x');
+    for (int i = 0; i < 100; ++i)
+        data[i] = static_cast<char>('a' + i % 26);
+    SendAll(pair.client, data.substr(0, 10));
+    std::thread later([&] {
+        ZYSLEEP(200);
+        SendAll(pair.client, data.substr(10, 20));
+    });
+
+    // A peek waits until one receive sees the whole length; it never adds up
+    // repeated views of the same queued bytes, and leaves them queued.
+    char buffer[100];
+    int count = -1;
+    EXPECT_EQ(ZYNET_recv(pair.server, buffer, 30, &count, 2 /*MSG_PEEK*/), 0);
+    later.join();
+    EXPECT_EQ(count, 30);
+    EXPECT_EQ(std::string(buffer, 30), data.substr(0, 30));
+    ASSERT_EQ(ZYNET_recv(pair.server, buffer, 30, &count, 0), 0);
+    EXPECT_EQ(std::string(buffer, 30), data.substr(0, 30));
+
+    // The peer sends 10 of 100 bytes and closes: a short count, no error.
+    SendAll(pair.client, data.substr(0, 10));
+    ZYNET_close(pair.client);
+    pair.client = ZYNET_INVALID_SOCKET;
+    ASSERT_EQ(ZYNET_recv(pair.server, buffer, 100, &count, 0), 0);
+    EXPECT_EQ(count, 10);
+    EXPECT_EQ(std::string(buffer, 10), data.substr(0, 10));
+
+    // Sending to the gone peer fails with a code; SIGPIPE is left at its
+    // default action here, so a raised signal would end this test program.
+    int rc = 0;
+    for (int i = 0; i < 50 && rc == 0; ++i)
+    {
+        rc = ZYNET_send(pair.server, data.data(), 100, &count, 0);
+        ZYSLEEP(10);
+    }
+    EXPECT_TRUE(rc == 10053 || rc == 10054 || rc == 10058) << rc;
+    EXPECT_EQ(ZYNET_getlasterror(), rc);
+}
+
+TEST(SocketCalls, TimeLimitedLoops)
+{
+    Pair pair;
+    Connect(pair);
+    char buffer[100];
+    int count = -1, timedOut = -1;
+
+    // A silent peer: limit 2 gives up after 2 to 4 seconds with nothing read.
+    CTimeStamp start = CTimeStamp::Now();
+    ASSERT_EQ(ZYNET_recvwithtimeout(pair.server, buffer, 100, &count, 2, &timedOut, 0), 0);
+    double elapsed = SecondsSince(start);
+    EXPECT_EQ(timedOut, 1);
+    EXPECT_EQ(count, 0);
+    EXPECT_GE(elapsed, 2.0);
+    EXPECT_LE(elapsed, 4.0);
+
+    // Data already there arrives at once; an end of stream ends the wait
+    // with the short count and no time-out.
+    SendAll(pair.client, std::string(40, 'q'));
+    ZYNET_shutdown(pair.client, 1 /*send side*/);
+    ASSERT_EQ(ZYNET_recvwithtimeout(pair.server, buffer, 100, &count, 30, &timedOut, 0), 0);
+    EXPECT_EQ(count, 40);
+    EXPECT_EQ(timedOut, 0);
+
+    // A limit of 0 (or less) is the plain call: on a non-blocking silent
+    // socket it fails at once instead of waiting.
+    Pair idle;
+    Connect(idle);
+    ASSERT_EQ(ZYNET_setnonblocking(idle.server), 0);
+    for (int limit : {0, -1})
+    {
+        start = CTimeStamp::Now();
+        EXPECT_EQ(ZYNET_recvwithtimeout(idle.server, buffer, 100, &count, limit, &timedOut, 0), kWouldBlock);
+        EXPECT_EQ(timedOut, 0);
+        EXPECT_LT(SecondsSince(start), 1.0);
+    }
+
+    // A peer that never reads: a non-blocking sender fills the queues and
+    // then times out with part of the buffer sent.
+    ASSERT_EQ(ZYNET_setnonblocking(idle.client), 0);
+    std::vector<char> big(64 << 20, 'b');
+    ASSERT_EQ(ZYNET_sendwithtimeout(idle.client, big.data(), static_cast<int>(big.size()), &count, 1, &timedOut, 0),
+              0);
+    EXPECT_EQ(timedOut, 1);
+    EXPECT_GT(count, 0);
+    EXPECT_LT(count, static_cast<int>(big.size()));
+}
+
+TEST(SocketCalls, SelectRewritesListsToReadyHandles)
+{
+    Pair a, b;
+    Connect(a);
+    Connect(b);
+    SendAll(b.client, "ping");
+
+    ZYNET_fd_set readSet = {}, writeSet = {};
+    readSet.fd_count = 2, readSet.fd_array[0] = a.server, readSet.fd_array[1] = b.server;
+    writeSet.fd_count = 2, writeSet.fd_array[0] = b.client, writeSet.fd_array[1] = a.client;
+    timeval wait = {5, 0};
+    int count = -1;
+    ASSERT_EQ(ZYNET_select(0, &readSet, &writeSet, nullptr, &wait, &count), 0);
+    EXPECT_EQ(count, 3);
+    ASSERT_EQ(readSet.fd_count, 1u);
+    EXPECT_EQ(readSet.fd_array[0], b.server);
+    ASSERT_EQ(writeSet.fd_count, 2u);
+    EXPECT_EQ(writeSet.fd_array[0], b.client) << "order is kept";
+
+    // Nothing ready within a zero limit: every list comes back empty.
+    readSet.fd_count = 1, readSet.fd_array[0] = a.server;
+    timeval zero = {0, 0};
+    ASSERT_EQ(ZYNET_select(0, &readSet, nullptr, nullptr, &zero, &count), 0);
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(readSet.fd_count, 0u);
+
+    // A handle that is no socket, and a wait on nothing, are refused.
+    ZYNET_SOCKET closed;
+    ASSERT_EQ(ZYNET_socket(ZYNET_AF_INET, &closed), 0);
+    ZYNET_close(closed);
+    readSet.fd_count = 2, readSet.fd_array[0] = b.server, readSet.fd_array[1] = closed;
+    EXPECT_EQ(ZYNET_select(0, &readSet, nullptr, nullptr, &zero, nullptr), 10038);
+    readSet.fd_count = 0;
+    EXPECT_EQ(ZYNET_select(0, &readSet, nullptr, nullptr, &zero, &count), 10022);
+}
+
+TEST(SocketCalls, SelectTakesGrownSetsAndHighDescriptors)
+{
+#if !defined(_WIN32)
+    if (!RaiseDescriptorLimit(5200))
+        GTEST_SKIP() << "cannot raise the descriptor limit to 5200";
+#endif
+    // 1100 datagram sockets: more than a set holds inline.
+    std::vector<ZYNET_SOCKET> sockets;
+    ZyFdset writable;
+    for (int i = 0; i < 1100; ++i)
+    {
+        ZYNET_SOCKET s;
+        ASSERT_EQ(ZYNET_dgramsocket(ZYNET_AF_INET, &s), 0) << i;
+        sockets.push_back(s);
+        ZYNET_SockAddr addr = Loopback(ZYNET_AF_INET);
+        ASSERT_EQ(ZYNET_bind(s, &addr), 0);
+        ASSERT_FALSE(writable.set(s).IsError());
+    }
+    ZyFdset readable(writable);
+    EXPECT_EQ(writable.capacity(), 8192u);
+    ZYNET_SockAddr target;
+    ASSERT_EQ(ZYNET_getsockname(sockets[1050], &target), 0);
+    // The datagram calls work on any datagram socket.
+    int count = 0, timedOut = -1;
+    ASSERT_EQ(ZYNET_sendtoicmpsocket(sockets[3], &target, "hello", 5, &count, 0, 0, &timedOut), 0);
+    EXPECT_EQ(count, 5);
+
+    timeval wait = {5, 0};
+    ASSERT_EQ(ZYNET_select(0, readable.get_fdsetp(), writable.get_fdsetp(), nullptr, &wait, &count), 0);
+    EXPECT_EQ(count, 1101);
+    EXPECT_EQ(writable.count(), 1100u);
+    ASSERT_EQ(readable.count(), 1u);
+    EXPECT_EQ(readable.get_fdsetp()->fd_array[0], sockets[1050]);
+
+    // One datagram within a limit, then a time-out on the now idle socket.
+    char buffer[64];
+    ZYNET_SockAddr from, sender;
+    ASSERT_EQ(ZYNET_recvfromicmpsocket(sockets[1050], &from, buffer, 64, &count, 0, 2, &timedOut), 0);
+    EXPECT_EQ(count, 5);
+    EXPECT_EQ(timedOut, 0);
+    ASSERT_EQ(ZYNET_getsockname(sockets[3], &sender), 0);
+    EXPECT_EQ(ZYNET_addrequal(&from, &sender, 0, 1), 1);
+    CTimeStamp start = CTimeStamp::Now();
+    ASSERT_EQ(ZYNET_recvfromicmpsocket(sockets[1050], &from, buffer, 64, &count, 0, 1, &timedOut), 0);
+    EXPECT_EQ(timedOut, 1);
+    EXPECT_EQ(count, 0);
+    EXPECT_GE(SecondsSince(start), 1.0);
+    for (ZYNET_SOCKET s : sockets)
+        ZYNET_close(s);
+
+#if !defined(_WIN32)
+    // A descriptor numbered far above 1024 waits like any other.
+    Pair pair;
+    Connect(pair);
+    ASSERT_EQ(dup2(static_cast<int>(pair.server), 5000), 5000);
+    ZYNET_close(pair.server);
+    pair.server = 5000;
+    SendAll(pair.client, "late");
+    ASSERT_EQ(ZYNET_recvwithtimeout(pair.server, buffer, 4, &count, 5, &timedOut, 0), 0);
+    EXPECT_EQ(count, 4);
+    EXPECT_EQ(timedOut, 0);
+#endif
+}
+
+TEST(SocketCalls, AddressResultsAndAccept)
+{
+    for (int family : {ZYNET_AF_INET, ZYNET_AF_INET6})
+    {
+        Pair pair;
+        Connect(pair, family);
+        ZYNET_SockAddr local, peer;
+        ASSERT_EQ(ZYNET_getsockname(pair.client, &local), 0);
+        ASSERT_EQ(ZYNET_getpeername(pair.server, &peer), 0);
+        EXPECT_EQ(local.family, family);
+        EXPECT_NE(ZYNET_getport(&local), 0u);
+        EXPECT_EQ(ZYNET_addrequal(&local, &peer, 0, 1), 1);
+        EXPECT_EQ(ZYNET_getsockfamily(pair.client), family) << "23 for IPv6 on every platform";
+        ASSERT_EQ(ZYNET_settcpkeepaliveoptions(pair.client, 30, 5), 0);
+#if !defined(_WIN32)
+        int value = 0;
+        int length = sizeof(value);
+        ASSERT_EQ(ZYNET_getsockopt(pair.client, IPPROTO_TCP, TCP_KEEPIDLE, reinterpret_cast<char*>(&value), &length), 0);
+        EXPECT_EQ(value, 30);
+        ASSERT_EQ(ZYNET_getsockopt(pair.client, SOL_SOCKET, SO_KEEPALIVE, reinterpret_cast<char*>(&value), &length), 0);
+        EXPECT_NE(value, 0);
+#endif
+    }
+
+    // Accept on a socket that does not listen: success with no handle.
+    ZYNET_SOCKET s, out = 123;
+    ASSERT_EQ(ZYNET_socket(ZYNET_AF_INET, &s), 0);
+    ZYNET_SockAddr addr = Loopback(ZYNET_AF_INET);
+    ASSERT_EQ(ZYNET_bind(s, &addr), 0);
+    EXPECT_EQ(ZYNET_accept(s, &out, &addr), 0);
+    EXPECT_EQ(out, ZYNET_INVALID_SOCKET);
+    ZYNET_close(s);
+    EXPECT_EQ(ZYNET_getsockfamily(s), -1);
+    EXPECT_NE(ZYNET_getsockname(s, &addr), 0);
+
+    if (ZYNET_AreUnixSocketsSupported() == 0)
+        return;
+    // Unix-domain: an unnamed socket has family 1 and an empty path, and so
+    // has the peer an accept reports for it.
+    std::string path = zytest::TempSocketPath("calls");
+    ZYNET_SOCKET listener, client, server = ZYNET_INVALID_SOCKET;
+    ZYNET_SockAddr unixAddr, got;
+    ASSERT_EQ(ZYNET_str2ip(path.c_str(), &unixAddr), 0);
+    ASSERT_EQ(ZYNET_socket(ZYNET_AF_UNIX, &listener), 0);
+    ASSERT_EQ(ZYNET_bind(listener, &unixAddr), 0);
+    ASSERT_EQ(ZYNET_listen(listener, 5), 0);
+    ASSERT_EQ(ZYNET_getsockname(listener, &got), 0);
+    EXPECT_EQ(got.family, ZYNET_AF_UNIX);
+    EXPECT_EQ(std::string(got.un.path), path);
+    ASSERT_EQ(ZYNET_socket(ZYNET_AF_UNIX, &client), 0);
+    EXPECT_EQ(ZYNET_getsockfamily(client), ZYNET_AF_UNIX);
+    memset(&got, 0x55, sizeof(got));
+    ASSERT_EQ(ZYNET_getsockname(client, &got), 0);
+    EXPECT_EQ(got.family, ZYNET_AF_UNIX);
+    EXPECT_EQ(got.un.path[0], '\0');
+    ASSERT_EQ(ZYNET_connect(client, &unixAddr), 0);
+    memset(&got, 0x55, sizeof(got));
+    ASSERT_EQ(ZYNET_accept(listener, &server, &got), 0);
+    ASSERT_NE(server, ZYNET_INVALID_SOCKET);
+    EXPECT_EQ(got.family, ZYNET_AF_UNIX);
+    EXPECT_EQ(got.un.path[0], '\0');
+    for (ZYNET_SOCKET h : {listener, client, server})
+        ZYNET_close(h);
+    std::remove(path.c_str());
+}
+
+namespace
+{
+struct CallbackLog
+{
+    std::vector<std::string> events;
+    ZYNET_SOCKET listener = ZYNET_INVALID_SOCKET;
+    unsigned listenerPort = 0;
+} g_log;
+
+void OnListen(ZYNET_SOCKET handle)
+{
+    // Still before listen(): an accept fails at once.
+    ZYNET_SOCKET out = 0;
+    ZYNET_SockAddr addr;
+    ZYNET_accept(handle, &out, &addr);
+    g_log.events.push_back(out == ZYNET_INVALID_SOCKET ? "listen" : "listen-too-late");
+    g_log.listener = handle;
+    if (ZYNET_getsockname(handle, &addr) == 0)
+        g_log.listenerPort = ZYNET_getport(&addr);
+}
+
+void OnClose(ZYNET_SOCKET handle)
+{
+    // Still before closesocket(): the handle is a live socket.
+    bool open = ZYNET_getsockfamily(handle) != -1;
+    g_log.events.push_back(std::string(open ? "close" : "close-too-late") +
+                           (handle == g_log.listener ? " listener" : ""));
+}
+}  // namespace
+
+TEST(SocketCalls, SocketPairIsConnectedNonBlockingAndCallsBack)
+{
+    ZYNET_setlistencb(&OnListen);
+    ZYNET_setclosecb(&OnClose);
+    ZYNET_SOCKET pair[2];
+    int rc = ZYNET_socketpair(pair);
+    ZYNET_setlistencb(nullptr);
+    ZYNET_setclosecb(nullptr);
+    ASSERT_EQ(rc, 0);
+    // One listen and one close per address tried; the successful one last.
+    ASSERT_GE(g_log.events.size(), 2u);
+    EXPECT_EQ(g_log.events.size() % 2, 0u);
+    EXPECT_EQ(g_log.events[g_log.events.size() - 2], "listen");
+    EXPECT_EQ(g_log.events.back(), "close listener");
+    for (const std::string& event : g_log.events)
+        EXPECT_EQ(event.find("too-late"), std::string::npos) << event;
+
+    // The connecting socket comes first: the accepted one owns the
+    // listener's port.
+    ZYNET_SockAddr local0, local1, peer0;
+    ASSERT_EQ(ZYNET_getsockname(pair[0], &local0), 0);
+    ASSERT_EQ(ZYNET_getsockname(pair[1], &local1), 0);
+    ASSERT_EQ(ZYNET_getpeername(pair[0], &peer0), 0);
+    EXPECT_EQ(ZYNET_getport(&local1), g_log.listenerPort);
+    EXPECT_EQ(ZYNET_getport(&peer0), g_log.listenerPort);
+    EXPECT_NE(ZYNET_getport(&local0), g_log.listenerPort);
+
+    char buffer[8];
+    int count = 0;
+    EXPECT_EQ(ZYNET_recv(pair[0], buffer, 8, &count, 0), kWouldBlock);
+    EXPECT_EQ(ZYNET_recv(pair[1], buffer, 8, &count, 0), kWouldBlock);
+    SendAll(pair[0], "to-1");
+    SendAll(pair[1], "to-0");
+    int timedOut = 0;
+    ASSERT_EQ(ZYNET_recvwithtimeout(pair[1], buffer, 4, &count, 5, &timedOut, 0), 0);
+    EXPECT_EQ(std::string(buffer, 4), "to-1");
+    ASSERT_EQ(ZYNET_recvwithtimeout(pair[0], buffer, 4, &count, 5, &timedOut, 0), 0);
+    EXPECT_EQ(std::string(buffer, 4), "to-0");
+
+    g_log.events.clear();
+    ZYNET_setclosecb(&OnClose);
+    EXPECT_EQ(ZYNET_close(pair[0]), 0);
+    ZYNET_setclosecb(nullptr);
+    EXPECT_EQ(ZYNET_close(pair[1]), 0);
+    EXPECT_EQ(g_log.events, (std::vector<std::string>{"close"}));
+}
+
+TEST(SocketCalls, SocketPairCyclesLeakNothing)
+{
+    const int cycles = zytest::IsWindowsTarget() ? 500 : 10000;
+#if !defined(_WIN32)
+    const int before = OpenDescriptors();
+#endif
+    for (int i = 0; i < cycles; ++i)
+    {
+        ZYNET_SOCKET pair[2];
+        ASSERT_EQ(ZYNET_socketpair(pair), 0) << "cycle " << i;
+        ASSERT_EQ(ZYNET_close(pair[1]), 0);
+        ASSERT_EQ(ZYNET_close(pair[0]), 0);
+    }
+#if !defined(_WIN32)
+    EXPECT_EQ(OpenDescriptors(), before);
+    // Every descriptor is opened close-on-exec.
+    ZYNET_SOCKET pair[2];
+    ASSERT_EQ(ZYNET_socketpair(pair), 0);
+    for (ZYNET_SOCKET h : pair)
+    {
+        EXPECT_NE(fcntl(static_cast<int>(h), F_GETFD) & FD_CLOEXEC, 0);
+        ZYNET_close(h);
+    }
+#endif
+}
+
+TEST(SocketCalls, NullPointersAreRefusedAndNothingIsTouched)
+{
+    Pair pair;
+    Connect(pair);
+    char buffer[4];
+    int count = 77, timedOut = 77;
+    ZYNET_SockAddr addr;
+    EXPECT_EQ(ZYNET_socket(ZYNET_AF_INET, nullptr), 10014);
+    EXPECT_EQ(ZYNET_bind(pair.client, nullptr), 10014);
+    EXPECT_EQ(ZYNET_connect(pair.client, nullptr), 10014);
+    EXPECT_EQ(ZYNET_accept(pair.client, nullptr, &addr), 10014);
+    EXPECT_EQ(ZYNET_getsockname(pair.client, nullptr), 10014);
+    EXPECT_EQ(ZYNET_getpeername(pair.client, nullptr), 10014);
+    EXPECT_EQ(ZYNET_socketpair(nullptr), 10014);
+    EXPECT_EQ(ZYNET_recv(pair.client, nullptr, 4, &count, 0), 10014);
+    EXPECT_EQ(ZYNET_send(pair.client, buffer, 4, nullptr, 0), 10014);
+    EXPECT_EQ(ZYNET_recvwithtimeout(pair.client, buffer, 4, &count, 1, nullptr, 0), 10014);
+    EXPECT_EQ(ZYNET_sendwithtimeout(pair.client, nullptr, 4, &count, 1, &timedOut, 0), 10014);
+    EXPECT_EQ(ZYNET_recvfromicmpsocket(pair.client, nullptr, buffer, 4, &count, 0, 1, &timedOut), 10014);
+    EXPECT_EQ(ZYNET_sendtoicmpsocket(pair.client, &addr, buffer, 4, &count, 0, 1, nullptr), 10014);
+    EXPECT_EQ(count, 77);
+    EXPECT_EQ(timedOut, 77);
+    EXPECT_EQ(ZYNET_getlasterror(), 10014);
+    ZYNET_setlasterror(0);
+    EXPECT_EQ(ZYNET_getlasterror(), 0);
+}
