@@ -36,15 +36,6 @@ std::string Text(const CZyIPAddr& address)
     return text.str();
 }
 
-std::vector<std::pair<std::string, std::string>> Texts(const std::vector<AddrPair>& pairs)
-{
-    std::vector<std::pair<std::string, std::string>> out;
-    for (const AddrPair& p : pairs)
-        out.emplace_back(Text(p.first), Text(p.second));
-    std::sort(out.begin(), out.end());
-    return out;
-}
-
 zyos::AdapterUnicast Unicast(const char* text, unsigned int prefix)
 {
     zyos::AdapterUnicast unicast;
@@ -375,6 +366,16 @@ TEST(IFList, HostListsFollowThePairRules)
 #if !defined(_WIN32)
 namespace
 {
+// The pairs as sorted texts.
+std::vector<std::pair<std::string, std::string>> Texts(const std::vector<AddrPair>& pairs)
+{
+    std::vector<std::pair<std::string, std::string>> out;
+    for (const AddrPair& p : pairs)
+        out.emplace_back(Text(p.first), Text(p.second));
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
 // Collects failed checks inside the namespace child.
 struct Checks
 {
