@@ -21,6 +21,15 @@
 #include "ZyNetwork/ZySockAddr.h"
 #include "ZyNetwork/ZySocketTypes.h"
 
+// Winsock's headers define GetAddrInfo and GetNameInfo as macros for their
+// own functions; the names below are this library's.
+#ifdef GetAddrInfo
+#undef GetAddrInfo
+#endif
+#ifdef GetNameInfo
+#undef GetNameInfo
+#endif
+
 namespace zyos
 {
 // ---- errors and families -------------------------------------------------

@@ -138,6 +138,24 @@ private:
     std::vector<SOCKET> m_storage;  // SOCKET-aligned backing of the fd_set
 };
 
+// Winsock's resolver codes are positive. Wine lets some of its host's
+// negative getaddrinfo/getnameinfo codes through (a host buffer too small
+// comes back as -12); those are mapped to the codes Windows gives.
+int NormaliseResolverCode(int code)
+{
+    switch (code)
+    {
+    case -2: return WSAHOST_NOT_FOUND;  // no such name
+    case -3: return WSATRY_AGAIN;       // temporary failure
+    case -4: return WSANO_RECOVERY;     // permanent failure
+    case -5: return WSANO_DATA;         // no address of the family asked for
+    case -6: return WSAEAFNOSUPPORT;    // family not supported
+    case -10: return WSA_NOT_ENOUGH_MEMORY;
+    case -12: return WSAEFAULT;         // host buffer too small
+    default: return code;
+    }
+}
+
 bool IsSocket(SOCKET socket)
 {
     int type = 0;
@@ -165,7 +183,7 @@ int TranslateErrno(int osError)
 
 int TranslateResolverError(int osCode)
 {
-    return osCode;  // getaddrinfo/getnameinfo return Winsock codes here
+    return NormaliseResolverCode(osCode);  // Winsock codes already, bar Wine's leaks
 }
 
 int FamilyToOs(int portableFamily)
@@ -576,7 +594,7 @@ int GetAddrInfo(const char* name, int flags, int family, int socktype, int proto
     hints.ai_socktype = socktype;
     hints.ai_protocol = protocol;
     addrinfo* list = nullptr;
-    int rc = resolver.getAddrInfo(name, nullptr, &hints, &list);
+    int rc = NormaliseResolverCode(resolver.getAddrInfo(name, nullptr, &hints, &list));
     if (rc != 0)
     {
         if (list != nullptr)
@@ -615,6 +633,7 @@ int GetNameInfo(const ZYNET_SockAddr* addr, int length, char* host, int hostLeng
         return Fail(WSAEFAULT);
     int rc = win::Resolver().getNameInfo(reinterpret_cast<const sockaddr*>(&os), osLength, host,
                                          static_cast<DWORD>(hostLength), nullptr, 0, flags);
+    rc = NormaliseResolverCode(rc);
     WSASetLastError(rc);
     return rc;
 }
