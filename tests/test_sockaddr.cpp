@@ -1,0 +1,411 @@
+// Socket address records: conversion, look-up, comparison, lengths, the
+// family preference and the Unix-socket support switch.
+//
+// The family preference and the Unix-socket cache are process-wide. Only the
+// tests named for them change them, and each program runs in a process of
+// its own, so no other test here depends on their values.
+#include <gtest/gtest.h>
+
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/ZySockAddr.h"
+#include "ZyNetwork/ZySockAddrInternal.h"
+#include "ZyUtils/LogWriter.h"
+#include "support/TestEnv.h"
+
+#if defined(_WIN32)
+#include <winsock2.h>
+#else
+#include <netdb.h>
+#include <signal.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
+
+namespace
+{
+ZYNET_SockAddr Filled(uint8_t byte)
+{
+    ZYNET_SockAddr addr;
+    memset(&addr, byte, sizeof(addr));
+    return addr;
+}
+
+ZYNET_SockAddr FromText(const char* text)
+{
+    ZYNET_SockAddr addr = Filled(0);
+    EXPECT_EQ(ZYNET_str2ip(text, &addr), 0) << text;
+    return addr;
+}
+
+// Collects the lines written at level -1.
+class CapturingWriter : public CLogWriterInterface
+{
+public:
+    int GetLogLevel() const override { return 0; }
+    void SetLogLevel(int) override {}
+    void Flush() override {}
+    void Write(int level, const char* function, int, int, int, int, const char* format, ...) override
+    {
+        char line[512];
+        va_list args;
+        va_start(args, format);
+        vsnprintf(line, sizeof(line), format, args);
+        va_end(args);
+        if (level == -1)
+            lines.push_back(std::string(function) + ": " + line);
+    }
+    std::vector<std::string> lines;
+};
+}  // namespace
+
+TEST(SockAddr, PathsAreRecognisedAndBounded)
+{
+    zytest::InitTestProcess();
+    // A slash or backslash anywhere makes a path; nothing is resolved.
+    for (const char* path : {"/tmp/a", "a\\b", "rel/x", "C:\\x"})
+    {
+        ZYNET_SockAddr addr = Filled(0x55);
+        ASSERT_EQ(ZYNET_str2ip(path, &addr), 0) << path;
+        EXPECT_EQ(addr.family, ZYNET_AF_UNIX);
+        EXPECT_STREQ(addr.un.path, path);
+        EXPECT_EQ(ZYNET_GetActualSockAddrLen(&addr), 2 + static_cast<int>(strlen(path)) + 1);
+
+        ZYNET_HostEnt host = {0, nullptr};
+        ASSERT_EQ(ZYNET_name2ip(path, &host, 0), 0);
+        ASSERT_EQ(host.count, 1);
+        EXPECT_EQ(host.addrs[0].family, ZYNET_AF_UNIX);
+        EXPECT_STREQ(host.addrs[0].un.path, path);
+        ZYNET_freehostent(&host);
+        EXPECT_EQ(host.count, 0);
+        EXPECT_EQ(host.addrs, nullptr);
+    }
+    EXPECT_EQ(FromText("127.0.0.1").family, ZYNET_AF_INET);
+
+    // 107 characters fit with the terminator; 108 do not, and the output
+    // is left exactly as it was.
+    std::string longest = "/" + std::string(106, 'p');
+    ZYNET_SockAddr addr = Filled(0x55);
+    ASSERT_EQ(ZYNET_str2ip(longest.c_str(), &addr), 0);
+    EXPECT_EQ(ZYNET_GetActualSockAddrLen(&addr), 110);
+    char text[108];
+    EXPECT_EQ(ZYNET_ip2str(&addr, text, sizeof(text)), 0);
+    EXPECT_EQ(longest, text);
+    EXPECT_EQ(ZYNET_ip2str(&addr, text, 107), ZYNET_ERR_PATH_TOO_LONG);
+
+    std::string tooLong = longest + "q";
+    ZYNET_SockAddr untouched = Filled(0x55);
+    const ZYNET_SockAddr before = untouched;
+    EXPECT_EQ(ZYNET_str2ip(tooLong.c_str(), &untouched), ZYNET_ERR_PATH_TOO_LONG);
+    EXPECT_EQ(memcmp(&untouched, &before, sizeof(before)), 0);
+    ZYNET_HostEnt host = {5, nullptr};
+    EXPECT_EQ(ZYNET_name2ip(tooLong.c_str(), &host, 0), ZYNET_ERR_PATH_TOO_LONG);
+    EXPECT_EQ(host.count, 5);
+    EXPECT_EQ(host.addrs, nullptr);
+
+    // A record whose path has no terminator is never read past its field.
+    ZYNET_SockAddr unterminated = Filled('z');
+    unterminated.family = ZYNET_AF_UNIX;
+    EXPECT_EQ(ZYNET_GetActualSockAddrLen(&unterminated), 110);
+    char big[200];
+    ASSERT_EQ(ZYNET_ip2str(&unterminated, big, sizeof(big)), 0);
+    EXPECT_EQ(strlen(big), 108u);
+}
+
+TEST(SockAddr, CollisionMarkerIsRefused)
+{
+    zytest::InitTestProcess();
+    ZYNET_SockAddr addr = Filled(0);
+    EXPECT_EQ(ZYNET_str2ip("127.0.53.53", &addr), 11001);
+    EXPECT_EQ(ZYNET_str2ip("127.0.53.54", &addr), 0);
+
+    // The look-up stops at the marker; `count` keeps what it held and the
+    // array is still the caller's to free.
+    ZYNET_HostEnt host = {7, nullptr};
+    EXPECT_EQ(ZYNET_name2ip("127.0.53.53", &host, 0), 11001);
+    EXPECT_EQ(host.count, 7);
+    EXPECT_NE(host.addrs, nullptr);
+    ZYNET_freehostent(&host);
+    EXPECT_EQ(host.addrs, nullptr);
+}
+
+TEST(SockAddr, NumericConversionAndLookUpGivePortableFamilies)
+{
+    zytest::InitTestProcess();
+    ZYNET_SockAddr v6 = Filled(0x77);
+    ASSERT_EQ(ZYNET_str2ip("::1", &v6), 0);
+    EXPECT_EQ(v6.family, ZYNET_AF_INET6);
+    EXPECT_EQ(ZYNET_getport(&v6), 0u);
+    EXPECT_EQ(v6.in6.addr[15], 1);
+    char text[64];
+    ASSERT_EQ(ZYNET_ip2str(&v6, text, sizeof(text)), 0);
+    EXPECT_STREQ(text, "::1");
+
+    ZYNET_SockAddr v4 = FromText("10.1.16.5");
+    ASSERT_EQ(ZYNET_ip2str(&v4, text, sizeof(text)), 0);
+    EXPECT_STREQ(text, "10.1.16.5");
+    // A buffer too small for the digits is refused on both targets.
+    EXPECT_EQ(ZYNET_ip2str(&v4, text, 5), 10014);
+
+    ZYNET_SockAddr out = Filled(0);
+    EXPECT_EQ(ZYNET_str2ip("localhost", &out), 11001);  // numeric only
+    EXPECT_EQ(ZYNET_str2ip("1.2.3.4.5", &out), 11001);
+
+    ZYNET_HostEnt host = {0, nullptr};
+    ASSERT_EQ(ZYNET_name2ip("localhost", &host, ZYNET_AF_INET), 0);
+    ASSERT_GE(host.count, 1);
+    for (int i = 0; i < host.count; ++i)
+    {
+        EXPECT_EQ(host.addrs[i].family, ZYNET_AF_INET);
+        EXPECT_EQ(ZYNET_getport(&host.addrs[i]), 0u);
+    }
+    EXPECT_EQ(host.addrs[0].in4.addr[0], 127);
+    ZYNET_freehostent(&host);
+
+    // Names under the reserved "invalid" domain never exist, on both targets,
+    // without asking any name server.
+    host = {3, nullptr};
+    EXPECT_EQ(ZYNET_name2ip("no-such-host.invalid", &host, 0), 11001);
+    EXPECT_EQ(zyos::LastError(), 11001);
+    EXPECT_EQ(host.count, 3);
+    EXPECT_EQ(host.addrs, nullptr);
+}
+
+TEST(SockAddr, ReverseLookUp)
+{
+    zytest::InitTestProcess();
+    // 127.0.0.1 is named in the hosts file on both targets.
+    ZYNET_SockAddr v4 = FromText("127.0.0.1");
+    char name[1025];
+    ASSERT_EQ(ZYNET_ip2name(&v4, name, sizeof(name)), 0);
+    EXPECT_GT(strlen(name), 0u);
+    EXPECT_STRNE(name, "127.0.0.1");
+    EXPECT_EQ(ZYNET_ip2name(&v4, name, 2), 10014);
+
+    ZYNET_SockAddr path = FromText("/run/x.sock");
+    ASSERT_EQ(ZYNET_ip2name(&path, name, sizeof(name)), 0);
+    EXPECT_STREQ(name, "/run/x.sock");
+    EXPECT_EQ(ZYNET_ip2name(&path, name, 11), ZYNET_ERR_PATH_TOO_LONG);
+}
+
+TEST(SockAddr, PrefixComparison)
+{
+    ZYNET_SockAddr a = FromText("10.1.16.5");
+    ZYNET_SockAddr b = FromText("10.1.31.200");
+    EXPECT_EQ(ZYNET_addrequal(&a, &b, 20, 0), 1);
+    EXPECT_EQ(ZYNET_addrequal(&a, &b, 21, 0), 0);
+    EXPECT_EQ(ZYNET_addrequal(&a, &b, 16, 0), 1);
+    EXPECT_EQ(ZYNET_addrequal(&a, &b, 0, 0), 0);   // whole address
+    EXPECT_EQ(ZYNET_addrequal(&a, &b, 32, 0), 0);
+    EXPECT_EQ(ZYNET_addrequal(&a, &b, 40, 0), 0);
+    EXPECT_EQ(ZYNET_addrequal(&a, &a, 0, 1), 1);
+
+    // Ports decide only when asked.
+    ZYNET_SockAddr c = a;
+    ZYNET_setport(&c, 8080);
+    EXPECT_EQ(ZYNET_addrequal(&a, &c, 0, 0), 1);
+    EXPECT_EQ(ZYNET_addrequal(&a, &c, 0, 1), 0);
+    EXPECT_EQ(ZYNET_addrequal(&a, &c, 8, 1), 0);
+
+    ZYNET_SockAddr x = FromText("2001:db8::1");
+    ZYNET_SockAddr y = FromText("2001:db8:0:ffff::1");
+    EXPECT_EQ(ZYNET_addrequal(&x, &y, 48, 0), 1);
+    EXPECT_EQ(ZYNET_addrequal(&x, &y, 49, 0), 0);
+    EXPECT_EQ(ZYNET_addrequal(&x, &y, 0, 0), 0);
+    EXPECT_EQ(ZYNET_addrequal(&x, &y, 128, 0), 0);
+    // Flow information and scope never count.
+    ZYNET_SockAddr z = x;
+    z.in6.flowinfo = 0x1234;
+    z.in6.scope_id = 9;
+    EXPECT_EQ(ZYNET_addrequal(&x, &z, 128, 1), 1);
+
+    // Families must match; Unix paths compare whole, whatever else is asked.
+    EXPECT_EQ(ZYNET_addrequal(&a, &x, 0, 0), 0);
+    ZYNET_SockAddr p = FromText("/tmp/s");
+    ZYNET_SockAddr q = FromText("/tmp/s");
+    memset(q.un.path + 7, 0x41, 20);  // bytes after the terminator differ
+    ZYNET_SockAddr r = FromText("/tmp/t");
+    EXPECT_EQ(ZYNET_addrequal(&p, &q, 3, 1), 1);
+    EXPECT_EQ(ZYNET_addrequal(&p, &r, 0, 0), 0);
+    EXPECT_EQ(ZYNET_addrequal(&p, nullptr, 0, 0), 0);
+}
+
+TEST(SockAddr, PortsAndLengths)
+{
+    ZYNET_SockAddr v4 = FromText("192.0.2.1");
+    ZYNET_setport(&v4, 0x1234);
+    EXPECT_EQ(ZYNET_getport(&v4), 0x1234u);
+    EXPECT_EQ(reinterpret_cast<const uint8_t*>(&v4)[2], 0x12);  // network order
+    ZYNET_SockAddr v6 = FromText("::1");
+    ZYNET_setport(&v6, 65535);
+    EXPECT_EQ(ZYNET_getport(&v6), 65535u);
+
+    ZYNET_SockAddr path = FromText("/x");
+    const ZYNET_SockAddr before = path;
+    ZYNET_setport(&path, 80);
+    EXPECT_EQ(memcmp(&path, &before, sizeof(path)), 0);
+    EXPECT_EQ(ZYNET_getport(&path), 0u);
+
+    EXPECT_EQ(ZYNET_GetActualSockAddrLen(&v4), 16);
+    EXPECT_EQ(ZYNET_GetActualSockAddrLen(&v6), 28);
+    ZYNET_SockAddr other = Filled(0);
+    EXPECT_EQ(ZYNET_GetActualSockAddrLen(&other), 112);
+    EXPECT_EQ(ZYNET_GetMaxSockAddrLen(ZYNET_AF_UNIX), 110);
+    EXPECT_EQ(ZYNET_GetMaxSockAddrLen(ZYNET_AF_INET6), 28);
+    EXPECT_EQ(ZYNET_GetMaxSockAddrLen(7), 112);
+    EXPECT_STREQ(ZYNET_family2str(23), "IPv6");
+    EXPECT_STREQ(ZYNET_family2str(10), "ANY");
+}
+
+TEST(SockAddr, NullPointersAreRefusedWithoutTouchingAnything)
+{
+    ZYNET_SockAddr addr = Filled(0x33);
+    const ZYNET_SockAddr before = addr;
+    char buffer[8] = "keep";
+    ZYNET_HostEnt host = {4, nullptr};
+    struct servent* entry = nullptr;
+
+    EXPECT_EQ(ZYNET_str2ip(nullptr, &addr), 10014);
+    EXPECT_EQ(ZYNET_str2ip("1.2.3.4", nullptr), 10014);
+    EXPECT_EQ(ZYNET_ip2str(nullptr, buffer, sizeof(buffer)), 10014);
+    EXPECT_EQ(ZYNET_ip2str(&addr, nullptr, 8), 10014);
+    EXPECT_EQ(ZYNET_ip2name(nullptr, buffer, sizeof(buffer)), 10014);
+    EXPECT_EQ(ZYNET_name2ip(nullptr, &host, 0), 10014);
+    EXPECT_EQ(ZYNET_name2ip("localhost", nullptr, 0), 10014);
+    EXPECT_EQ(ZYNET_gethostname(nullptr, 10), 10014);
+    EXPECT_EQ(ZYNET_getservbyname(nullptr, "tcp", &entry), 10014);
+    EXPECT_EQ(ZYNET_getservbyname("http", "tcp", nullptr), 10014);
+    EXPECT_EQ(ZYNET_getservbyport(80, "tcp", nullptr), 10014);
+    ZYNET_freehostent(nullptr);
+    ZYNET_setport(nullptr, 1);
+    EXPECT_EQ(ZYNET_getport(nullptr), 0u);
+    EXPECT_EQ(ZYNET_GetActualSockAddrLen(nullptr), 0);
+
+    EXPECT_EQ(memcmp(&addr, &before, sizeof(addr)), 0);
+    EXPECT_STREQ(buffer, "keep");
+    EXPECT_EQ(host.count, 4);
+}
+
+TEST(SockAddr, HostAndServiceNames)
+{
+    zytest::InitTestProcess();
+    char name[256];
+    ASSERT_EQ(ZYNET_gethostname(name, sizeof(name)), 0);
+    EXPECT_GT(strlen(name), 0u);
+    char tiny[1];
+    EXPECT_EQ(ZYNET_gethostname(tiny, sizeof(tiny)), 10014);
+
+    struct servent* entry = nullptr;
+    ASSERT_EQ(ZYNET_getservbyname("http", "tcp", &entry), 0);
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(ntohs(static_cast<unsigned short>(entry->s_port)), 80);
+    entry = nullptr;
+    ASSERT_EQ(ZYNET_getservbyport(htons(80), "tcp", &entry), 0);
+    ASSERT_NE(entry, nullptr);
+    EXPECT_STREQ(entry->s_name, "http");
+    EXPECT_NE(ZYNET_getservbyname("no-such-service-zy", "tcp", &entry), 0);
+    EXPECT_EQ(entry, nullptr);
+}
+
+TEST(SockAddr, UnixSupportVersionRule)
+{
+    EXPECT_EQ(ZyUnixSupportFromVersion(10, 17763, 2209), 0);
+    EXPECT_EQ(ZyUnixSupportFromVersion(10, 17763, 2210), 1);
+    EXPECT_EQ(ZyUnixSupportFromVersion(10, 17764, 0), 1);
+    EXPECT_EQ(ZyUnixSupportFromVersion(10, 17134, 9999), 0);
+    EXPECT_EQ(ZyUnixSupportFromVersion(6, 99999, 9999), 0);
+    EXPECT_EQ(ZyUnixSupportFromVersion(11, 22000, 0), 1);
+}
+
+TEST(SockAddr, UnixSupportIsCachedAndCanBeSwitchedOff)
+{
+    zytest::InitTestProcess();
+    // Without a registry answer the test is a probe socket of family 1.
+    ZYNET_SOCKET probe = ZYNET_INVALID_SOCKET;
+    const int probed = zyos::Socket(ZYNET_AF_UNIX, 1, 0, &probe) == 0 ? 1 : 0;
+    if (probed)
+        zyos::Close(probe);
+    unsigned long major = 0, build = 0, revision = 0;
+    const bool fromRegistry = zyos::ReadWindowsVersion(&major, &build, &revision);
+    const int expected = fromRegistry ? ZyUnixSupportFromVersion(major, build, revision) : probed;
+    EXPECT_EQ(ZYNET_AreUnixSocketsSupported(), expected);
+    if (!zytest::IsWindowsTarget())
+    {
+        EXPECT_EQ(expected, 1);
+    }
+    ZYNET_DisableUnixSockets();
+    EXPECT_EQ(ZYNET_AreUnixSocketsSupported(), 0);
+    EXPECT_EQ(ZYNET_AreUnixSocketsSupported(), 0);
+}
+
+TEST(SockAddr, FamilyPreferenceKeepsTheFirstValue)
+{
+    zytest::InitTestProcess();
+    boost::shared_ptr<CapturingWriter> writer(new CapturingWriter);
+    g_ptrLogWriter = writer;
+
+    EXPECT_EQ(ZYNET_GetFamilyPreference(), 0);
+    ZYNET_SetFamilyPreference(ZYNET_AF_UNIX);  // ignored: leaves it unset
+    EXPECT_EQ(ZYNET_GetFamilyPreference(), 0);
+    ZYNET_SetFamilyPreference(ZYNET_AF_INET);
+    EXPECT_EQ(ZYNET_GetFamilyPreference(), ZYNET_AF_INET);
+    ZYNET_SetFamilyPreference(ZYNET_AF_INET);  // same value: nothing to say
+    EXPECT_TRUE(writer->lines.empty());
+
+    // A different value is a programming error: logged (no debugger here),
+    // and the first value stays.
+    ASSERT_FALSE(zyos::IsDebuggerAttached());
+    ZYNET_SetFamilyPreference(ZYNET_AF_INET6);
+    EXPECT_EQ(ZYNET_GetFamilyPreference(), ZYNET_AF_INET);
+    ASSERT_EQ(writer->lines.size(), 1u);
+    EXPECT_NE(writer->lines[0].find("ZYNET_SetFamilyPreference"), std::string::npos);
+
+    // The preference fills in the family of a look-up that asks for none.
+    ZYNET_HostEnt host = {0, nullptr};
+    ASSERT_EQ(ZYNET_name2ip("localhost", &host, 0), 0);
+    for (int i = 0; i < host.count; ++i)
+        EXPECT_EQ(host.addrs[i].family, ZYNET_AF_INET);
+    ZYNET_freehostent(&host);
+    g_ptrLogWriter.reset();
+}
+
+#if !defined(_WIN32)
+// Under a debugger the conflict stops the process with SIGTRAP instead.
+// A forked child asks to be traced by this process and then makes the
+// conflicting call.
+TEST(SockAddr, ConflictingPreferenceBreaksIntoAnAttachedDebugger)
+{
+    pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0)
+    {
+        if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0)
+            _exit(3);
+        raise(SIGSTOP);  // wait until the parent is watching
+        if (!zyos::IsDebuggerAttached())
+            _exit(4);
+        ZYNET_SetFamilyPreference(ZYNET_AF_INET6);
+        ZYNET_SetFamilyPreference(ZYNET_AF_INET);
+        _exit(0);  // reached only if no break happened
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 3)
+        GTEST_SKIP() << "ptrace is not permitted here";
+    ASSERT_TRUE(WIFSTOPPED(status) && WSTOPSIG(status) == SIGSTOP);
+    ASSERT_EQ(ptrace(PTRACE_CONT, child, nullptr, nullptr), 0);
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    const bool trapped = WIFSTOPPED(status) && WSTOPSIG(status) == SIGTRAP;
+    const int exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    kill(child, SIGKILL);
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(trapped) << "child exit code " << exitCode;
+}
+#endif
