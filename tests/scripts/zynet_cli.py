@@ -31,12 +31,20 @@ class Tool:
         self.command = ([emulator] if emulator else []) + [path]
         self.windows = path.lower().endswith(".exe")
 
+    def run_raw(self, args, timeout=60):
+        # Output goes to files, not pipes: helper processes of an emulator
+        # may inherit a pipe and hold it open after the tool has exited.
+        with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
+            proc = subprocess.run(self.command + list(args), stdin=subprocess.DEVNULL, stdout=out, stderr=err,
+                                  timeout=timeout)
+            out.seek(0)
+            err.seek(0)
+            return proc.returncode, out.read(), err.read()
+
     def run(self, *args, timeout=60):
-        proc = subprocess.run(self.command + list(args), stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                              timeout=timeout)
-        out = proc.stdout.decode("utf-8", "replace").replace("\r\n", "\n")
-        err = proc.stderr.decode("utf-8", "replace").replace("\r\n", "\n")
-        return proc.returncode, out, err
+        rc, out, err = self.run_raw(args, timeout)
+        return (rc, out.decode("utf-8", "replace").replace("\r\n", "\n"),
+                err.decode("utf-8", "replace").replace("\r\n", "\n"))
 
     def json(self, *args, expect_rc=0):
         rc, out, err = self.run("--json", *args)
@@ -125,9 +133,9 @@ def case_json_escaping(tool):
     # A path is taken byte for byte, so it carries quotes, control
     # characters and bytes that are not UTF-8 into the JSON text.
     raw = b'/tmp/q"b\\s\tt\nn\x01\xff\xc3\xa9'
-    proc = subprocess.run(tool.command + [b"--json", b"addr", raw], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-    expect(proc.returncode == 0, "exit %d: %r" % (proc.returncode, proc.stderr))
-    doc = json.loads(proc.stdout.decode("utf-8"))
+    rc, out, err = tool.run_raw([b"--json", b"addr", raw])
+    expect(rc == 0, "exit %d: %r" % (rc, err))
+    doc = json.loads(out.decode("utf-8"))
     expected = '/tmp/q"b\\s\tt\nn\x01\u00ff\u00e9'
     expect(doc["input"] == expected and doc["address"]["path"] == expected,
            "path did not survive: %r" % doc["input"])
