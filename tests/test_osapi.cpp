@@ -275,10 +275,16 @@ TEST(OsApi, PollReportsReadinessTimeoutsAndBadHandles)
     ZYNET_SOCKET gone = ZYNET_INVALID_SOCKET;
     ASSERT_EQ(zyos::Socket(ZYNET_AF_INET, 1, 0, &gone), 0);
     zyos::Close(gone);
-    zyos::PollEntry bad[2] = {{ZYNET_INVALID_SOCKET, zyos::POLL_READ, 0}, {c.client, zyos::POLL_WRITE, 0}};
-    ASSERT_EQ(zyos::Poll(bad, 2, 5000, &ready), 0);
+    zyos::PollEntry bad[3] = {
+        {ZYNET_INVALID_SOCKET, zyos::POLL_READ, 0}, {c.client, zyos::POLL_WRITE, 0}, {gone, zyos::POLL_READ, 0}};
+    ASSERT_EQ(zyos::Poll(bad, 3, 5000, &ready), 0);
     EXPECT_EQ(bad[0].revents, zyos::POLL_INVALID);
-    EXPECT_GE(ready, 1);
+    EXPECT_EQ(bad[2].revents, zyos::POLL_INVALID);
+    EXPECT_GE(ready, 2);
+    zyos::PollEntry closedOnly = {gone, zyos::POLL_WRITE, 0};
+    ASSERT_EQ(zyos::Poll(&closedOnly, 1, 5000, &ready), 0);
+    EXPECT_EQ(closedOnly.revents, zyos::POLL_INVALID);
+    EXPECT_EQ(ready, 1);
 }
 
 TEST(OsApi, FailedConnectShowsInExceptionSet)

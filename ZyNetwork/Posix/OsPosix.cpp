@@ -646,22 +646,23 @@ int Poll(PollEntry* entries, int count, int timeoutMs, int* ready)
             ++invalid;
     }
 
-    int rc = 0;
-    if (invalid == 0)
+    // A handle that is no descriptor at all is reported at once, together
+    // with whatever else is ready now: the wait does not block.
+    if (invalid > 0)
+        timeoutMs = 0;
+    const int64_t deadline = timeoutMs >= 0 ? MonotonicMs() + timeoutMs : 0;
+    int wait = timeoutMs < 0 ? -1 : timeoutMs;
+    int rc;
+    for (;;)
     {
-        const int64_t deadline = timeoutMs >= 0 ? MonotonicMs() + timeoutMs : 0;
-        int wait = timeoutMs < 0 ? -1 : timeoutMs;
-        for (;;)
-        {
-            rc = ::poll(fds.data(), static_cast<nfds_t>(count), wait);
-            if (rc >= 0 || errno != EINTR)
-                break;
-            if (timeoutMs >= 0)
-                wait = static_cast<int>(std::max<int64_t>(0, deadline - MonotonicMs()));
-        }
-        if (rc < 0)
-            return FailErrno();
+        rc = ::poll(fds.data(), static_cast<nfds_t>(count), wait);
+        if (rc >= 0 || errno != EINTR)
+            break;
+        if (timeoutMs >= 0)
+            wait = static_cast<int>(std::max<int64_t>(0, deadline - MonotonicMs()));
     }
+    if (rc < 0)
+        return FailErrno();
 
     int readyCount = 0;
     for (int i = 0; i < count; ++i)

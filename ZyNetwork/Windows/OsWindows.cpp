@@ -515,14 +515,18 @@ int Poll(PollEntry* entries, int count, int timeoutMs, int* ready)
         if (entries[i].events & POLL_EXCEPT)
             exceptSet.Add(socket);
     }
+    // The invalid handle is reported at once, together with whatever else
+    // is ready now: the wait does not block.
     if (invalid > 0)
-    {
-        if (ready != nullptr)
-            *ready = invalid;
-        return 0;
-    }
+        timeoutMs = 0;
     if (readSet.Empty() && writeSet.Empty() && exceptSet.Empty())
     {
+        if (invalid > 0)
+        {
+            if (ready != nullptr)
+                *ready = invalid;
+            return 0;
+        }
         // select() refuses a wait on nothing; a poll on nothing just waits.
         Sleep(timeoutMs < 0 ? INFINITE : static_cast<DWORD>(timeoutMs));
         return 0;
@@ -537,19 +541,37 @@ int Poll(PollEntry* entries, int count, int timeoutMs, int* ready)
         const int code = WSAGetLastError();
         if (code != WSAENOTSOCK)
             return Fail(code);
-        // Report each handle that is not a socket, as poll() does.
+        // Report each handle that is not a socket, as poll() does, and ask
+        // the others again without waiting.
+        std::vector<PollEntry> valid;
+        std::vector<int> positions;
+        int notSockets = 0;
         for (int i = 0; i < count; ++i)
         {
-            if (!IsSocket(Wide(entries[i].handle)))
+            if (entries[i].revents == POLL_INVALID || !IsSocket(Wide(entries[i].handle)))
             {
                 entries[i].revents = POLL_INVALID;
-                ++invalid;
+                ++notSockets;
+            }
+            else
+            {
+                valid.push_back(entries[i]);
+                positions.push_back(i);
             }
         }
-        if (invalid == 0)
-            return Fail(code);
+        if (notSockets == invalid)
+            return Fail(code);  // every handle is a socket: a real failure
+        int validReady = 0;
+        if (!valid.empty())
+        {
+            int rc2 = Poll(valid.data(), static_cast<int>(valid.size()), 0, &validReady);
+            if (rc2 != 0)
+                return rc2;
+            for (size_t k = 0; k < valid.size(); ++k)
+                entries[positions[k]].revents = valid[k].revents;
+        }
         if (ready != nullptr)
-            *ready = invalid;
+            *ready = notSockets + validReady;
         return 0;
     }
 
@@ -560,6 +582,11 @@ int Poll(PollEntry* entries, int count, int timeoutMs, int* ready)
     int readyCount = 0;
     for (int i = 0; i < count; ++i)
     {
+        if (entries[i].revents == POLL_INVALID)
+        {
+            ++readyCount;
+            continue;
+        }
         const SOCKET socket = Wide(entries[i].handle);
         short out = 0;
         if ((entries[i].events & POLL_READ) && readable.count(socket) != 0)
