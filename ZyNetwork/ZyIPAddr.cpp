@@ -33,9 +33,8 @@ const size_t kUnixPathField = ZYNET_MAX_UNIX_PATH + 1;
 
 const char kSentinelText[] = "127.0.53.53";
 
-// Serialises the sentinel resolution, the library's only once-only set-up
-// in this file. Constant-initialised, so it is usable during static
-// initialisation of other translation units.
+// Serialises the first resolution of the sentinel. Constant-initialised, so
+// it is usable during static initialisation of other translation units.
 std::mutex g_sentinelLock;
 
 bool IsPathText(const char* text)
