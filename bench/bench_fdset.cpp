@@ -352,7 +352,7 @@ void BM_CopyRaw(benchmark::State& state)
     }
 }
 
-#define FDSET_SIZES ->Arg(1024)->Arg(8192)
+#define FDSET_SIZES ->Arg(1024)->Arg(8192)->MinTime(0.2)
 
 BENCHMARK(BM_FillRaw)->Name("fdset/set/raw") FDSET_SIZES;
 BENCHMARK(BM_FillLib)->Name("fdset/set/lib") FDSET_SIZES;

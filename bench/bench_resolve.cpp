@@ -102,10 +102,10 @@ void BM_NumericLib(benchmark::State& state)
     }
 }
 
-BENCHMARK(BM_NameRaw)->Name("resolve/name/raw")->MinTime(0.3)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_NameLib)->Name("resolve/name/lib")->MinTime(0.3)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_NumericRaw)->Name("resolve/numeric/raw")->MinTime(0.3)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_NumericLib)->Name("resolve/numeric/lib")->MinTime(0.3)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_NameRaw)->Name("resolve/name/raw")->MinTime(0.2)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_NameLib)->Name("resolve/name/lib")->MinTime(0.2)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_NumericRaw)->Name("resolve/numeric/raw")->MinTime(0.2)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_NumericLib)->Name("resolve/numeric/lib")->MinTime(0.2)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

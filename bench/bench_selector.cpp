@@ -310,7 +310,7 @@ void RegisterAll()
                 ->Arg(1024)
                 ->Arg(4096)
                 ->Arg(8192)
-                ->MinTime(0.3)
+                ->MinTime(0.2)
                 ->Unit(benchmark::kMicrosecond);
         }
 }

@@ -55,7 +55,7 @@ class Runs:
 
     def series(self, name, field):
         reps = self.values.get(name, {})
-        return [metric(reps[k], field) for k in sorted(reps)]
+        return [metric(reps[k], field) for k in sorted(reps) if field in ("throughput", "time") or field in reps[k]]
 
 
 def metric(entry, field):
@@ -96,7 +96,8 @@ def ratio_stats(lib, raw):
 
 
 class Row:
-    def __init__(self, section, label, lib, raw, field, target=None, higher_is_better=True, extra=None):
+    def __init__(self, section, label, lib, raw, field, target=None, higher_is_better=True, extra=None,
+                 second=None):
         self.section = section
         self.label = label
         self.lib = lib
@@ -105,6 +106,7 @@ class Row:
         self.target = target
         self.higher_is_better = higher_is_better
         self.extra = extra or []     # [(column title, name, field, formatter)]
+        self.second = second         # (column title, field): a second paired ratio, median only
 
 
 def _gbps(value):
@@ -145,7 +147,8 @@ def rows():
                                   "%s, %s chunks: %s" % (title, chunk_text, path_text),
                                   "stream/%s/%s/%d" % (transport, path, chunk), raw, "throughput",
                                   stream_target(path, chunk), True,
-                                  [("raw", raw, "throughput", _gbps)]))
+                                  [("raw", raw, "throughput", _gbps)],
+                                  ("ratio per CPU second", "cpu_bytes_per_second")))
     for readiness, text, target in (("ready1pct", "1% ready", 1.3), ("readyall", "all ready", 1.5)):
         for n in (1024, 4096, 8192):
             poll = "selector/%s/poll/%d" % (readiness, n)
@@ -194,13 +197,17 @@ def evaluate(runs, all_rows):
     for row in all_rows:
         if row.section != section:
             section = row.section
-            extra_titles = [title for title, _, _, _ in row.extra]
+            extra_titles = ([row.second[0]] if row.second else []) + [title for title, _, _, _ in row.extra]
             lines += ["", "### " + section, "",
                       "| case | ratio (median) | min | max | " + " | ".join(extra_titles + ["target"]) + " |",
                       "|---|---:|---:|---:|" + "---:|" * len(extra_titles) + "---|"]
         failure = runs.errors.get(row.lib) or runs.errors.get(row.raw)
         stats = None if failure else ratio_stats(runs.series(row.lib, row.field), runs.series(row.raw, row.field))
         extras = []
+        if row.second:
+            second = None if failure else ratio_stats(runs.series(row.lib, row.second[1]),
+                                                      runs.series(row.raw, row.second[1]))
+            extras.append("%.2f" % second[0] if second else "-")
         for _, name, field, formatter in row.extra:
             values = runs.series(name, field)
             extras.append(formatter(statistics.median(values)) if values else "-")
@@ -240,6 +247,9 @@ def render(runs, machine, command, repetitions, notes, elapsed=None):
             "  2 GiB on a fresh connection from a sender thread to the receiving benchmark thread,",
             "  both ends using the path named; the clock runs from the sender's start until the",
             "  receiver holds the last byte. The raw column is the raw path's median throughput.",
+            "  \"Ratio per CPU second\" compares bytes moved per second of CPU used by both threads:",
+            "  the throughput each path would reach with the processors to itself. It is the steadier",
+            "  figure when other work shares the machine (see the load average above).",
             "- All other rows: time ratio (library / raw, lower is better), from the CPU time of the",
             "  benchmark thread (system time included). The raw column is the raw path's median time",
             "  per operation; allocs counts heap allocations per call or per iteration.",
@@ -300,7 +310,10 @@ def main(argv):
         print("report: no results in " + args.results, file=sys.stderr)
         return 1
     for path in files:
-        runs.add_file(path)
+        try:
+            runs.add_file(path)
+        except (OSError, ValueError) as error:
+            print("report: skipping %s: %s" % (path, error), file=sys.stderr)
     machine = machine_info(runs.context)
     for item in args.extra:
         key, _, value = item.partition("=")
