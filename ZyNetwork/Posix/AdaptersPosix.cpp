@@ -182,6 +182,18 @@ private:
                 info.unicast.push_back(unicast);
                 hasFamily[slot] = true;
             }
+            // Listing one family leaves out the interfaces without an
+            // address of that family, as IP Helper does for adapters
+            // without that stack.
+            if (family != ZYNET_AF_UNSPEC)
+            {
+                std::vector<AdapterInfo> kept;
+                kept.reserve(out.size());
+                for (size_t i = 0; i < out.size(); ++i)
+                    if (hasFamily[i])
+                        kept.push_back(std::move(out[i]));
+                out.swap(kept);
+            }
         }
         catch (const std::bad_alloc&)
         {
@@ -190,17 +202,6 @@ private:
             return ADAPTERS_NO_MEMORY;
         }
         freeifaddrs(list);
-        // Listing one family leaves out the interfaces without an address
-        // of that family, as IP Helper does for adapters without that stack.
-        if (family != ZYNET_AF_UNSPEC)
-        {
-            std::vector<AdapterInfo> kept;
-            kept.reserve(out.size());
-            for (size_t i = 0; i < out.size(); ++i)
-                if (hasFamily[i])
-                    kept.push_back(std::move(out[i]));
-            out.swap(kept);
-        }
         return ADAPTERS_OK;
     }
 
