@@ -167,7 +167,8 @@ private:
                 {
                     if (osFamily == AF_INET)
                     {
-                        const struct sockaddr_in* mask = reinterpret_cast<const struct sockaddr_in*>(entry->ifa_netmask);
+                        const struct sockaddr_in* mask =
+                            reinterpret_cast<const struct sockaddr_in*>(entry->ifa_netmask);
                         unicast.prefixLength =
                             PrefixLength(reinterpret_cast<const uint8_t*>(&mask->sin_addr), sizeof(mask->sin_addr));
                     }
