@@ -47,10 +47,10 @@ struct Checks
 {
     std::string text;
     template <class A, class B>
-    void Eq(const A& actual, const B& expected, const char* what)
+    void Eq(const A& actual, const B& expected, const std::string& what)
     {
         if (!(actual == expected))
-            text += std::string(what) + " was " + std::to_string(actual) + ", expected " +
+            text += what + " was " + std::to_string(actual) + ", expected " +
                     std::to_string(expected) + "; ";
     }
     void True(bool condition, const std::string& what)
@@ -60,7 +60,7 @@ struct Checks
     }
 };
 
-[[maybe_unused]] std::string Statuses(const Recorder& recorder)
+std::string Statuses(const Recorder& recorder)
 {
     std::string text;
     for (const _ZyPingResponse& response : recorder.responses)
@@ -84,7 +84,8 @@ std::string CheckLoopbackSeries(unsigned int count, unsigned int payload, CZyErr
     Checks c;
     c.Eq(result.sent, count, "sent");
     c.Eq(result.received, count, "received");
-    c.Eq(result.timeouts + result.shortReplies + result.checksumErrors + result.foreignReplies, 0u, "bad replies");
+    c.Eq(result.timeouts + result.shortReplies + result.checksumErrors + result.foreignReplies, 0u,
+         "bad replies (statuses " + Statuses(recorder) + ")");
     c.True(result.server == "127.0.0.1" && result.address == "127.0.0.1", "result server/address");
     c.Eq(recorder.responses.size(), count, "callbacks");
     uint64_t total = 0;
@@ -298,7 +299,9 @@ TEST(Ping, ReplyParsingStaysWithinTheBytesReceived)
 
 // A real series against loopback: as root in a namespace of its own (the
 // kernel answers), otherwise in this process, where an unprivileged user
-// either gets the datagram fallback or an error that says why.
+// either gets the datagram fallback or an error that says why. Outside a
+// private namespace a raw socket also reads other programs' ICMP traffic
+// (as foreign replies), so a noisy series is tried again, twice at most.
 TEST(Ping, LoopbackSeriesReportsEveryCycle)
 {
     if (zytest::CanUseNetNamespaces())
@@ -306,17 +309,23 @@ TEST(Ping, LoopbackSeriesReportsEveryCycle)
         EXPECT_EQ(zytest::RunInNetNamespace([] { return CheckLoopbackSeries(3, 56); }), "");
         return;
     }
-    CZyError err;
-    std::string text = CheckLoopbackSeries(3, 56, &err);
-    if (err.IsError())
+    std::string text;
+    for (int attempt = 0; attempt < 3; ++attempt)
     {
-        EXPECT_TRUE(err.HasMessage("ICMP-Socket creation [127.0.0.1] failed.")) << err.AsString();
-        EXPECT_TRUE(err.HasMessage("prepare socket failed [127.0.0.1]")) << err.AsString();
-        if (!zytest::IsWindowsTarget())
+        CZyError err;
+        text = CheckLoopbackSeries(3, 56, &err);
+        if (err.IsError())
         {
-            EXPECT_TRUE(err.Is(10013)) << err.AsString();
+            EXPECT_TRUE(err.HasMessage("ICMP-Socket creation [127.0.0.1] failed.")) << err.AsString();
+            EXPECT_TRUE(err.HasMessage("prepare socket failed [127.0.0.1]")) << err.AsString();
+            if (!zytest::IsWindowsTarget())
+            {
+                EXPECT_TRUE(err.Is(10013)) << err.AsString();
+            }
+            GTEST_SKIP() << "ICMP echo is not permitted here: " << err.AsString();
         }
-        GTEST_SKIP() << "ICMP echo is not permitted here: " << err.AsString();
+        if (text.empty())
+            break;
     }
     EXPECT_EQ(text, "");
 }
