@@ -188,8 +188,14 @@ CZyError CZyIPAddrBlacklist::GetNextBlacklistEntry(CZyIPAddr& address, CZyString
                                                    long* lastTime, long* secondsLeft)
 {
     if (m_cursor == m_entries.end())
+    {
+        // With expiration off, "no time limit" (-1) holds at the end too, so a
+        // caller that reads secondsLeft after the last entry never sees stale data.
+        if (secondsLeft && m_expirationTime < 1)
+            *secondsLeft = -1;
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddrBlacklist::GetNextBlacklistEntry"), 259,
                                        "End of blacklist reached");
+    }
     const CZyIPAddrBlacklistNode& node = *m_cursor;
     address = node.address;
     if (reason)
