@@ -141,14 +141,15 @@ TEST(SocketCalls, WholeBufferLoopsReturnShortCountsAndErrorsNotSignals)
 
     // Sending to the gone peer fails with a code; SIGPIPE is left at its
     // default action here, so a raised signal would end this test program.
-    int rc = 0;
+    int rc = 0, lastError = 0;
     for (int i = 0; i < 50 && rc == 0; ++i)
     {
         rc = ZYNET_send(pair.server, data.data(), 100, &count, 0);
+        lastError = ZYNET_getlasterror();
         ZYSLEEP(10);
     }
     EXPECT_TRUE(rc == 10053 || rc == 10054 || rc == 10058) << rc;
-    EXPECT_EQ(ZYNET_getlasterror(), rc);
+    EXPECT_EQ(lastError, rc);
 }
 
 TEST(SocketCalls, TimeLimitedLoops)
@@ -467,6 +468,48 @@ TEST(SocketCalls, SocketPairCyclesLeakNothing)
     }
 #endif
 }
+
+#if !defined(_WIN32)
+TEST(SocketCalls, SocketPairClosesWhatItOpenedWhenAStepFails)
+{
+    rlimit saved;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
+    rlimit tight = saved;
+    tight.rlim_cur = static_cast<rlim_t>(OpenDescriptors() + 64);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
+    // Leave exactly `spare` free descriptors: with one, the second socket
+    // cannot be made; with two, the accept fails after the connect.
+    for (int spare : {1, 2})
+    {
+        std::vector<int> fillers;
+        for (int fd; (fd = dup(0)) >= 0;)
+            fillers.push_back(fd);
+        for (int i = 0; i < spare; ++i)
+        {
+            close(fillers.back());
+            fillers.pop_back();
+        }
+        ZYNET_SOCKET pair[2] = {1, 2};
+        int rc = ZYNET_socketpair(pair);
+        // Every descriptor the call opened is free again.
+        int reopened = 0;
+        for (int i = 0; i < spare; ++i)
+        {
+            int fd = dup(0);
+            reopened += fd >= 0;
+            fillers.push_back(fd);
+        }
+        for (int fd : fillers)
+            if (fd >= 0)
+                close(fd);
+        EXPECT_NE(rc, 0) << "spare " << spare;
+        EXPECT_EQ(pair[0], ZYNET_INVALID_SOCKET);
+        EXPECT_EQ(pair[1], ZYNET_INVALID_SOCKET);
+        EXPECT_EQ(reopened, spare);
+    }
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
+}
+#endif
 
 TEST(SocketCalls, NullPointersAreRefusedAndNothingIsTouched)
 {
