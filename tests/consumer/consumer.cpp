@@ -5,10 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include <ZyNetwork/ZyIPAddr.h>
-#include <ZyNetwork/ZySockAddr.h>
-#include <ZyNetwork/ZySockInit.h>
-#include <ZyNetwork/ZySocket.h>
+#include <ZyNetwork/ZyNetwork.h>
 
 static int failures = 0;
 
