@@ -36,28 +36,7 @@ uint16_t InternetChecksum(const void* data, size_t length)
     return stored;
 }
 
-#if defined(_WIN32)
-
-bool SetIpv4Sysctl(const char*, const char*)
-{
-    return false;
-}
-IcmpResponder::IcmpResponder(std::vector<EchoAnswer> script, int replyTtl)
-    : m_script(std::move(script)), m_replyTtl(replyTtl), m_fd(-1), m_stop(false)
-{
-}
-IcmpResponder::~IcmpResponder() {}
-std::string IcmpResponder::Start()
-{
-    return "the crafted responder needs Linux raw sockets";
-}
-void IcmpResponder::Stop() {}
-std::vector<SeenRequest> IcmpResponder::Seen() const
-{
-    return {};
-}
-
-#else
+#if !defined(_WIN32)
 
 bool SetIpv4Sysctl(const char* name, const char* value)
 {

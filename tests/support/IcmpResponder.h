@@ -15,6 +15,10 @@
 
 namespace zytest
 {
+// The Internet checksum over `length` bytes (test-side implementation).
+uint16_t InternetChecksum(const void* data, size_t length);
+
+#if !defined(_WIN32)
 enum class EchoAnswer
 {
     Good,           // a proper echo reply
@@ -35,9 +39,6 @@ struct SeenRequest
     size_t size;          // ICMP bytes (header + payload)
     bool checksumOk;
 };
-
-// The Internet checksum over `length` bytes (test-side implementation).
-uint16_t InternetChecksum(const void* data, size_t length);
 
 // Writes a value to /proc/sys/net/ipv4/<name> of the current namespace.
 bool SetIpv4Sysctl(const char* name, const char* value);
@@ -66,4 +67,5 @@ private:
     mutable std::mutex m_lock;
     std::vector<SeenRequest> m_seen;
 };
+#endif
 }  // namespace zytest
