@@ -289,6 +289,7 @@ int ZYNET_accept(ZYNET_SOCKET listener, ZYNET_SOCKET* out, ZYNET_SockAddr* peer)
 {
     if (out == nullptr || peer == nullptr)
         return Fault();
+    *out = ZYNET_INVALID_SOCKET;
     // The listener's own address tells the family, and so the capacity to
     // offer for the peer's.
     int rc = ZYNET_getsockname(listener, peer);
@@ -296,22 +297,17 @@ int ZYNET_accept(ZYNET_SOCKET listener, ZYNET_SOCKET* out, ZYNET_SockAddr* peer)
         return rc;
     int length = ZYNET_GetMaxSockAddrLen(peer->family);
     ZYNET_SOCKET accepted = ZYNET_INVALID_SOCKET;
-    if (zyos::Accept(listener, peer, &length, &accepted) == 0)
+    // A failed accept shows only as the invalid handle; its code stays
+    // readable as the thread's last socket error.
+    if (zyos::Accept(listener, peer, &length, &accepted) != 0)
+        return 0;
+    if (peer->family == ZYNET_AF_UNIX)
     {
-        if (peer->family == ZYNET_AF_UNIX)
-        {
-            if (length <= 2)
-                peer->un.path[0] = '\0';
-            peer->un.path[sizeof(peer->un.path) - 1] = '\0';
-        }
-        *out = accepted;
+        if (length <= 2)
+            peer->un.path[0] = '\0';
+        peer->un.path[sizeof(peer->un.path) - 1] = '\0';
     }
-    else
-    {
-        // A failed accept shows only as the invalid handle; its code stays
-        // readable as the thread's last socket error.
-        *out = ZYNET_INVALID_SOCKET;
-    }
+    *out = accepted;
     return 0;
 }
 
