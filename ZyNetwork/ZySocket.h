@@ -84,6 +84,11 @@ private:
     ZYNET_SOCKET m_handle;
 };
 
+// A socket handle paired with the address it was made for, bound to or
+// accepted from. A value: copies share the handle, and destruction or
+// Clear() forget it; only Close() closes the socket. Operations return an
+// error value; transfers write their byte count through the count pointer
+// (when given) whether they succeed or fail.
 class ZYNET_API CZySocket
 {
 public:
@@ -100,6 +105,8 @@ public:
     CZySocket& operator=(const CZyIPAddr& address);
     CZySocket& operator=(const char* address);
 
+    // Handles alone are compared. Both are false whenever the right-hand
+    // object holds no socket (so an empty object is not equal to itself).
     bool operator==(const CZySocket& other) const;
     bool operator!=(const CZySocket& other) const { return !(*this == other); }
     bool operator<(const CZySocket& other) const;
@@ -117,10 +124,15 @@ public:
     CZyError Listen(int backlog);
     CZyError Connect(const CZyIPAddr& address);
     CZyError Accept(CZySocket& out);
+    // Waits up to `seconds` (below 1: no limit) for a client; a time-out is
+    // the errno-kind 137 with *timedOut set to 1.
     CZyError AcceptWithTimeout(CZySocket& out, int seconds, int* timedOut);
 
     CZyError Recv(void* buffer, int length, int flags, int* received);
     CZyError Send(const void* buffer, int length, int flags, int* sent);
+    // The time-limited forms take the seconds and the time-out flag before
+    // the flags and the count. Limits are whole seconds, checked once a
+    // second; 0 or less means no limit.
     CZyError RecvWithTimeout(void* buffer, int length, int seconds, int* timedOut, int flags, int* received);
     CZyError SendWithTimeOut(const void* buffer, int length, int seconds, int* timedOut, int flags, int* sent);
     CZyError RecvfromICMPSocket(void* buffer, int length, int seconds, int* timedOut, int flags, int* received);
@@ -139,12 +151,17 @@ public:
     std::string GetPeerAddressString();
     CZyError Shutdown(int how);
 
+    // Two connected non-blocking loopback stream sockets; the first is the
+    // connecting end. A failure that left no socket error is reported as
+    // success with both objects untouched: check IsValid().
     static CZyError CreateSocketPair(CZySocket* first, CZySocket* second);
 
     void Close();
     void Clear();
     void AttachConnectedSocket(ZYNET_SOCKET handle);
     void AttachConnectedSocket(ZYNET_SOCKET handle, CZyIPAddr address);
+    // Listen and Connect then ask for the loopback fast path (Windows; a
+    // no-op on Linux). Its failure never fails the operation.
     static void SetFastLoopBack(bool enable);
 
 private:

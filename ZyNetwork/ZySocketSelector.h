@@ -7,6 +7,10 @@
 #include "ZyNetwork/ZyFdset.h"
 #include "ZyNetwork/ZySocket.h"
 
+// Sockets stay registered until cleared; each Select waits on all of them
+// again. The getters return copies of the registered objects that the last
+// Select found ready, in handle order. Registering an object without a
+// socket does nothing.
 class ZYNET_API CZySocketSelector
 {
 public:
@@ -27,6 +31,8 @@ public:
     void ClearAllExceptionSockets();
     void ClearAll();
 
+    // A null limit waits until something is ready; *timedOut (when given)
+    // tells whether the limit passed with nothing ready.
     CZyError Select(const struct timeval* limit, bool* timedOut);
 
     SocketSet GetReadSelected();
