@@ -90,11 +90,23 @@ struct PollEntry
     short revents;
 };
 // Waits up to timeoutMs (-1: no limit) for any entry. `ready` gets the
-// number of entries with a non-zero revents.
+// number of entries with a non-zero revents; revents holds only the
+// requested events, plus POLL_INVALID.
+// Linux (poll): POLL_READ asks POLLIN|POLLRDHUP and is reported for
+// POLLIN, POLLRDHUP, POLLHUP or POLLERR; POLL_WRITE asks POLLOUT and is
+// reported for POLLOUT or POLLERR; POLL_EXCEPT asks POLLPRI and is reported
+// for POLLPRI, or for POLLERR on a stream socket without a peer (a failed
+// connect). POLLNVAL becomes POLL_INVALID.
+// Windows: select() over sets sized to the request; a handle that select
+// refuses as no socket becomes POLL_INVALID.
+// A handle that is no socket (the invalid handle included) never blocks the
+// call: it is flagged and the others are reported as they stand.
 int Poll(PollEntry* entries, int count, int timeoutMs, int* ready);
 
 // ---- resolver ------------------------------------------------------------
-// Portable hint and flag values (Winsock's numbers).
+// Portable hint and flag values (Winsock's numbers). Linux also maps
+// Winsock's AI_PASSIVE 1, AI_NUMERICSERV 8, AI_ALL 0x100, AI_ADDRCONFIG
+// 0x400, AI_V4MAPPED 0x800 and NI_NOFQDN 1, NI_NUMERICSERV 8, NI_DGRAM 16.
 enum
 {
     AI_FLAG_CANONNAME = 2,
