@@ -686,9 +686,12 @@ int Poll(PollEntry* entries, int count, int timeoutMs, int* ready)
             {
                 // An error on a stream socket that never became connected is
                 // a failed connect, which select reports in the exception set.
+                int type = 0;
+                socklen_t typeLength = sizeof(type);
                 sockaddr_storage peer;
                 socklen_t peerLength = sizeof(peer);
-                if (::getpeername(fds[i].fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0 &&
+                if (::getsockopt(fds[i].fd, SOL_SOCKET, SO_TYPE, &type, &typeLength) == 0 && type == SOCK_STREAM &&
+                    ::getpeername(fds[i].fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0 &&
                     errno == ENOTCONN)
                     out |= POLL_EXCEPT;
             }
