@@ -390,7 +390,8 @@ int ZYNET_select(int /*nfds*/, ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZY
         }
         // Round microseconds up so that a short non-zero wait does not become
         // a busy poll; clamp very long waits.
-        int64_t ms = static_cast<int64_t>(timeout->tv_sec) * 1000 + (static_cast<int64_t>(timeout->tv_usec) + 999) / 1000;
+        int64_t ms = static_cast<int64_t>(timeout->tv_sec) * 1000;
+        ms += (static_cast<int64_t>(timeout->tv_usec) + 999) / 1000;
         timeoutMs = ms > INT_MAX ? INT_MAX : static_cast<int>(ms);
     }
 

@@ -317,9 +317,10 @@ TEST(SocketCalls, AddressResultsAndAccept)
 #if !defined(_WIN32)
         int value = 0;
         int length = sizeof(value);
-        ASSERT_EQ(ZYNET_getsockopt(pair.client, IPPROTO_TCP, TCP_KEEPIDLE, reinterpret_cast<char*>(&value), &length), 0);
+        char* raw = reinterpret_cast<char*>(&value);
+        ASSERT_EQ(ZYNET_getsockopt(pair.client, IPPROTO_TCP, TCP_KEEPIDLE, raw, &length), 0);
         EXPECT_EQ(value, 30);
-        ASSERT_EQ(ZYNET_getsockopt(pair.client, SOL_SOCKET, SO_KEEPALIVE, reinterpret_cast<char*>(&value), &length), 0);
+        ASSERT_EQ(ZYNET_getsockopt(pair.client, SOL_SOCKET, SO_KEEPALIVE, raw, &length), 0);
         EXPECT_NE(value, 0);
 #endif
     }
