@@ -294,6 +294,11 @@ TEST(SocketCalls, SelectTakesGrownSetsAndHighDescriptors)
     ZYNET_close(pair.server);
     pair.server = 5000;
     SendAll(pair.client, "late");
+    ZYNET_fd_set high = {};
+    high.fd_count = 1, high.fd_array[0] = 5000;
+    ASSERT_EQ(ZYNET_select(5001, &high, nullptr, nullptr, &wait, &count), 0);
+    EXPECT_EQ(count, 1);
+    EXPECT_EQ(high.fd_count, 1u);
     ASSERT_EQ(ZYNET_recvwithtimeout(pair.server, buffer, 4, &count, 5, &timedOut, 0), 0);
     EXPECT_EQ(count, 4);
     EXPECT_EQ(timedOut, 0);
