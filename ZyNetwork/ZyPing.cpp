@@ -436,10 +436,10 @@ CZyError CZyPing::receiveDatagram(int seconds, bool& timedOut, size_t& received,
     const ZYNET_SOCKET handle = m_socket.GetSocketDescriptor();
     if (seconds > 0)
     {
-        const int32_t start = ZyTime32();
+        const int64_t start = ZyMonotonicSeconds();
         for (;;)
         {
-            if (static_cast<int64_t>(ZyTime32()) - start > seconds)
+            if (ZyMonotonicSeconds() - start > seconds)
             {
                 timedOut = true;
                 return CZyError::Success();
@@ -464,7 +464,7 @@ CZyError CZyPing::receiveDatagram(int seconds, bool& timedOut, size_t& received,
 CZyError CZyPing::recvAndProcessPingResponse(_ZyPingResponse& response, _ZyPingResult& result,
                                              CTimeStamp& receiveTime)
 {
-    const int32_t start = ZyTime32();
+    const int64_t start = ZyMonotonicSeconds();
     int seconds = ClampToInt(m_timeout);
     for (;;)
     {
@@ -509,7 +509,7 @@ CZyError CZyPing::recvAndProcessPingResponse(_ZyPingResponse& response, _ZyPingR
             // targets): not an answer. Wait on for the rest of the limit.
             if (seconds > 0)
             {
-                int64_t elapsed = static_cast<int64_t>(ZyTime32()) - start;
+                int64_t elapsed = ZyMonotonicSeconds() - start;
                 if (elapsed > static_cast<int64_t>(m_timeout))
                 {
                     response.status = PING_TIMEOUT;

@@ -84,11 +84,11 @@ int GetName(NameCall call, ZYNET_SOCKET handle, ZYNET_SockAddr* out)
     return 0;
 }
 
-// Seconds elapsed since `start`, both from ZyTime32(); computed wide so that
-// the 32-bit clock value wrapping cannot overflow.
-inline int64_t SecondsSince(int32_t start)
+// Whole seconds elapsed since `start`, both read from the monotonic clock so
+// that setting the system clock neither cuts a wait short nor stretches it.
+inline int64_t SecondsSince(int64_t start)
 {
-    return static_cast<int64_t>(ZyTime32()) - static_cast<int64_t>(start);
+    return ZyMonotonicSeconds() - start;
 }
 
 enum class WaitStep
@@ -140,7 +140,7 @@ int TransferLoop(bool isSend, ZYNET_SOCKET handle, char* buffer, int length, int
                  int flags)
 {
     const bool peek = !isSend && (flags & kMsgPeek) != 0;
-    const int32_t start = ZyTime32();
+    const int64_t start = ZyMonotonicSeconds();
     while (*count < length)
     {
         if (seconds > 0)
@@ -179,7 +179,7 @@ int IcmpDatagram(bool isSend, ZYNET_SOCKET handle, ZYNET_SockAddr* peer, char* b
     *timedOut = 0;
     if (seconds > 0)
     {
-        const int32_t start = ZyTime32();
+        const int64_t start = ZyMonotonicSeconds();
         for (;;)
         {
             int code = 0;

@@ -44,6 +44,12 @@ int32_t ZyTime32()
     return static_cast<int32_t>(time(nullptr));
 }
 
+int64_t ZyMonotonicSeconds()
+{
+    return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
 void ZYSLEEP_InTeRnAl(unsigned int milliseconds, const char* /*file*/, int /*line*/)
 {
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));

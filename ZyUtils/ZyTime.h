@@ -30,6 +30,10 @@ ZYNET_API unsigned long getProcessId();
 // Seconds since 1970 truncated to 32 bits (what Windows calls _time32).
 ZYNET_API int32_t ZyTime32();
 
+// Whole seconds on the monotonic clock, for measuring time limits: unlike
+// ZyTime32() it never jumps when the system clock is set.
+ZYNET_API int64_t ZyMonotonicSeconds();
+
 // Sleeps for the given milliseconds; the source file and line say who slept.
 ZYNET_API void ZYSLEEP_InTeRnAl(unsigned int milliseconds, const char* file, int line);
 #define ZYSLEEP(ms) ZYSLEEP_InTeRnAl((ms), __FILE__, __LINE__)
