@@ -6,9 +6,8 @@
 #include <string.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <time.h>
 #include <unistd.h>
-
-#include <benchmark/benchmark.h>
 
 #include "ZyNetwork/ZySockInit.h"
 
@@ -130,6 +129,64 @@ void ClosePair(StreamPair& pair)
     if (pair.b >= 0)
         close(pair.b);
     pair = StreamPair();
+}
+
+double ThreadCpuSeconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
+}
+
+double ProcessCpuSeconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
+}
+
+void RunInterleaved(benchmark::State& state, std::vector<Contender>& contenders, int callsPerBlock)
+{
+    const size_t count = contenders.size();
+    std::vector<double> cpu(count, 0.0);
+    std::vector<int64_t> calls(count, 0);
+    std::vector<uint64_t> allocations(count, 0);
+    size_t rotation = 0;
+    std::string failure;
+    for (auto _ : state)
+    {
+        for (size_t k = 0; k < count && failure.empty(); ++k)
+        {
+            const size_t i = (k + rotation) % count;
+            Contender& contender = contenders[i];
+            const uint64_t allocationsBefore = HeapAllocations();
+            const double start = ThreadCpuSeconds();
+            for (int n = 0; n < callsPerBlock; ++n)
+            {
+                failure = contender.call();
+                if (!failure.empty())
+                {
+                    failure = contender.name + ": " + failure;
+                    break;
+                }
+            }
+            cpu[i] += ThreadCpuSeconds() - start;
+            allocations[i] += HeapAllocations() - allocationsBefore;
+            calls[i] += callsPerBlock;
+        }
+        rotation = (rotation + 1) % count;
+        if (!failure.empty())
+        {
+            state.SkipWithError(failure.c_str());
+            return;
+        }
+    }
+    for (size_t i = 0; i < count; ++i)
+        if (calls[i] > 0)
+        {
+            state.counters[contenders[i].name + "_ns"] = cpu[i] * 1e9 / double(calls[i]);
+            state.counters[contenders[i].name + "_allocs"] = double(allocations[i]) / double(calls[i]);
+        }
 }
 
 int RunBenchmarks(int argc, char** argv)

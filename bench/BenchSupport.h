@@ -5,7 +5,11 @@
 
 #include <stdint.h>
 
+#include <functional>
 #include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
 
 namespace zybench
 {
@@ -36,6 +40,25 @@ void ClosePair(StreamPair& pair);
 
 // Text of errno for messages.
 std::string ErrnoText(const char* what);
+
+// CPU time of the calling thread / of the whole process, in seconds.
+double ThreadCpuSeconds();
+double ProcessCpuSeconds();
+
+// Ways of doing the same work, measured in alternation so that every one of
+// them sees the same load on the machine: each benchmark iteration runs a
+// block of `callsPerBlock` calls of each contender in turn (the order rotates
+// from one iteration to the next). The result is one counter per contender,
+// "<name>_ns": CPU time of the benchmark thread per call, in nanoseconds,
+// and "<name>_allocs": heap allocations per call.
+// A contender returns an empty string, or what went wrong (which ends the
+// benchmark with that error).
+struct Contender
+{
+    std::string name;
+    std::function<std::string()> call;
+};
+void RunInterleaved(benchmark::State& state, std::vector<Contender>& contenders, int callsPerBlock);
 
 // Runs the registered benchmarks after the library's start-up guard has been
 // taken; used by every program's main().

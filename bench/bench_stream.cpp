@@ -1,14 +1,12 @@
-// Stream throughput: 2 GiB per measurement from a sender thread to the
-// benchmark thread, over TCP on 127.0.0.1 and over a Unix socketpair, in
-// chunks of 4 KiB, 64 KiB and 1 MiB, through four paths:
-//   Raw        send()/recv() loops that move one whole chunk each
-//   Flat       ZYNET_send / ZYNET_recv
-//   Object     CZySocket::Send / CZySocket::Recv
-//   TimeLimit  CZySocket::SendWithTimeOut / RecvWithTimeout, 60 s limit
-// Both ends of a measurement use the same path. The time runs from the
-// release of the sender until the receiver holds the last byte, and each
-// repetition is one 2 GiB transfer on a fresh connection. The counter
-// cpu_bytes_per_second divides the bytes by the CPU time of both threads.
+// Stream throughput over TCP on 127.0.0.1 and over a Unix socketpair, in
+// chunks of 4 KiB, 64 KiB and 1 MiB, from a sender thread to the benchmark
+// thread, through four paths:
+//   raw        send()/recv() loops that move one whole chunk each
+//   flat       ZYNET_send / ZYNET_recv
+//   object     CZySocket::Send / CZySocket::Recv
+//   timelimit  CZySocket::SendWithTimeOut / RecvWithTimeout, 60 s limit
+// Both ends of a slice use the same path. Each repetition moves 2 GiB per
+// path; see BM_Stream for how the paths share the connection and the time.
 #include <errno.h>
 #include <sys/socket.h>
 #include <time.h>
@@ -162,45 +160,66 @@ struct Endpoint
     }
 };
 
-// CPU time of the whole process (every thread), in seconds.
-double ProcessCpuSeconds()
-{
-    timespec now{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
-}
+const Path kPaths[] = {Path::Raw, Path::Flat, Path::Object, Path::TimeLimit};
+const char* const kPathNames[] = {"raw", "flat", "object", "timelimit"};
+const int kPathCount = 4;
+// Each path's 2 GiB is moved in this many slices, the paths taking turns.
+const int kSlices = 16;
 
-// A one-shot start signal for the sender thread.
-class StartGate
+// Tells the sender thread which slice it may send; `stop` ends it early.
+class SliceGate
 {
 public:
-    void Open()
+    void Release(int slice)
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_open = true;
+        m_released = slice;
         m_cv.notify_all();
     }
-    void Wait()
+    void Stop()
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_stop = true;
+        m_cv.notify_all();
+    }
+    // Returns false when stopped.
+    bool Wait(int slice)
     {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_cv.wait(lock, [this] { return m_open; });
+        m_cv.wait(lock, [&] { return m_stop || m_released >= slice; });
+        return !m_stop;
     }
 
 private:
     std::mutex m_mutex;
     std::condition_variable m_cv;
-    bool m_open = false;
+    int m_released = -1;
+    bool m_stop = false;
 };
 
-void BM_Stream(benchmark::State& state, Transport transport, Path path)
+// Which path moves slice `index`: every round of kPathCount slices gives
+// each path one slice, and the order rotates from round to round.
+int PathOfSlice(int index)
+{
+    return (index % kPathCount + index / kPathCount) % kPathCount;
+}
+
+// One repetition moves 2 GiB through each of the four paths on one fresh
+// connection, in alternating slices of 128 MiB, so that all four see the
+// same conditions on the machine. Counters per path:
+//   <path>_bytes_per_second      bytes / wall time of its slices
+//   <path>_cpu_bytes_per_second  bytes / CPU time of both threads during them
+void BM_Stream(benchmark::State& state, Transport transport)
 {
     const int chunk = int(state.range(0));
-    std::vector<char> sendBuffer(size_t(chunk), 'z');
+    std::vector<char> sendBuffer(static_cast<size_t>(chunk));
     std::vector<char> recvBuffer(static_cast<size_t>(chunk));
     for (int i = 0; i < chunk; ++i)
         sendBuffer[size_t(i)] = char(i * 31 + 7);
-    const int64_t chunks = kBytesPerMeasurement / chunk;
-    double cpuSeconds = 0;
+    const int64_t chunksPerSlice = kBytesPerMeasurement / kSlices / chunk;
+    const int slices = kSlices * kPathCount;
+    double wall[kPathCount] = {};
+    double cpu[kPathCount] = {};
 
     for (auto _ : state)
     {
@@ -212,39 +231,51 @@ void BM_Stream(benchmark::State& state, Transport transport, Path path)
             state.SkipWithError(failure.c_str());
             break;
         }
-        Endpoint sender(path, pair.a);
-        Endpoint receiver(path, pair.b);
+        std::vector<Endpoint> senders, receivers;
+        for (Path path : kPaths)
+        {
+            senders.emplace_back(path, pair.a);
+            receivers.emplace_back(path, pair.b);
+        }
 
-        StartGate gate;
+        SliceGate gate;
         std::string senderFailure;
         std::thread senderThread([&] {
-            gate.Wait();
-            for (int64_t i = 0; i < chunks; ++i)
+            for (int slice = 0; slice < slices && gate.Wait(slice); ++slice)
             {
-                senderFailure = sender.SendChunk(sendBuffer.data(), chunk);
+                Endpoint& sender = senders[size_t(PathOfSlice(slice))];
+                for (int64_t i = 0; i < chunksPerSlice && senderFailure.empty(); ++i)
+                    senderFailure = sender.SendChunk(sendBuffer.data(), chunk);
                 if (!senderFailure.empty())
                     break;
             }
         });
 
-        const double cpuStart = ProcessCpuSeconds();
-        auto start = std::chrono::steady_clock::now();
-        gate.Open();
         std::string receiverFailure;
-        for (int64_t i = 0; i < chunks; ++i)
+        double total = 0;
+        for (int slice = 0; slice < slices && receiverFailure.empty(); ++slice)
         {
-            receiverFailure = receiver.RecvChunk(recvBuffer.data(), chunk);
-            if (!receiverFailure.empty())
-                break;
+            const int path = PathOfSlice(slice);
+            Endpoint& receiver = receivers[size_t(path)];
+            const double cpuStart = zybench::ProcessCpuSeconds();
+            const auto start = std::chrono::steady_clock::now();
+            gate.Release(slice);
+            for (int64_t i = 0; i < chunksPerSlice && receiverFailure.empty(); ++i)
+                receiverFailure = receiver.RecvChunk(recvBuffer.data(), chunk);
+            const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            wall[path] += seconds;
+            cpu[path] += zybench::ProcessCpuSeconds() - cpuStart;
+            total += seconds;
         }
-        auto stop = std::chrono::steady_clock::now();
 
-        // A failed receiver leaves the sender blocked on a full buffer:
-        // shutting the pair down releases it.
+        // A failed receiver leaves the sender blocked on a full buffer or
+        // waiting for its next slice: stopping and shutting down releases it.
         if (!receiverFailure.empty())
+        {
+            gate.Stop();
             shutdown(pair.b, SHUT_RDWR);
+        }
         senderThread.join();
-        cpuSeconds += ProcessCpuSeconds() - cpuStart;
         ClosePair(pair);
 
         // The last chunk must be the sender's bytes, so that a path that
@@ -257,14 +288,17 @@ void BM_Stream(benchmark::State& state, Transport transport, Path path)
             state.SkipWithError(message.c_str());
             break;
         }
-        state.SetIterationTime(std::chrono::duration<double>(stop - start).count());
+        state.SetIterationTime(total);
     }
-    state.SetBytesProcessed(state.iterations() * chunks * chunk);
-    // Bytes moved per second of CPU spent by both threads: the throughput
-    // the path would reach with the CPU to itself, and so a figure that
-    // other work on a shared machine disturbs far less than the wall clock.
-    if (cpuSeconds > 0)
-        state.counters["cpu_bytes_per_second"] = double(state.iterations() * chunks * chunk) / cpuSeconds;
+    const double bytesPerPath = double(state.iterations()) * double(chunksPerSlice) * chunk * kSlices;
+    state.SetBytesProcessed(int64_t(bytesPerPath) * kPathCount);
+    for (int p = 0; p < kPathCount; ++p)
+    {
+        if (wall[p] > 0)
+            state.counters[std::string(kPathNames[p]) + "_bytes_per_second"] = bytesPerPath / wall[p];
+        if (cpu[p] > 0)
+            state.counters[std::string(kPathNames[p]) + "_cpu_bytes_per_second"] = bytesPerPath / cpu[p];
+    }
 }
 
 void RegisterAll()
@@ -274,23 +308,17 @@ void RegisterAll()
         Transport transport;
         const char* name;
     } transports[] = {{Transport::Tcp4, "tcp4"}, {Transport::Unix, "unix"}};
-    struct PathName
-    {
-        Path path;
-        const char* name;
-    } paths[] = {{Path::Raw, "raw"}, {Path::Flat, "flat"}, {Path::Object, "object"}, {Path::TimeLimit, "timelimit"}};
     for (const auto& t : transports)
-        for (const auto& p : paths)
-        {
-            std::string name = std::string("stream/") + t.name + "/" + p.name;
-            benchmark::RegisterBenchmark(name.c_str(), BM_Stream, t.transport, p.path)
-                ->Arg(4 << 10)
-                ->Arg(64 << 10)
-                ->Arg(1 << 20)
-                ->Iterations(1)
-                ->UseManualTime()
-                ->Unit(benchmark::kMillisecond);
-        }
+    {
+        std::string name = std::string("stream/") + t.name;
+        benchmark::RegisterBenchmark(name.c_str(), BM_Stream, t.transport)
+            ->Arg(4 << 10)
+            ->Arg(64 << 10)
+            ->Arg(1 << 20)
+            ->Iterations(1)
+            ->UseManualTime()
+            ->Unit(benchmark::kMillisecond);
+    }
 }
 
 const bool registered = (RegisterAll(), true);

@@ -2,14 +2,16 @@
 """Turns the JSON output of the benchmark programs into docs/PERFORMANCE.md.
 
 Every figure is a ratio of a library path to the raw OS calls measured in the
-same run. Repetition k of the library benchmark is paired with repetition k
-of its raw counterpart; the table gives the median of those ratios with
-their minimum and maximum.
+same run. Where one benchmark measures both side by side (streams, selector,
+resolution) the ratio is taken within each repetition; for the descriptor
+sets, repetition k of the library benchmark is paired with repetition k of
+the raw one. The table gives the median of those ratios with their minimum
+and maximum.
 
 Stream rows compare throughput (library / raw: 1.00 is parity, higher is
 better). All other rows compare time per operation (library / raw: 1.00 is
-parity, lower is better), taken from the CPU time of the benchmark thread so
-that other work on a shared machine disturbs the ratio less.
+parity, lower is better), taken from CPU time so that other work on a shared
+machine disturbs the ratio less.
 """
 
 import argparse
@@ -96,17 +98,20 @@ def ratio_stats(lib, raw):
 
 
 class Row:
-    def __init__(self, section, label, lib, raw, field, target=None, higher_is_better=True, extra=None,
-                 second=None):
+    """One line of a table: the paired ratio of `lib` to `raw`, each given as
+    (benchmark name, field). `second` is an optional second ratio shown as
+    its median: (column title, lib field, raw field) on the same benchmarks.
+    `extra` columns show medians: (column title, (name, field), formatter)."""
+
+    def __init__(self, section, label, lib, raw, target=None, higher_is_better=True, extra=None, second=None):
         self.section = section
         self.label = label
         self.lib = lib
         self.raw = raw
-        self.field = field
         self.target = target
         self.higher_is_better = higher_is_better
-        self.extra = extra or []     # [(column title, name, field, formatter)]
-        self.second = second         # (column title, field): a second paired ratio, median only
+        self.extra = extra or []
+        self.second = second
 
 
 def _gbps(value):
@@ -139,32 +144,32 @@ def stream_target(path, chunk):
 
 def rows():
     result = []
+    section = "Stream throughput, 2 GiB per path and measurement (library / raw throughput)"
     for transport, title in (("tcp4", "TCP over 127.0.0.1"), ("unix", "Unix socketpair")):
         for chunk, chunk_text in STREAM_CHUNKS:
-            raw = "stream/%s/raw/%d" % (transport, chunk)
+            name = "stream/%s/%d" % (transport, chunk)
             for path, path_text in STREAM_PATHS:
-                result.append(Row("Stream throughput, 2 GiB per measurement (library / raw throughput)",
-                                  "%s, %s chunks: %s" % (title, chunk_text, path_text),
-                                  "stream/%s/%s/%d" % (transport, path, chunk), raw, "throughput",
+                result.append(Row(section, "%s, %s chunks: %s" % (title, chunk_text, path_text),
+                                  (name, path + "_bytes_per_second"), (name, "raw_bytes_per_second"),
                                   stream_target(path, chunk), True,
-                                  [("raw", raw, "throughput", _gbps)],
-                                  ("ratio per CPU second", "cpu_bytes_per_second")))
+                                  [("raw", (name, "raw_bytes_per_second"), _gbps)],
+                                  ("ratio per CPU second", path + "_cpu_bytes_per_second",
+                                   "raw_cpu_bytes_per_second")))
+    section = "Selector: Select + GetReadSelected (library / raw time)"
     for readiness, text, target in (("ready1pct", "1% ready", 1.3), ("readyall", "all ready", 1.5)):
         for n in (1024, 4096, 8192):
-            poll = "selector/%s/poll/%d" % (readiness, n)
-            epoll = "selector/%s/epoll/%d" % (readiness, n)
-            lib = "selector/%s/lib/%d" % (readiness, n)
-            section = "Selector: Select + GetReadSelected (library / raw time)"
-            result.append(Row(section, "%d sockets, %s: vs poll()" % (n, text), lib, poll, "time", target, False,
-                              [("raw", poll, "time", _time), ("allocs/call", lib, "allocs", _count)]))
-            result.append(Row(section, "%d sockets, %s: vs epoll_wait()" % (n, text), lib, epoll, "time", None,
-                              False, [("raw", epoll, "time", _time), ("allocs/call", lib, "allocs", _count)]))
+            name = "selector/%s/%d" % (readiness, n)
+            for raw, raw_text, row_target in (("poll", "poll()", target), ("epoll", "epoll_wait()", None)):
+                result.append(Row(section, "%d sockets, %s: vs %s" % (n, text, raw_text),
+                                  (name, "lib_ns"), (name, raw + "_ns"), row_target, False,
+                                  [("raw", (name, raw + "_ns"), _time),
+                                   ("allocs/call", (name, "lib_allocs"), _count)]))
     section = "Resolution (library / raw time)"
-    result.append(Row(section, 'CZyIPAddr::GetByName("localhost") vs getaddrinfo', "resolve/name/lib",
-                      "resolve/name/raw", "time", 1.1, False, [("raw", "resolve/name/raw", "time", _time)]))
-    result.append(Row(section, 'CZyIPAddr::SetAddressString("127.0.0.1") vs getaddrinfo(AI_NUMERICHOST)',
-                      "resolve/numeric/lib", "resolve/numeric/raw", "time", 1.1, False,
-                      [("raw", "resolve/numeric/raw", "time", _time)]))
+    for case, text in (("name", 'CZyIPAddr::GetByName("localhost") vs getaddrinfo'),
+                       ("numeric", 'CZyIPAddr::SetAddressString("127.0.0.1") vs getaddrinfo(AI_NUMERICHOST)')):
+        name = "resolve/" + case
+        result.append(Row(section, text, (name, "lib_ns"), (name, "raw_ns"), 1.1, False,
+                          [("raw", (name, "raw_ns"), _time)]))
     section = "Descriptor sets, per operation (library / OS bit-mask set time)"
     for op, text, raw_op in (("set", "rkfdset_set (filling an empty set)", "set"),
                              ("isset", "rkfdset_isset (each member once)", "isset"),
@@ -174,8 +179,8 @@ def rows():
         for n in (1024, 8192):
             lib = "fdset/%s/lib/%d" % (op, n)
             raw = "fdset/%s/raw/%d" % (raw_op, n)
-            result.append(Row(section, "%s, %d entries" % (text, n), lib, raw, "time", None, False,
-                              [("raw", raw, "time", _time), ("allocs/iter", lib, "allocs", _count)]))
+            result.append(Row(section, "%s, %d entries" % (text, n), (lib, "time"), (raw, "time"), None, False,
+                              [("raw", (raw, "time"), _time), ("allocs/iter", (lib, "allocs"), _count)]))
     return result
 
 
@@ -197,18 +202,18 @@ def evaluate(runs, all_rows):
     for row in all_rows:
         if row.section != section:
             section = row.section
-            extra_titles = ([row.second[0]] if row.second else []) + [title for title, _, _, _ in row.extra]
+            titles = ([row.second[0]] if row.second else []) + [title for title, _, _ in row.extra]
             lines += ["", "### " + section, "",
-                      "| case | ratio (median) | min | max | " + " | ".join(extra_titles + ["target"]) + " |",
-                      "|---|---:|---:|---:|" + "---:|" * len(extra_titles) + "---|"]
-        failure = runs.errors.get(row.lib) or runs.errors.get(row.raw)
-        stats = None if failure else ratio_stats(runs.series(row.lib, row.field), runs.series(row.raw, row.field))
+                      "| case | ratio (median) | min | max | " + " | ".join(titles + ["target"]) + " |",
+                      "|---|---:|---:|---:|" + "---:|" * len(titles) + "---|"]
+        failure = runs.errors.get(row.lib[0]) or runs.errors.get(row.raw[0])
+        stats = None if failure else ratio_stats(runs.series(*row.lib), runs.series(*row.raw))
         extras = []
         if row.second:
-            second = None if failure else ratio_stats(runs.series(row.lib, row.second[1]),
-                                                      runs.series(row.raw, row.second[1]))
-            extras.append("%.2f" % second[0] if second else "-")
-        for _, name, field, formatter in row.extra:
+            second = None if failure else ratio_stats(runs.series(row.lib[0], row.second[1]),
+                                                      runs.series(row.raw[0], row.second[2]))
+            extras.append("%.3f" % second[0] if second else "-")
+        for _, (name, field), formatter in row.extra:
             values = runs.series(name, field)
             extras.append(formatter(statistics.median(values)) if values else "-")
         if stats is None:
@@ -221,8 +226,9 @@ def evaluate(runs, all_rows):
         median, low, high, _ = stats
         text = verdict(row, median)
         if text.startswith("**missed**"):
-            missed.append("%s: %.2f" % (row.label, median))
-        lines.append("| %s | %.2f | %.2f | %.2f | %s |" % (row.label, median, low, high, " | ".join(extras + [text])))
+            missed.append("%s: %.3f" % (row.label, median))
+        lines.append("| %s | %.3f | %.2f | %.2f | %s |" % (row.label, median, low, high,
+                                                          " | ".join(extras + [text])))
     return lines, missed, absent
 
 
@@ -240,19 +246,27 @@ def render(runs, machine, command, repetitions, notes, elapsed=None):
     if elapsed is not None:
         out.append("- duration of the run: %d s" % elapsed)
     out += ["", "## Method", "",
-            "- Google Benchmark, %d repetitions of every benchmark, interleaved at random." % repetitions,
-            "- A ratio pairs repetition k of the library benchmark with repetition k of the raw one;",
-            "  the table shows the median of those ratios and their minimum and maximum.",
-            "- Stream rows: throughput ratio (library / raw, higher is better); each repetition moves",
-            "  2 GiB on a fresh connection from a sender thread to the receiving benchmark thread,",
-            "  both ends using the path named; the clock runs from the sender's start until the",
-            "  receiver holds the last byte. The raw column is the raw path's median throughput.",
-            "  \"Ratio per CPU second\" compares bytes moved per second of CPU used by both threads:",
-            "  the throughput each path would reach with the processors to itself. It is the steadier",
-            "  figure when other work shares the machine (see the load average above).",
-            "- All other rows: time ratio (library / raw, lower is better), from the CPU time of the",
-            "  benchmark thread (system time included). The raw column is the raw path's median time",
-            "  per operation; allocs counts heap allocations per call or per iteration.",
+            "- Google Benchmark, %d repetitions of every benchmark, run in random order." % repetitions,
+            "  Each ratio is computed within one repetition, where the library path and its raw",
+            "  counterpart ran side by side; the table gives the median over the repetitions with",
+            "  the minimum and maximum.",
+            "- Stream rows: throughput ratio (library / raw, higher is better). In each repetition",
+            "  the four paths (raw, flat, object, time-limited) take turns on one fresh connection",
+            "  in slices of 128 MiB, rotating their order, until each has moved 2 GiB from a sender",
+            "  thread to the receiving benchmark thread; both ends of a slice use the same path, and",
+            "  a slice's clock runs from the sender's release until the receiver holds its last byte.",
+            "  The raw column is the raw path's median throughput. \"Ratio per CPU second\" compares",
+            "  bytes moved per second of CPU used by both threads: the throughput each path would",
+            "  reach with the processors to itself, the steadier figure when other work shares the",
+            "  machine (see the load average above).",
+            "- Selector and resolution rows: time ratio (library / raw, lower is better). The library",
+            "  and the raw calls run in alternating blocks of a few milliseconds within each",
+            "  repetition; the time is the benchmark thread's CPU time (system time included). The",
+            "  raw column is the raw call's median time; allocs/call counts the library's heap",
+            "  allocations per call.",
+            "- Descriptor-set rows: time ratio per operation of separate benchmarks (the gaps are",
+            "  orders of magnitude, far above any noise), from CPU time; allocs/iter counts heap",
+            "  allocations per set filled, tested, cleared or copied.",
             "", "## Results"]
     out += table
     out += ["", "## Targets", ""]

@@ -18,18 +18,17 @@ def entry(name, rep, real, cpu=None, unit="ns", **fields):
 
 
 def stream_document(raw_bps, lib_bps, path="flat", chunk=65536):
-    suffix = "/%d/iterations:1/manual_time" % chunk
+    name = "stream/tcp4/%d/iterations:1/manual_time" % chunk
     benchmarks = []
     for rep, (raw, lib) in enumerate(zip(raw_bps, lib_bps)):
         # CPU efficiency: the raw path moves twice its throughput per CPU
         # second, the library path 1.5 times its own.
-        benchmarks.append(entry("stream/tcp4/raw" + suffix, rep, 1.0, bytes_per_second=raw,
-                                cpu_bytes_per_second=2 * raw))
-        benchmarks.append(entry("stream/tcp4/%s" % path + suffix, rep, 1.0, bytes_per_second=lib,
-                                cpu_bytes_per_second=1.5 * lib))
+        fields = {"raw_bytes_per_second": raw, path + "_bytes_per_second": lib,
+                  "raw_cpu_bytes_per_second": 2 * raw, path + "_cpu_bytes_per_second": 1.5 * lib}
+        benchmarks.append(entry(name, rep, 1.0, **fields))
     # Aggregates must not be mistaken for repetitions.
-    benchmarks.append(dict(entry("stream/tcp4/raw" + suffix + "_median", 0, 1.0, bytes_per_second=1.0),
-                           run_type="aggregate", run_name="stream/tcp4/raw" + suffix))
+    benchmarks.append(dict(entry(name + "_median", 0, 1.0, raw_bytes_per_second=1.0),
+                           run_type="aggregate", run_name=name))
     return {"context": {"date": "2026-01-01T00:00:00+00:00", "load_avg": [0.5, 0.25, 0.1]},
             "benchmarks": benchmarks}
 
@@ -67,10 +66,10 @@ class ReportTest(unittest.TestCase):
     def test_stream_row_ratio_and_target(self):
         runs = report.Runs()
         runs.add_document(stream_document([10e9, 10e9, 10e9, 10e9, 10e9], [9.9e9, 9.8e9, 9.9e9, 10e9, 9.0e9]))
-        self.assertEqual(len(runs.series("stream/tcp4/raw/65536", "throughput")), 5)
+        self.assertEqual(len(runs.series("stream/tcp4/65536", "raw_bytes_per_second")), 5)
         text, missed = report.render(runs, [("CPU", "test")], "bash scripts/bench.sh", 5, None)
         line = row_line(text, "TCP over 127.0.0.1, 64 KiB chunks: ZYNET_send / ZYNET_recv")
-        self.assertIn("| 0.99 | 0.90 | 1.00 | 0.74 | 10.00 GB/s | met (>= 0.97) |", line)
+        self.assertIn("| 0.990 | 0.90 | 1.00 | 0.743 | 10.00 GB/s | met (>= 0.97) |", line)
         self.assertNotIn("64 KiB chunks: ZYNET_send / ZYNET_recv", "\n".join(m for m in missed if "TCP" in m))
         self.assertIn("bash scripts/bench.sh", text)
         self.assertIn("- CPU: test", text)
@@ -78,14 +77,14 @@ class ReportTest(unittest.TestCase):
     def test_missed_and_failed_rows_are_reported(self):
         runs = report.Runs()
         runs.add_document(stream_document([10e9] * 5, [8e9] * 5, path="timelimit", chunk=4096))
-        failing = entry("resolve/name/lib/min_time:0.300", 0, 1.0, error_occurred=True,
-                        error_message="GetByName: 11001")
-        runs.add_document({"benchmarks": [failing, entry("resolve/name/raw/min_time:0.300", 0, 1.0)]})
+        failing = entry("resolve/name/min_time:0.300", 0, 1.0, error_occurred=True,
+                        error_message="lib: GetByName: 11001")
+        runs.add_document({"benchmarks": [failing]})
         text, missed = report.render(runs, [], "cmd", 5, "## Notes\n\nwhy")
-        self.assertIn("0.80", row_line(text, "TCP over 127.0.0.1, 4 KiB chunks: SendWithTimeOut / RecvWithTimeout (60 s)"))
+        self.assertIn("0.800", row_line(text, "TCP over 127.0.0.1, 4 KiB chunks: SendWithTimeOut / RecvWithTimeout (60 s)"))
         joined = "\n".join(missed)
-        self.assertIn("4 KiB chunks: SendWithTimeOut / RecvWithTimeout (60 s): 0.80", joined)
-        self.assertIn("failed: GetByName: 11001", joined)
+        self.assertIn("4 KiB chunks: SendWithTimeOut / RecvWithTimeout (60 s): 0.800", joined)
+        self.assertIn("failed: lib: GetByName: 11001", joined)
         self.assertIn("not measured", joined)  # rows without data count as missed targets
         self.assertTrue(text.rstrip().endswith("why"))
 
@@ -93,16 +92,25 @@ class ReportTest(unittest.TestCase):
         runs = report.Runs()
         docs = []
         for rep in range(5):
-            docs.append(entry("selector/readyall/poll/8192/min_time:0.300", rep, 100.0, unit="us"))
-            docs.append(entry("selector/readyall/lib/8192/min_time:0.300", rep, 140.0, unit="us", allocs=1.0))
-            docs.append(entry("selector/ready1pct/poll/8192/min_time:0.300", rep, 100.0, unit="us"))
-            docs.append(entry("selector/ready1pct/lib/8192/min_time:0.300", rep, 140.0, unit="us", allocs=83.0))
+            docs.append(entry("selector/readyall/8192/min_time:0.300", rep, 1.0, unit="ms",
+                              poll_ns=100e3, epoll_ns=50e3, lib_ns=140e3, lib_allocs=8193.0))
+            # 1% ready: the ratio varies by repetition; the median decides.
+            docs.append(entry("selector/ready1pct/8192/min_time:0.300", rep, 1.0, unit="ms",
+                              poll_ns=100e3, epoll_ns=1e3, lib_ns=[120e3, 125e3, 140e3, 110e3, 200e3][rep],
+                              lib_allocs=83.0))
+            docs.append(entry("selector/ready1pct/4096/min_time:0.300", rep, 1.0, unit="ms",
+                              poll_ns=50e3, epoll_ns=1e3, lib_ns=70e3, lib_allocs=42.0))
         runs.add_document({"benchmarks": docs})
         text, missed = report.render(runs, [], "cmd", 5, None)
-        self.assertIn("| 1.40 | 1.40 | 1.40 | 100.00 us | 1 | met (<= 1.50) |",
+        self.assertIn("| 1.400 | 1.40 | 1.40 | 100.00 us | 8193 | met (<= 1.50) |",
                       row_line(text, "8192 sockets, all ready: vs poll()"))
-        self.assertIn("**missed** (<= 1.30)", row_line(text, "8192 sockets, 1% ready: vs poll()"))
-        self.assertIn("8192 sockets, 1% ready: vs poll(): 1.40", missed)
+        self.assertIn("| 2.800 | 2.80 | 2.80 | 50.00 us | 8193 |  |",
+                      row_line(text, "8192 sockets, all ready: vs epoll_wait()"))
+        self.assertIn("| 1.250 | 1.10 | 2.00 | 100.00 us | 83 | met (<= 1.30) |",
+                      row_line(text, "8192 sockets, 1% ready: vs poll()"))
+        self.assertFalse([m for m in missed if m.startswith("8192 sockets")])
+        self.assertIn("**missed** (<= 1.30)", row_line(text, "4096 sockets, 1% ready: vs poll()"))
+        self.assertIn("4096 sockets, 1% ready: vs poll(): 1.400", missed)
 
 
 if __name__ == "__main__":
