@@ -3,12 +3,15 @@
 #include <arpa/inet.h>
 #include <errno.h>
 #include <netinet/in.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
 
+#include "ZyNetwork/ZyFdset.h"
 #include "ZyNetwork/ZySockInit.h"
 
 // ---------------------------------------------------------------------------
@@ -189,8 +192,46 @@ void RunInterleaved(benchmark::State& state, std::vector<Contender>& contenders,
         }
 }
 
+std::string CheckAllocationCounter()
+{
+    // An allocation made here, through a pointer the compiler cannot see
+    // through, so that it is not elided.
+    void* (*volatile allocate)(size_t) = malloc;
+    uint64_t before = HeapAllocations();
+    void* block = allocate(64);
+    free(block);
+    if (HeapAllocations() - before != 1)
+        return "the counting malloc is not in effect in this program";
+
+    // An allocation made inside the shared library: a descriptor set that
+    // grows past its inline storage allocates exactly once.
+    rkfdset set;
+    rkfdset_alloc(ZYNET_FD_SETSIZE * 2, &set);
+    before = HeapAllocations();
+    for (ZYNET_SOCKET handle = 0; handle <= ZYNET_FD_SETSIZE; ++handle)
+        rkfdset_set(handle, &set);
+    const uint64_t counted = HeapAllocations() - before;
+    const bool grown = set.size > ZYNET_FD_SETSIZE;
+    rkfdset_free(&set);
+    if (!grown)
+        return "a descriptor set did not grow past its inline storage";
+    if (counted != 1)
+        return "a descriptor set's growth counted " + std::to_string(counted) +
+               " allocations instead of 1: the library's allocations are not seen";
+    return std::string();
+}
+
 int RunBenchmarks(int argc, char** argv)
 {
+    // The allocs counters are only worth reading if the counter sees the
+    // library's allocations; refuse to run otherwise.
+    std::string counterFailure = CheckAllocationCounter();
+    if (!counterFailure.empty())
+    {
+        fprintf(stderr, "allocation counter: %s\n", counterFailure.c_str());
+        return 1;
+    }
+
     CZySockInit guard;
     CZyError error = guard.Init();
     if (error.IsError())

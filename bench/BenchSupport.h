@@ -20,6 +20,10 @@ namespace zybench
 // are counted too.
 uint64_t HeapAllocations();
 
+// Checks that the counter sees allocations made in this program and inside
+// the shared library. Returns an empty string, or what is wrong.
+std::string CheckAllocationCounter();
+
 // Raises the soft limit on open descriptors to at least `wanted` (and the
 // hard limit too when the process may). Returns the limit now in force.
 uint64_t RaiseDescriptorLimit(uint64_t wanted);
