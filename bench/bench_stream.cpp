@@ -164,7 +164,7 @@ const Path kPaths[] = {Path::Raw, Path::Flat, Path::Object, Path::TimeLimit};
 const char* const kPathNames[] = {"raw", "flat", "object", "timelimit"};
 const int kPathCount = 4;
 // Each path's 2 GiB is moved in this many slices, the paths taking turns.
-const int kSlices = 16;
+const int kSlices = 64;
 
 // Tells the sender thread which slice it may send; `stop` ends it early.
 class SliceGate
@@ -205,7 +205,7 @@ int PathOfSlice(int index)
 }
 
 // One repetition moves 2 GiB through each of the four paths on one fresh
-// connection, in alternating slices of 128 MiB, so that all four see the
+// connection, in alternating slices of 32 MiB, so that all four see the
 // same conditions on the machine. Counters per path:
 //   <path>_bytes_per_second      bytes / wall time of its slices
 //   <path>_cpu_bytes_per_second  bytes / CPU time of both threads during them

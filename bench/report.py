@@ -252,7 +252,7 @@ def render(runs, machine, command, repetitions, notes, elapsed=None):
             "  the minimum and maximum.",
             "- Stream rows: throughput ratio (library / raw, higher is better). In each repetition",
             "  the four paths (raw, flat, object, time-limited) take turns on one fresh connection",
-            "  in slices of 128 MiB, rotating their order, until each has moved 2 GiB from a sender",
+            "  in slices of 32 MiB, rotating their order, until each has moved 2 GiB from a sender",
             "  thread to the receiving benchmark thread; both ends of a slice use the same path, and",
             "  a slice's clock runs from the sender's release until the receiver holds its last byte.",
             "  The raw column is the raw path's median throughput. \"Ratio per CPU second\" compares",
