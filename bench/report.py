@@ -185,8 +185,10 @@ def rows():
 
 
 def verdict(row, median):
+    """Compares the median as the table shows it (three decimals)."""
     if row.target is None:
         return ""
+    median = round(median, 3)
     if row.higher_is_better:
         return ("met (>= %.2f)" if median >= row.target else "**missed** (>= %.2f)") % row.target
     return ("met (<= %.2f)" if median <= row.target else "**missed** (<= %.2f)") % row.target

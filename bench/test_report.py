@@ -112,6 +112,14 @@ class ReportTest(unittest.TestCase):
         self.assertIn("**missed** (<= 1.30)", row_line(text, "4096 sockets, 1% ready: vs poll()"))
         self.assertIn("4096 sockets, 1% ready: vs poll(): 1.400", missed)
 
+    def test_target_is_judged_on_the_value_shown(self):
+        row = report.Row("s", "r", ("a", "x"), ("b", "x"), target=0.97, higher_is_better=True)
+        self.assertTrue(report.verdict(row, 0.96951).startswith("met"))    # shown as 0.970
+        self.assertTrue(report.verdict(row, 0.9694).startswith("**missed**"))
+        row = report.Row("s", "r", ("a", "x"), ("b", "x"), target=1.3, higher_is_better=False)
+        self.assertTrue(report.verdict(row, 1.3004).startswith("met"))     # shown as 1.300
+        self.assertTrue(report.verdict(row, 1.3006).startswith("**missed**"))
+
 
 if __name__ == "__main__":
     unittest.main()
