@@ -220,6 +220,7 @@ void BM_Stream(benchmark::State& state, Transport transport)
     const int slices = kSlices * kPathCount;
     double wall[kPathCount] = {};
     double cpu[kPathCount] = {};
+    double moved[kPathCount] = {};  // bytes each path received
 
     for (auto _ : state)
     {
@@ -265,6 +266,7 @@ void BM_Stream(benchmark::State& state, Transport transport)
             const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
             wall[path] += seconds;
             cpu[path] += zybench::ProcessCpuSeconds() - cpuStart;
+            moved[path] += double(chunksPerSlice) * chunk;
             total += seconds;
         }
 
@@ -290,15 +292,16 @@ void BM_Stream(benchmark::State& state, Transport transport)
         }
         state.SetIterationTime(total);
     }
-    const double bytesPerPath = double(state.iterations()) * double(chunksPerSlice) * chunk * kSlices;
-    state.SetBytesProcessed(int64_t(bytesPerPath) * kPathCount);
+    double totalMoved = 0;
     for (int p = 0; p < kPathCount; ++p)
     {
+        totalMoved += moved[p];
         if (wall[p] > 0)
-            state.counters[std::string(kPathNames[p]) + "_bytes_per_second"] = bytesPerPath / wall[p];
+            state.counters[std::string(kPathNames[p]) + "_bytes_per_second"] = moved[p] / wall[p];
         if (cpu[p] > 0)
-            state.counters[std::string(kPathNames[p]) + "_cpu_bytes_per_second"] = bytesPerPath / cpu[p];
+            state.counters[std::string(kPathNames[p]) + "_cpu_bytes_per_second"] = moved[p] / cpu[p];
     }
+    state.SetBytesProcessed(int64_t(totalMoved));
 }
 
 void RegisterAll()
