@@ -3,6 +3,7 @@
 // of the same class live in ZyNetwork/ZyIFList.cpp.
 #include "ZyNetwork/ZyIPAddr.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -185,8 +186,7 @@ CZyIPAddr& CZyIPAddr::operator=(const sockaddr_in6& record)
 // that need to know use SetAddressString.
 CZyIPAddr& CZyIPAddr::operator=(const char* text)
 {
-    if (text)
-        ZYNET_str2ip(text, &m_addr);
+    ZYNET_str2ip(text, &m_addr);
     return *this;
 }
 
@@ -304,9 +304,7 @@ bool CZyIPAddr::operator==(const CZyIPAddr& other) const
 
 CZyError CZyIPAddr::SetAddressString(const char* text)
 {
-    if (!text)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::SetAddressString"), kErrInvalidParameter,
-                                       "Null parameter passed");
+    // A null text is the conversion's own failure (10014), like any other.
     int code = ZYNET_str2ip(text, &m_addr);
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::SetAddressString"), static_cast<uint32_t>(code));
@@ -566,6 +564,11 @@ CZyError CZyIPAddr::IsAddrBindable(const CZyIPAddr& address, bool& bindable)
     socket.Close();
     if (!err.IsError())
     {
+        // Binding a Unix-domain path made the socket file; left behind, it
+        // would make the caller's own bind of the same path fail as in use.
+        std::string path = address.GetUnixSockAddr();
+        if (!path.empty())
+            std::remove(path.c_str());
         bindable = true;
         return CZyError::Success();
     }

@@ -235,13 +235,9 @@ CZyError CZySocket::Accept(CZySocket& out)
     int code = ZYNET_accept(m_handle, &handle, &peer);
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Accept"), code);
-    if (handle == ZYNET_INVALID_SOCKET)
-    {
-        // The flat accept reports a failed accept only through the handle;
-        // the object turns it back into the error the platform stored.
-        int last = ZYNET_getlasterror();
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Accept"), last != 0 ? last : 10038);
-    }
+    // A failed platform accept still comes back as code 0 with an invalid
+    // handle (the flat call's convention), so the output object stays empty:
+    // callers test out.IsValid(), and the thread's last socket error says why.
     out.AttachConnectedSocket(handle, CZyIPAddr(peer));
     return CZyError::Success();
 }
@@ -257,9 +253,7 @@ CZyError CZySocket::AcceptWithTimeout(CZySocket& out, int seconds, int* timedOut
                                        "Invalid input parameter, pnTimedOut is NULL");
     *timedOut = 0;
 
-    // Without a time limit, or when Accept would refuse anyway, there is
-    // nothing to wait for.
-    if (seconds < 1 || !IsValid() || out.IsValid())
+    if (seconds < 1)
     {
         CZyError err = Accept(out);
         if (err.IsError())
@@ -267,6 +261,9 @@ CZyError CZySocket::AcceptWithTimeout(CZySocket& out, int seconds, int* timedOut
         return err;
     }
 
+    // An object without a socket was not registered, so the wait has nothing
+    // to watch and fails ("select call failed"); an output object that
+    // already holds a socket is refused by Accept only once a client came.
     struct timeval limit;
     limit.tv_sec = seconds;
     limit.tv_usec = 0;

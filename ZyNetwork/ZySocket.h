@@ -123,6 +123,8 @@ public:
     CZyError Bind(const CZyIPAddr& address);
     CZyError Listen(int backlog);
     CZyError Connect(const CZyIPAddr& address);
+    // A failed platform accept is not an error here: it leaves `out` empty
+    // (test out.IsValid()) and the reason as the thread's last socket error.
     CZyError Accept(CZySocket& out);
     // Waits up to `seconds` (below 1: no limit) for a client; a time-out is
     // the errno-kind 137 with *timedOut set to 1.

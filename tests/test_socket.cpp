@@ -1,5 +1,5 @@
-// Socket objects over loopback: value semantics, state checks, counts
-// reported on failure, and the time-limited accept.
+// Socket objects over loopback: value semantics, state checks and their
+// order, counts reported on failure, and the time-limited accept.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -47,17 +47,14 @@ TEST(CZySocket, CopiesShareTheHandleAndOnlyCloseReleasesIt)
         readdressed = CZyIPAddr("127.0.0.2");
         EXPECT_FALSE(cleared.IsValid() || readdressed.IsValid());
     }  // none of these closed the socket
-    char buffer[4] = {};
-    int count = -1, timedOut = -1;
-    ASSERT_FALSE(client.Send("ab", 2, 0, &count).IsError());
-    ASSERT_FALSE(server.Recv(buffer, 2, 0, &count).IsError());
-    EXPECT_EQ(std::string(buffer, 2), "ab");
-
-    client.Close();  // this one does: the peer sees the end of the stream
+    char buffer[100] = {};
+    int count = -1;
+    ASSERT_FALSE(client.Send("0123456789", 10, 0, &count).IsError());
+    client.Close();  // this one does: the peer gets the bytes, then the end
     EXPECT_FALSE(client.IsValid());
-    ExpectError(server.RecvWithTimeout(buffer, 1, 5, &timedOut, 0, &count), 774, "Socket shutdown detected",
-                "CZySocket::RecvWithTimeout");
-    EXPECT_EQ(count, 0);
+    ExpectError(server.Recv(buffer, 100, 0, &count), 774, "Socket shutdown detected", "CZySocket::Recv");
+    EXPECT_EQ(count, 10);
+    EXPECT_EQ(std::string(buffer, 10), "0123456789");
     server.Close();
 
     // Handles alone decide; an object without one equals nothing and is
@@ -72,15 +69,18 @@ TEST(CZySocket, CopiesShareTheHandleAndOnlyCloseReleasesIt)
     EXPECT_EQ(CZySocketDescriptor(26).AsString(), "0x0000001A");
 }
 
-TEST(CZySocket, StateChecksComeFirstAndCountsAreAlwaysReported)
+TEST(CZySocket, StateChecksComeFirstInTheirOrder)
 {
     CZySocket empty, out;
-    char buffer[100] = {};
+    char buffer[16] = {};
     int count = 99;
     ExpectError(empty.Listen(5), 774, "Not a bound socket", "CZySocket::Listen");
     ExpectError(empty.Accept(out), 774, "Not a listening socket", "CZySocket::Accept");
     ExpectError(empty.Recv(buffer, 4, 0, &count), 774, "Not a valid socket", "CZySocket::Recv");
     EXPECT_EQ(count, 0);
+    // The socket is checked before the time-out pointer.
+    ExpectError(empty.SendWithTimeOut(buffer, 4, 1, nullptr, 0, &count), 774, "Not a valid socket",
+                "CZySocket::SendWithTimeOut");
     EXPECT_EQ(empty.GetPeerAddressString(), "");
 
     CZySocket client, server;
@@ -88,19 +88,28 @@ TEST(CZySocket, StateChecksComeFirstAndCountsAreAlwaysReported)
     ZYNET_SOCKET held = client.GetSocketDescriptor();
     ExpectError(client.Socket(CZyIPAddr("127.0.0.1")), 774, "Socket already in use", "CZySocket::Socket");
     EXPECT_EQ(static_cast<ZYNET_SOCKET>(client.GetSocketDescriptor()), held);
+    // The output object is checked before this one.
+    ExpectError(empty.Accept(client), 774, "Output socket object is already a connected socket", "CZySocket::Accept");
 
     // A null time-out pointer is refused before anything is received.
-    ASSERT_FALSE(client.Send("0123456789", 10, 0, &count).IsError());
-    ExpectError(server.RecvWithTimeout(buffer, 10, 1, nullptr, 0, &count), 87,
+    ASSERT_FALSE(client.Send("z", 1, 0, &count).IsError());
+    ExpectError(server.RecvWithTimeout(buffer, 1, 1, nullptr, 0, &count), 87,
                 "Invalid input parameter, pnTimedOut is NULL", "CZySocket::RecvWithTimeout");
-    EXPECT_TRUE(client.SendWithTimeOut(buffer, 10, 1, nullptr, 0, &count).Is(87));
-
-    // Ten bytes of a hundred, then the peer closes: all ten were kept.
+    ASSERT_FALSE(server.Recv(buffer, 1, 0, &count).IsError());
+    EXPECT_EQ(buffer[0], 'z');
     client.Close();
-    ExpectError(server.Recv(buffer, 100, 0, &count), 774, "Socket shutdown detected", "CZySocket::Recv");
-    EXPECT_EQ(count, 10);
-    EXPECT_EQ(std::string(buffer, 10), "0123456789");
     server.Close();
+
+    // A platform accept that fails is not an error: the output object stays
+    // empty and the thread's last socket error tells why.
+    CZySocket unlistened, accepted;
+    ASSERT_FALSE(unlistened.Bind(CZyIPAddr("127.0.0.1")).IsError());
+    ZYNET_setlasterror(0);
+    CZyError err = unlistened.Accept(accepted);
+    EXPECT_FALSE(err.IsError()) << err.AsString();
+    EXPECT_FALSE(accepted.IsValid());
+    EXPECT_NE(ZYNET_getlasterror(), 0);
+    unlistened.Close();
 }
 
 TEST(CZySocket, TimedSendRunsOutAndReportsWhatMoved)
@@ -121,34 +130,38 @@ TEST(CZySocket, TimedSendRunsOutAndReportsWhatMoved)
     server.Close();
 }
 
-TEST(CZySocket, AcceptWithTimeoutTimesOutOrAccepts)
+TEST(CZySocket, AcceptWithTimeoutWaitsBeforeAccepting)
 {
-    CZySocket listener, accepted, client;
+    CZySocket listener, client, accepted;
     CZyIPAddr bound;
     Listen(listener, bound);
+    CZySocket occupied(listener);  // holds a socket; never closed by itself
+    int timedOut = -1;
     ExpectError(listener.AcceptWithTimeout(accepted, 1, nullptr), 87, "Invalid input parameter, pnTimedOut is NULL",
                 "CZySocket::AcceptWithTimeout");
 
-    int timedOut = -1;
-    CZyError err = listener.AcceptWithTimeout(accepted, 1, &timedOut);
+    // An object without a socket gives the wait nothing to watch.
+    CZyError err = CZySocket().AcceptWithTimeout(accepted, 1, &timedOut);
+    EXPECT_TRUE(err.Is(10022) && err.HasMessage("select call failed")) << err.AsString();
+    EXPECT_EQ(timedOut, 0);
+
+    // The output object is looked at only once a client came: without one,
+    // the wait runs out.
+    err = listener.AcceptWithTimeout(occupied, 1, &timedOut);
     ExpectError(err, 137, "no connection request received from client within the timeout 1",
                 "CZySocket::AcceptWithTimeout");
     EXPECT_TRUE(FXErrorUtil::IsErrNo(err, 137));
     EXPECT_EQ(timedOut, 1);
-    EXPECT_FALSE(accepted.IsValid());
 
     ASSERT_FALSE(client.Connect(bound).IsError());
+    ExpectError(listener.AcceptWithTimeout(occupied, 5, &timedOut), 774,
+                "Output socket object is already a connected socket", "CZySocket::Accept");
+    EXPECT_EQ(timedOut, 0);
     err = listener.AcceptWithTimeout(accepted, 5, &timedOut);
     ASSERT_FALSE(err.IsError()) << err.AsString();
-    EXPECT_EQ(timedOut, 0);
     CZyIPAddr clientSide;
     ASSERT_FALSE(client.GetLocalAddress(clientSide).IsError());
     EXPECT_EQ(accepted.GetAddress().GetPortNumber(), clientSide.GetPortNumber());
-    int count = 0;
-    char byte = 0;
-    ASSERT_FALSE(client.Send("z", 1, 0, &count).IsError());
-    ASSERT_FALSE(accepted.Recv(&byte, 1, 0, &count).IsError());
-    EXPECT_EQ(byte, 'z');
 
     // Zero seconds is a plain, blocking accept.
     CZySocket client2, accepted2;
