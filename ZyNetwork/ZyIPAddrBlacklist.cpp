@@ -1,5 +1,6 @@
 #include "ZyNetwork/ZyIPAddrBlacklist.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -208,8 +209,10 @@ CZyError CZyIPAddrBlacklist::GetNextBlacklistEntry(CZyIPAddr& address, CZyString
     {
         if (m_expirationTime >= 1)
         {
+            // Capped at the largest value a 32-bit long holds, so that huge
+            // periods read the same on every platform.
             int64_t left = static_cast<int64_t>(node.time) + m_expirationTime - Now();
-            *secondsLeft = left < 0 ? 0 : static_cast<long>(left);
+            *secondsLeft = static_cast<long>(left < 0 ? 0 : std::min<int64_t>(left, INT32_MAX));
         }
         else
             *secondsLeft = -1;
