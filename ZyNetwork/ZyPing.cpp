@@ -183,6 +183,7 @@ void CZyPing::copyFrom(const CZyPing& other)
     m_host = other.m_host;
     m_address = other.m_address;
     m_identifier = other.m_identifier;
+    m_payloadSize = other.m_payloadSize;
     m_count = other.m_count;
     m_timeout = other.m_timeout;
     m_userData = other.m_userData;
@@ -196,7 +197,6 @@ void CZyPing::copyFrom(const CZyPing& other)
         {
             memcpy(m_sendBuffer, other.m_sendBuffer, other.m_sendSize);
             memcpy(m_recvBuffer, other.m_recvBuffer, other.m_recvSize);
-            m_payloadSize = other.m_payloadSize;
             m_sendSize = other.m_sendSize;
             m_recvSize = other.m_recvSize;
         }
@@ -219,10 +219,10 @@ CZyError CZyPing::ping(char const* host, unsigned int bufferSize, unsigned int c
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZyPing::ping"), kBadArgument,
                                        "Invalid input parameter, host is NULL");
 
-    // Buffers of an earlier call are kept with their sizes; the payload size
-    // applies when they are first made.
-    if (m_sendBuffer == nullptr)
-        m_payloadSize = bufferSize;
+    // The payload size is stored with every call and is what good replies
+    // report as `bytes`; the buffers, though, are sized only when they are
+    // first made, so a later call sends the first call's payload.
+    m_payloadSize = bufferSize;
     m_count = count;
     m_timeout = timeout;
     m_userData = userData;
@@ -536,7 +536,7 @@ CZyError CZyPing::recvAndProcessPingResponse(_ZyPingResponse& response, _ZyPingR
             break;
         default:
             result.received++;
-            response.bytes = static_cast<uint32_t>(std::min<size_t>(m_sendSize - zyicmp::kHeaderSize, UINT32_MAX));
+            response.bytes = static_cast<uint32_t>(m_payloadSize);
             response.ttl = m_datagram ? (ttl >= 0 ? static_cast<uint32_t>(ttl) : 0) : verdict.ttl;
             break;
         }

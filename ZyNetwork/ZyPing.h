@@ -45,7 +45,7 @@ typedef struct _ZyPingResponse
     std::string address;
     uint32_t count = 0;     // cycles requested
     uint32_t sequence = 0;  // this cycle, from 1
-    uint32_t bytes = 0;     // payload bytes carried by the echo (good replies)
+    uint32_t bytes = 0;     // the call's payload size (good replies)
     uint32_t ttl = 0;       // time-to-live of the reply (good replies)
     int32_t status = PING_TIMEOUT;
     uint64_t timeMs = 0;    // this cycle's time
@@ -74,6 +74,9 @@ public:
     // Sends `count` echo requests of `bufferSize` payload bytes to `host`, one
     // per second (each after a one-second pause), and waits up to `timeout`
     // seconds for each reply (0: no limit). IPv4 only: `ipv6` true fails.
+    // The buffers are made by the first call and kept: a later call sends
+    // the first call's payload size, while its good replies report its own
+    // `bufferSize` as `bytes`.
     CZyError ping(char const* host, unsigned int bufferSize, unsigned int count, unsigned int timeout,
                   void* userData, CZyPingCallback* callback, _ZyPingResult& result, bool ipv6);
 
@@ -95,7 +98,7 @@ private:
     unsigned char* m_sendBuffer;
     unsigned char* m_recvBuffer;
     uint16_t m_identifier;     // low 16 bits of the process id
-    size_t m_payloadSize;      // payload of the buffers in use
+    size_t m_payloadSize;      // the latest call's payload size
     size_t m_sendSize;         // payload + 8
     size_t m_recvSize;         // payload + 1032
     unsigned int m_count;
