@@ -297,43 +297,9 @@ TEST(IFListNamespace, ListsUpInterfacesAndLoopbackOnly)
 {
     if (!zytest::CanUseNetNamespaces())
         GTEST_SKIP() << "needs root and network namespaces (Linux)";
-    EXPECT_EQ(zytest::RunInNetNamespace([] {
-                  std::string setup = SetUpTestNetwork();
-                  if (!setup.empty())
-                      return setup;
-                  LogCapture log;
-                  Checks c;
-                  std::vector<AddrPair> pairs;
-                  CZyIPAddr::GetIFList(pairs, CZyIPAddr::IP_FAMILY_UNSPEC);
-                  c.Expect(Texts(pairs) == PairTexts{{"127.0.0.1", "127.0.0.0"}, {"192.168.10.7", "192.168.10.0"},
-                                                     {"192.168.10.8", "192.168.10.0"}, {"::1", "0.0.0.0"},
-                                                     {"fd00:0:0:1234::7", "18.52.0.0"}},
-                           "pairs of family 0");
-                  c.Expect(log.Has("2|Skipping disabled interface 'zw0'"), "zw0 not skipped");
-                  CZyIPAddr::GetIFList(pairs, CZyIPAddr::IP_FAMILY_IPV6);
-                  c.Expect(Texts(pairs) == PairTexts{{"::1", "0.0.0.0"}, {"fd00:0:0:1234::7", "18.52.0.0"}},
-                           "pairs of family 23");
-                  std::vector<std::string> macs;
-                  CZyIPAddr::GetMACList(macs, CZyIPAddr::IP_FAMILY_IPV4);
-                  std::sort(macs.begin(), macs.end());
-                  c.Expect(macs == std::vector<std::string>{"02:00:00:aa:bb:cc", "02:00:00:aa:bb:cd"}, "MACs");
-
-                  // Without IPv6 addresses the IPv6 table has no data.
-                  zytest::Shell("ip -6 addr flush dev lo; ip -6 addr flush dev zv0");
-                  CZyError err = CZyIPAddr::GetIFList(pairs, CZyIPAddr::IP_FAMILY_IPV6);
-                  c.Expect(!err.IsError() && pairs.empty() && log.Has("2|No interfaces available"), "no IPv6");
-                  return c.failures;
-              }),
-              "");
-}
-
-TEST(IFListNamespace, GetAllInterfacesSortsTextsAndUniquesNames)
-{
-    if (!zytest::CanUseNetNamespaces())
-        GTEST_SKIP() << "needs root and network namespaces (Linux)";
     std::string result = zytest::RunInNetNamespace([] {
-        // Names come from this test's hosts file, bound over /etc/hosts in
-        // a private mount namespace; a stray query would reach only this
+        // Names come from this test's hosts file, bound over /etc/hosts in a
+        // private mount namespace; a stray query would reach only this
         // namespace's loopback.
         std::string dir = "/tmp/zyiflist-" + std::to_string(FXProcess::getProcessId());
         if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
@@ -342,13 +308,32 @@ TEST(IFListNamespace, GetAllInterfacesSortsTextsAndUniquesNames)
         std::ofstream(dir + "/hosts") << "192.168.10.7 ZyHost.Test\n192.168.10.8 zyhost.test\n"
                                          "fd00:0:0:1234::7 ZYHOST6.test\n";
         std::ofstream(dir + "/resolv.conf") << "nameserver 127.0.0.1\n";
-        if (mount((dir + "/hosts").c_str(), "/etc/hosts", nullptr, MS_BIND, nullptr) != 0 ||
-            mount((dir + "/resolv.conf").c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) != 0)
+        bool bound = mount((dir + "/hosts").c_str(), "/etc/hosts", nullptr, MS_BIND, nullptr) == 0 &&
+                     mount((dir + "/resolv.conf").c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) == 0;
+        zytest::Shell("rm -rf " + dir);
+        if (!bound)
             return std::string("SKIP: cannot bind the test's hosts file");
         std::string setup = SetUpTestNetwork();
         if (!setup.empty())
             return setup;
+
+        LogCapture log;
         Checks c;
+        std::vector<AddrPair> pairs;
+        CZyIPAddr::GetIFList(pairs, CZyIPAddr::IP_FAMILY_UNSPEC);
+        c.Expect(Texts(pairs) == PairTexts{{"127.0.0.1", "127.0.0.0"}, {"192.168.10.7", "192.168.10.0"},
+                                           {"192.168.10.8", "192.168.10.0"}, {"::1", "0.0.0.0"},
+                                           {"fd00:0:0:1234::7", "18.52.0.0"}},
+                 "pairs of family 0");
+        c.Expect(log.Has("2|Skipping disabled interface 'zw0'"), "zw0 not skipped");
+        CZyIPAddr::GetIFList(pairs, CZyIPAddr::IP_FAMILY_IPV6);
+        c.Expect(Texts(pairs) == PairTexts{{"::1", "0.0.0.0"}, {"fd00:0:0:1234::7", "18.52.0.0"}},
+                 "pairs of family 23");
+        std::vector<std::string> macs;
+        CZyIPAddr::GetMACList(macs, CZyIPAddr::IP_FAMILY_IPV4);
+        std::sort(macs.begin(), macs.end());
+        c.Expect(macs == std::vector<std::string>{"02:00:00:aa:bb:cc", "02:00:00:aa:bb:cd"}, "MACs");
+
         CZyIPAddr::GetAllInterfacesArgs_t args{false, true};
         CZyIPAddr::GetAllInterfacesRet_t ret;
         CZyError err = CZyIPAddr::GetAllInterfaces(args, ret, CZyIPAddr::IP_FAMILY_UNSPEC);
@@ -364,7 +349,11 @@ TEST(IFListNamespace, GetAllInterfacesSortsTextsAndUniquesNames)
         for (const std::string& text : texts)
             tripled.insert(tripled.end(), 3, text);
         c.Expect(ret.addressTexts == tripled && ret.hostNames == names, "texts keep duplicates, names do not");
-        zytest::Shell("rm -rf " + dir);
+
+        // Without IPv6 addresses the IPv6 table has no data.
+        zytest::Shell("ip -6 addr flush dev lo; ip -6 addr flush dev zv0");
+        err = CZyIPAddr::GetIFList(pairs, CZyIPAddr::IP_FAMILY_IPV6);
+        c.Expect(!err.IsError() && pairs.empty() && log.Has("2|No interfaces available"), "no IPv6");
         return c.failures;
     });
     if (result.rfind("SKIP:", 0) == 0)
