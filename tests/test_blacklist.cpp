@@ -187,6 +187,10 @@ TEST(Blacklist, LoadsFileAndReportsMissingOne)
     EXPECT_EQ(err.GetErrorKind(), EErrorKind::Win32);
     EXPECT_EQ(err.GetErrorMessage(), "Failed to open file, FileName=" + file.path);
     EXPECT_STREQ(err.GetItems()[0]->Location().Function(), "CZyIPAddrBlacklist::LoadBlacklistFromFile");
+    // The system's codes, numbered alike on both platforms: a missing
+    // directory on the way, and a directory in place of the file.
+    EXPECT_EQ(list.LoadBlacklistFromFile(("no-such-dir-" + file.path + "/x").c_str()).GetErrorCode(), 3);
+    EXPECT_EQ(list.LoadBlacklistFromFile(".").GetErrorCode(), 5);
 
     CZyIPAddr armSentinel;  // arms the name-collision rule for 127.0.53.53
     std::ofstream(file.path, std::ios::binary)
