@@ -8,12 +8,16 @@
 
 namespace
 {
+// Asked twice, from both starting values, so that a result left unwritten
+// shows.
 bool Within(const char* address, const char* block)
 {
-    bool within = false;
-    CZyError err = CZyIPAddr::CheckIfIpv4AddressIsWithinCidrBlock(address, block, within);
+    bool fromFalse = false, fromTrue = true;
+    CZyError err = CZyIPAddr::CheckIfIpv4AddressIsWithinCidrBlock(address, block, fromFalse);
     EXPECT_FALSE(err.IsError()) << address << " in " << block << ": " << err.AsString();
-    return within;
+    CZyIPAddr::CheckIfIpv4AddressIsWithinCidrBlock(address, block, fromTrue);
+    EXPECT_EQ(fromFalse, fromTrue) << address << " in " << block;
+    return fromFalse;
 }
 
 CZyError Refusal(const char* address, const char* block)
@@ -61,6 +65,10 @@ TEST(Cidr, PrefixToMask)
 {
     CZyString mask;
     ASSERT_FALSE(CZyIPAddr::ConvertCIDRPrefixToSubnetMaskString(24, mask).IsError());
+    EXPECT_EQ(mask.str(), "255.255.255.0");
+    // No preference is set here, so /0 leaves a zero address of no family,
+    // which has no text: the mask keeps its value and the call succeeds.
+    ASSERT_FALSE(CZyIPAddr::ConvertCIDRPrefixToSubnetMaskString(0, mask).IsError());
     EXPECT_EQ(mask.str(), "255.255.255.0");
 
     // Out-of-range prefixes leave the address as it was; a mask keeps the port.

@@ -44,7 +44,7 @@ const char* Outermost(const CZyError& err)
 }
 }  // namespace
 
-TEST(CZyIPAddr, PortsAndEquality)
+TEST(CZyIPAddr, PortsEqualityAndPlatformRecords)
 {
     // Nothing here sets the preference: a cleared address has no family, so
     // it has no port and equals nothing, not even itself.
@@ -76,11 +76,9 @@ TEST(CZyIPAddr, PortsAndEquality)
     EXPECT_FALSE(path.SetPortNumber(99).IsError());
     EXPECT_EQ(std::memcmp(&before, path.SockAddrPtr(), sizeof(before)), 0);
     EXPECT_TRUE(path != CZyIPAddr("/tmp/zy-ab"));
-}
 
-TEST(CZyIPAddr, PlatformRecordsCarryThePlatformFamily)
-{
-    // On Linux AF_INET6 is 10; the stored family is 23 either way.
+    // Platform records carry the platform's family (AF_INET6 is 10 on
+    // Linux); the stored family is 23 either way.
     sockaddr_in6 in6;
     std::memset(&in6, 0, sizeof(in6));
     in6.sin6_family = AF_INET6;
@@ -110,6 +108,13 @@ TEST(CZyIPAddr, ResolvesLocalhostAndReportsResolverFailures)
     EXPECT_EQ(Text(keep), "192.0.2.9");
     EXPECT_EQ(CZyIPAddr::GetByName(nullptr, out, kAny).GetErrorMessage(), "Null parameter passed");
     EXPECT_TRUE(out.SetAddressString(nullptr).Is(10014));  // the conversion's own code
+
+    // GetAllByName appends to what the caller's list holds.
+    std::vector<CZyIPAddr> fresh, list{Parse("192.0.2.1"), Parse("192.0.2.2")};
+    ASSERT_FALSE(CZyIPAddr::GetAllByName("localhost", fresh, kAny).IsError());
+    ASSERT_FALSE(CZyIPAddr::GetAllByName("localhost", list, kAny).IsError());
+    ASSERT_TRUE(!fresh.empty() && list.size() == 2 + fresh.size());
+    EXPECT_TRUE(list[1] == Parse("192.0.2.2") && list[2] == fresh[0]);
 }
 
 TEST(CZyIPAddr, NamesWithSlashesArePaths)
@@ -130,18 +135,6 @@ TEST(CZyIPAddr, NamesWithSlashesArePaths)
     EXPECT_EQ(out.GetUnixSockAddr(), longest);
     EXPECT_TRUE(CZyIPAddr::GetByName((longest + "q").c_str(), out, kAny).Is(7));
     EXPECT_EQ(out.GetUnixSockAddr(), longest);
-}
-
-TEST(CZyIPAddr, GetAllByNameAppendsToTheCallersList)
-{
-    std::vector<CZyIPAddr> fresh;
-    ASSERT_FALSE(CZyIPAddr::GetAllByName("localhost", fresh, kAny).IsError());
-    ASSERT_FALSE(fresh.empty());
-    std::vector<CZyIPAddr> list{Parse("192.0.2.1"), Parse("192.0.2.2")};
-    ASSERT_FALSE(CZyIPAddr::GetAllByName("localhost", list, kAny).IsError());
-    ASSERT_EQ(list.size(), 2 + fresh.size());
-    EXPECT_EQ(Text(list[1]), "192.0.2.2");
-    EXPECT_TRUE(list[2] == fresh[0]);
 }
 
 TEST(CZyIPAddr, CollisionSentinelRefusesItsAddress)
