@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "ZyNetwork/ZyFdset.h"
 #include "ZyNetwork/ZySockAddr.h"
 #include "ZyNetwork/ZySocketTypes.h"
 
@@ -102,6 +103,17 @@ struct PollEntry
 // A handle that is no socket (the invalid handle included) never blocks the
 // call: it is flagged and the others are reported as they stand.
 int Poll(PollEntry* entries, int count, int timeoutMs, int* ready);
+// The wait behind ZYNET_select, straight on list-form sets: waits up to
+// timeoutMs (-1: no limit) for any handle listed in the read, write or
+// exception set (each may be null; the caller makes sure at least one handle
+// is listed), then rewrites each set to its ready handles, in their order,
+// and stores the number kept over all three sets in `count`. Readiness has
+// the meaning Poll gives POLL_READ, POLL_WRITE and POLL_EXCEPT. A listed
+// handle that is no socket fails the call with 10038 without blocking; on
+// any failure the sets are left as they were. One pass over the lists each
+// way, with per-thread scratch storage, so a steady stream of waits
+// allocates nothing.
+int SelectLists(ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZYNET_fd_set* exceptSet, int timeoutMs, int* count);
 
 // ---- resolver ------------------------------------------------------------
 // Portable hint and flag values (Winsock's numbers). Linux also maps

@@ -10,7 +10,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
-#include <vector>
+#include <initializer_list>
 
 #include "ZyNetwork/OsApi.h"
 #include "ZyNetwork/ZyFdset.h"
@@ -100,32 +100,25 @@ enum class WaitStep
 };
 
 // One step of a time-limited loop: check the limit, then wait up to one
-// second for the handle on the read or write side.
-WaitStep WaitOneSecond(ZYNET_SOCKET handle, bool forWrite, int32_t start, int seconds, int* timedOut, int* code)
+// second for the handle on the read or write side. The wait is the same as
+// ZYNET_select on a fresh set holding just this handle (which always fits,
+// so no insertion can fail), made directly on the one handle so that every
+// chunk does not pay for building and clearing a 4 KiB set.
+WaitStep WaitOneSecond(ZYNET_SOCKET handle, bool forWrite, int64_t start, int seconds, int* timedOut, int* code)
 {
     if (SecondsSince(start) > seconds)
     {
         *timedOut = 1;
         return WaitStep::GiveUp;
     }
-    rkfdset set;
-    rkfdset_alloc(rkfdset_maxsock_get(), &set);
-    rkfdset_zero(&set);
-    if (rkfdset_set(handle, &set) != 0)
-    {
-        // The set's own error is not reported: the caller sees a short count
-        // and no time-out.
-        rkfdset_free(&set);
-        return WaitStep::GiveUp;
-    }
-    ZYNET_fd_set* fds = rkfdset_get_fdsetp(&set);
-    struct timeval wait;
-    wait.tv_sec = 1;
-    wait.tv_usec = 0;
+    zyos::PollEntry entry = {handle, static_cast<short>(forWrite ? zyos::POLL_WRITE : zyos::POLL_READ), 0};
     int ready = 0;
-    int rc = ZYNET_select(static_cast<int>(handle + 1u), forWrite ? nullptr : fds, forWrite ? fds : nullptr, nullptr,
-                          &wait, &ready);
-    rkfdset_free(&set);
+    int rc = zyos::Poll(&entry, 1, 1000, &ready);
+    if (rc == 0 && (entry.revents & zyos::POLL_INVALID) != 0)
+    {
+        zyos::SetLastError(kNotSocket);
+        rc = kNotSocket;
+    }
     if (rc != 0)
     {
         *code = rc;
@@ -210,37 +203,6 @@ int IcmpDatagram(bool isSend, ZYNET_SOCKET handle, ZYNET_SockAddr* peer, char* b
     return 0;
 }
 
-// Poll entries of ZYNET_select, kept per thread so that a steady stream of
-// waits allocates nothing.
-thread_local std::vector<zyos::PollEntry> t_pollEntries;
-
-// Appends one entry per listed handle of `set`.
-void AddEntries(std::vector<zyos::PollEntry>& entries, const ZYNET_fd_set* set, short events)
-{
-    if (set == nullptr)
-        return;
-    const uint32_t n = set->fd_count;
-    const uint32_t* handles = set->fd_array;
-    for (uint32_t i = 0; i < n; ++i)
-        entries.push_back(zyos::PollEntry{handles[i], events, 0});
-}
-
-// Rewrites `set` to its ready handles (order kept), reading the entries
-// that AddEntries made for it from `*next` on. Returns how many stayed.
-uint32_t KeepReady(ZYNET_fd_set* set, const zyos::PollEntry*& next)
-{
-    if (set == nullptr)
-        return 0;
-    const uint32_t n = set->fd_count;
-    uint32_t kept = 0;
-    for (uint32_t i = 0; i < n; ++i, ++next)
-    {
-        if ((next->revents & next->events) != 0)
-            set->fd_array[kept++] = next->handle;
-    }
-    set->fd_count = kept;
-    return kept;
-}
 }  // namespace
 
 extern "C" {
@@ -395,58 +357,23 @@ int ZYNET_select(int /*nfds*/, ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZY
         timeoutMs = ms > INT_MAX ? INT_MAX : static_cast<int>(ms);
     }
 
-    std::vector<zyos::PollEntry>& entries = t_pollEntries;
-    entries.clear();
-    AddEntries(entries, readSet, zyos::POLL_READ);
-    AddEntries(entries, writeSet, zyos::POLL_WRITE);
-    AddEntries(entries, exceptSet, zyos::POLL_EXCEPT);
-    if (entries.empty())
-    {
-        // As with Winsock, a wait on no socket at all is an invalid request.
-        zyos::SetLastError(kInvalidArg);
-        return kInvalidArg;
-    }
-    if (entries.size() > static_cast<size_t>(INT_MAX))
+    uint64_t listed = 0;
+    for (const ZYNET_fd_set* set : {readSet, writeSet, exceptSet})
+        listed += set != nullptr ? set->fd_count : 0;
+    // As with Winsock, a wait on no socket at all is an invalid request.
+    if (listed == 0 || listed > static_cast<uint64_t>(INT_MAX))
     {
         zyos::SetLastError(kInvalidArg);
         return kInvalidArg;
     }
-
+    // The boundary rewrites the lists to their ready handles, or leaves them
+    // as they were when it fails (10038 for a handle that is no socket).
     int ready = 0;
-    int rc = zyos::Poll(entries.data(), static_cast<int>(entries.size()), timeoutMs, &ready);
+    int rc = zyos::SelectLists(readSet, writeSet, exceptSet, timeoutMs, &ready);
     if (rc != 0)
         return rc;
-    if (ready > 0)
-    {
-        for (const zyos::PollEntry& entry : entries)
-        {
-            if ((entry.revents & zyos::POLL_INVALID) != 0)
-            {
-                zyos::SetLastError(kNotSocket);
-                return kNotSocket;
-            }
-        }
-    }
-
-    const zyos::PollEntry* next = entries.data();
-    uint32_t total = 0;
-    if (ready > 0)
-    {
-        total += KeepReady(readSet, next);
-        total += KeepReady(writeSet, next);
-        total += KeepReady(exceptSet, next);
-    }
-    else
-    {
-        if (readSet != nullptr)
-            readSet->fd_count = 0;
-        if (writeSet != nullptr)
-            writeSet->fd_count = 0;
-        if (exceptSet != nullptr)
-            exceptSet->fd_count = 0;
-    }
     if (count != nullptr)
-        *count = static_cast<int>(total);
+        *count = ready;
     return 0;
 }
 

@@ -226,12 +226,24 @@ TEST(SocketCalls, SelectRewritesListsToReadyHandles)
     EXPECT_EQ(count, 0);
     EXPECT_EQ(readSet.fd_count, 0u);
 
-    // A handle that is no socket, and a wait on nothing, are refused.
+    // A handle that is no socket, listed after ready ones, fails the wait
+    // and leaves every list exactly as it was; a wait on nothing is refused.
     ZYNET_SOCKET closed;
     ASSERT_EQ(ZYNET_socket(ZYNET_AF_INET, &closed), 0);
     ZYNET_close(closed);
-    readSet.fd_count = 2, readSet.fd_array[0] = b.server, readSet.fd_array[1] = closed;
-    EXPECT_EQ(ZYNET_select(0, &readSet, nullptr, nullptr, &zero, nullptr), 10038);
+    for (ZYNET_SOCKET bad : {closed, ZYNET_INVALID_SOCKET})
+    {
+        readSet.fd_count = 3, readSet.fd_array[0] = a.server, readSet.fd_array[1] = b.server;
+        readSet.fd_array[2] = bad;
+        writeSet.fd_count = 1, writeSet.fd_array[0] = a.client;
+        count = -1;
+        EXPECT_EQ(ZYNET_select(0, &readSet, &writeSet, nullptr, &zero, &count), 10038);
+        EXPECT_EQ(ZYNET_getlasterror(), 10038);
+        EXPECT_EQ(count, -1);
+        const std::vector<uint32_t> listed(readSet.fd_array, readSet.fd_array + readSet.fd_count);
+        EXPECT_EQ(listed, (std::vector<uint32_t>{a.server, b.server, bad}));
+        EXPECT_EQ(writeSet.fd_count, 1u);
+    }
     readSet.fd_count = 0;
     EXPECT_EQ(ZYNET_select(0, &readSet, nullptr, nullptr, &zero, &count), 10022);
 }

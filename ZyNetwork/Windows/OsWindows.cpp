@@ -21,7 +21,7 @@
 #include <string.h>
 
 #include <algorithm>
-#include <unordered_set>
+#include <vector>
 
 #include "ZyNetwork/Windows/ResolverWindows.h"
 
@@ -101,42 +101,6 @@ int OsCapacity(int capacity)
 {
     return static_cast<int>(std::min(static_cast<size_t>(capacity), sizeof(sockaddr_storage)));
 }
-
-// A select() set of any size: Winsock reads fd_count entries, whatever
-// FD_SETSIZE says, so the set is allocated for the entries it holds.
-class BigFdSet
-{
-public:
-    void Add(SOCKET socket)
-    {
-        m_sockets.push_back(socket);
-    }
-    bool Empty() const { return m_sockets.empty(); }
-    fd_set* Build()
-    {
-        if (m_sockets.empty())
-            return nullptr;
-        const size_t header = offsetof(fd_set, fd_array) / sizeof(SOCKET);
-        m_storage.assign(header + m_sockets.size(), 0);
-        fd_set* set = reinterpret_cast<fd_set*>(m_storage.data());
-        set->fd_count = static_cast<u_int>(m_sockets.size());
-        memcpy(set->fd_array, m_sockets.data(), m_sockets.size() * sizeof(SOCKET));
-        return set;
-    }
-    // After select: the ready sockets, for look-up.
-    void Collect(std::unordered_set<SOCKET>* ready) const
-    {
-        if (m_storage.empty())
-            return;
-        const fd_set* set = reinterpret_cast<const fd_set*>(m_storage.data());
-        for (u_int i = 0; i < set->fd_count; ++i)
-            ready->insert(set->fd_array[i]);
-    }
-
-private:
-    std::vector<SOCKET> m_sockets;
-    std::vector<SOCKET> m_storage;  // SOCKET-aligned backing of the fd_set
-};
 
 // Winsock's resolver codes are positive. Wine lets some of its host's
 // negative getaddrinfo/getnameinfo codes through (a host buffer too small
@@ -459,8 +423,11 @@ int SetKeepAlive(ZYNET_SOCKET handle, int idleSeconds, int intervalSeconds)
 {
     struct tcp_keepalive values;
     values.onoff = 1;
-    values.keepalivetime = static_cast<ULONG>(std::max(idleSeconds, 0)) * 1000u;
-    values.keepaliveinterval = static_cast<ULONG>(std::max(intervalSeconds, 0)) * 1000u;
+    // Milliseconds in 32 bits: seconds beyond what fits are held at the
+    // largest value rather than wrapping round to a short period.
+    const int kMaxSeconds = static_cast<int>(0xFFFFFFFFu / 1000u);
+    values.keepalivetime = static_cast<ULONG>(std::clamp(idleSeconds, 0, kMaxSeconds)) * 1000u;
+    values.keepaliveinterval = static_cast<ULONG>(std::clamp(intervalSeconds, 0, kMaxSeconds)) * 1000u;
     DWORD returned = 0;
     if (WSAIoctl(Wide(handle), SIO_KEEPALIVE_VALS, &values, sizeof(values), nullptr, 0, &returned, nullptr,
                  nullptr) != 0)
@@ -487,6 +454,73 @@ int SetIpTtl(ZYNET_SOCKET handle, int ttl)
 
 // ---- waiting -------------------------------------------------------------
 
+namespace
+{
+// Per-thread backing of the three select() sets and of the sorted ready
+// handles, grown to the largest wait made and reused.
+struct SelectScratch
+{
+    std::vector<SOCKET> storage[3];
+    std::vector<SOCKET> ready;
+};
+
+SelectScratch& Scratch()
+{
+    thread_local SelectScratch t_scratch;
+    return t_scratch;
+}
+
+// An empty select() set with room for `slots` sockets, in `storage`:
+// Winsock reads fd_count entries, whatever FD_SETSIZE says, so a set may be
+// sized for exactly what it lists.
+fd_set* EmptySet(std::vector<SOCKET>& storage, size_t slots)
+{
+    const size_t header = (offsetof(fd_set, fd_array) + sizeof(SOCKET) - 1) / sizeof(SOCKET);
+    if (storage.size() < header + slots)
+        storage.resize(header + slots);
+    fd_set* set = reinterpret_cast<fd_set*>(storage.data());
+    set->fd_count = 0;
+    return set;
+}
+
+// A select() set holding the handles of `list`, or null for an empty list.
+fd_set* BuildSet(const ZYNET_fd_set* list, std::vector<SOCKET>& storage)
+{
+    if (list == nullptr || list->fd_count == 0)
+        return nullptr;
+    fd_set* set = EmptySet(storage, list->fd_count);
+    set->fd_count = list->fd_count;
+    for (uint32_t i = 0; i < list->fd_count; ++i)
+        set->fd_array[i] = Wide(list->fd_array[i]);
+    return set;
+}
+
+// Rewrites `list` to those of its handles that select left in `set`, in the
+// list's own order (duplicates kept), and returns how many stayed.
+uint32_t KeepReady(ZYNET_fd_set* list, const fd_set* set, std::vector<SOCKET>& sorted)
+{
+    if (list == nullptr)
+        return 0;
+    if (set == nullptr || set->fd_count == 0)
+    {
+        list->fd_count = 0;
+        return 0;
+    }
+    sorted.assign(set->fd_array, set->fd_array + set->fd_count);
+    std::sort(sorted.begin(), sorted.end());
+    uint32_t kept = 0;
+    for (uint32_t i = 0; i < list->fd_count; ++i)
+    {
+        const uint32_t handle = list->fd_array[i];
+        if (std::binary_search(sorted.begin(), sorted.end(), Wide(handle)))
+            list->fd_array[kept++] = handle;
+    }
+    list->fd_count = kept;
+    return kept;
+}
+}  // namespace
+
+
 int Poll(PollEntry* entries, int count, int timeoutMs, int* ready)
 {
     if (ready != nullptr)
@@ -496,7 +530,11 @@ int Poll(PollEntry* entries, int count, int timeoutMs, int* ready)
 
     // select() with sets of any size gives exactly select's semantics: a
     // failed connect in the exception set, a closed peer in the read set.
-    BigFdSet readSet, writeSet, exceptSet;
+    static const short kKinds[3] = {POLL_READ, POLL_WRITE, POLL_EXCEPT};
+    SelectScratch& scratch = Scratch();
+    fd_set* sets[3];
+    for (int k = 0; k < 3; ++k)
+        sets[k] = EmptySet(scratch.storage[k], static_cast<size_t>(count));
     int invalid = 0;
     for (int i = 0; i < count; ++i)
     {
@@ -508,18 +546,22 @@ int Poll(PollEntry* entries, int count, int timeoutMs, int* ready)
             ++invalid;
             continue;
         }
-        if (entries[i].events & POLL_READ)
-            readSet.Add(socket);
-        if (entries[i].events & POLL_WRITE)
-            writeSet.Add(socket);
-        if (entries[i].events & POLL_EXCEPT)
-            exceptSet.Add(socket);
+        for (int k = 0; k < 3; ++k)
+        {
+            if (entries[i].events & kKinds[k])
+                sets[k]->fd_array[sets[k]->fd_count++] = socket;
+        }
     }
     // The invalid handle is reported at once, together with whatever else
     // is ready now: the wait does not block.
     if (invalid > 0)
         timeoutMs = 0;
-    if (readSet.Empty() && writeSet.Empty() && exceptSet.Empty())
+    for (fd_set*& set : sets)
+    {
+        if (set->fd_count == 0)
+            set = nullptr;
+    }
+    if (sets[0] == nullptr && sets[1] == nullptr && sets[2] == nullptr)
     {
         if (invalid > 0)
         {
@@ -535,7 +577,7 @@ int Poll(PollEntry* entries, int count, int timeoutMs, int* ready)
     timeval wait;
     wait.tv_sec = timeoutMs < 0 ? 0 : timeoutMs / 1000;
     wait.tv_usec = timeoutMs < 0 ? 0 : (timeoutMs % 1000) * 1000;
-    int rc = ::select(0, readSet.Build(), writeSet.Build(), exceptSet.Build(), timeoutMs < 0 ? nullptr : &wait);
+    int rc = ::select(0, sets[0], sets[1], sets[2], timeoutMs < 0 ? nullptr : &wait);
     if (rc == SOCKET_ERROR)
     {
         const int code = WSAGetLastError();
@@ -575,32 +617,56 @@ int Poll(PollEntry* entries, int count, int timeoutMs, int* ready)
         return 0;
     }
 
-    std::unordered_set<SOCKET> readable, writable, exceptional;
-    readSet.Collect(&readable);
-    writeSet.Collect(&writable);
-    exceptSet.Collect(&exceptional);
+    // select() left the ready sockets in each set; sorted, each entry finds
+    // its own by binary search.
+    for (int k = 0; k < 3; ++k)
+    {
+        if (sets[k] == nullptr || sets[k]->fd_count == 0)
+            continue;
+        SOCKET* first = sets[k]->fd_array;
+        SOCKET* last = first + sets[k]->fd_count;
+        std::sort(first, last);
+        for (int i = 0; i < count; ++i)
+        {
+            if (entries[i].revents != POLL_INVALID && (entries[i].events & kKinds[k]) &&
+                std::binary_search(first, last, Wide(entries[i].handle)))
+                entries[i].revents = static_cast<short>(entries[i].revents | kKinds[k]);
+        }
+    }
     int readyCount = 0;
     for (int i = 0; i < count; ++i)
     {
-        if (entries[i].revents == POLL_INVALID)
-        {
-            ++readyCount;
-            continue;
-        }
-        const SOCKET socket = Wide(entries[i].handle);
-        short out = 0;
-        if ((entries[i].events & POLL_READ) && readable.count(socket) != 0)
-            out |= POLL_READ;
-        if ((entries[i].events & POLL_WRITE) && writable.count(socket) != 0)
-            out |= POLL_WRITE;
-        if ((entries[i].events & POLL_EXCEPT) && exceptional.count(socket) != 0)
-            out |= POLL_EXCEPT;
-        entries[i].revents = out;
-        if (out != 0)
+        if (entries[i].revents != 0)
             ++readyCount;
     }
     if (ready != nullptr)
         *ready = readyCount;
+    return 0;
+}
+
+int SelectLists(ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZYNET_fd_set* exceptSet, int timeoutMs, int* count)
+{
+    if (count != nullptr)
+        *count = 0;
+    SelectScratch& scratch = Scratch();
+    fd_set* osRead = BuildSet(readSet, scratch.storage[0]);
+    fd_set* osWrite = BuildSet(writeSet, scratch.storage[1]);
+    fd_set* osExcept = BuildSet(exceptSet, scratch.storage[2]);
+    if (osRead == nullptr && osWrite == nullptr && osExcept == nullptr)
+        return Fail(WSAEINVAL);
+    // select() itself refuses a handle that is no socket with 10038, before
+    // waiting; the lists are only rewritten after a successful wait.
+    timeval wait;
+    wait.tv_sec = timeoutMs < 0 ? 0 : timeoutMs / 1000;
+    wait.tv_usec = timeoutMs < 0 ? 0 : (timeoutMs % 1000) * 1000;
+    int rc = ::select(0, osRead, osWrite, osExcept, timeoutMs < 0 ? nullptr : &wait);
+    if (rc == SOCKET_ERROR)
+        return FailLast();
+    uint32_t kept = KeepReady(readSet, rc > 0 ? osRead : nullptr, scratch.ready);
+    kept += KeepReady(writeSet, rc > 0 ? osWrite : nullptr, scratch.ready);
+    kept += KeepReady(exceptSet, rc > 0 ? osExcept : nullptr, scratch.ready);
+    if (count != nullptr)
+        *count = static_cast<int>(kept);
     return 0;
 }
 
