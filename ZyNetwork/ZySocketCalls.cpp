@@ -2,8 +2,9 @@
 // the whole-buffer and time-limited transfer loops, the list-set wait, and
 // a connected socket pair built over loopback.
 //
-// Every call returns 0 or a Winsock error code; a failing OS call has already
-// stored its code as the thread's last socket error. A null pointer where a
+// Every call returns 0 or a Winsock error code (ZYNET_close alone returns
+// closesocket's 0 or -1); a failing OS call has already stored its code as
+// the thread's last socket error. A null pointer where a
 // record, buffer or result is required gives 10014 (WSAEFAULT) and touches
 // nothing.
 #include <atomic>
@@ -278,7 +279,10 @@ int ZYNET_close(ZYNET_SOCKET handle)
     ZYNET_SocketCallback callback = g_closeCallback.load(std::memory_order_acquire);
     if (callback != nullptr)
         callback(handle);
-    return zyos::Close(handle);
+    // Unlike the other calls, this one hands back closesocket's own result:
+    // 0, or -1 (SOCKET_ERROR) with the code as the thread's last socket
+    // error.
+    return zyos::Close(handle) == 0 ? 0 : -1;
 }
 
 int ZYNET_shutdown(ZYNET_SOCKET handle, int how)

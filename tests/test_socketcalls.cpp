@@ -459,6 +459,9 @@ TEST(SocketCalls, SocketPairIsConnectedNonBlockingAndCallsBack)
     ZYNET_setclosecb(nullptr);
     EXPECT_EQ(ZYNET_close(pair[1]), 0);
     EXPECT_EQ(g_log.events, (std::vector<std::string>{"close"}));
+    // A failed close gives closesocket's own -1; the code is the last error.
+    EXPECT_EQ(ZYNET_close(ZYNET_INVALID_SOCKET), -1);
+    EXPECT_EQ(ZYNET_getlasterror(), 10038);
 }
 
 TEST(SocketCalls, SocketPairCyclesLeakNothing)
