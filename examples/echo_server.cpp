@@ -111,6 +111,12 @@ int main(int argc, char** argv)
             rc = 1;
             break;
         }
+        if (!client.IsValid())
+        {
+            // The platform refused this connection; the next one may work.
+            std::fprintf(stderr, "accept failed with code %d\n", ZYNET_getlasterror());
+            continue;
+        }
         std::printf("client %s\n", client.GetPeerAddressString().c_str());
         std::fflush(stdout);
         if (!ServeClient(client))

@@ -79,6 +79,13 @@ int main(int argc, char** argv)
                     std::fprintf(stderr, "accept failed:\n%s\n", error.AsString().c_str());
                     continue;
                 }
+                if (!client.IsValid())
+                {
+                    // The platform refused this connection (the peer may have
+                    // gone already); an empty socket must never enter the sets.
+                    std::fprintf(stderr, "accept failed with code %d\n", ZYNET_getlasterror());
+                    continue;
+                }
                 std::printf("client %s\n", client.GetPeerAddressString().c_str());
                 std::fflush(stdout);
                 selector.SetReadSocket(client);

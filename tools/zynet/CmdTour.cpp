@@ -151,6 +151,10 @@ StepResult StreamEcho(const std::string& listenText)
     error = listener.AcceptWithTimeout(server, kLimitSeconds, &timedOut);
     if (error.IsError())
         return Failed(error, "accept failed");
+    if (!server.IsValid())
+        return Failed(FXErrorUtil::ErrorWin32(ZY_LOC("zynet::StreamEcho"), static_cast<uint32_t>(ZYNET_getlasterror()),
+                                              "the platform refused the connection"),
+                      "accept failed");
     std::string detail;
     error = EchoOnce(client, server, "hello over a stream socket", detail);
     if (error.IsError())
