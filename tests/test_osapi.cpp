@@ -293,33 +293,21 @@ TEST(OsApi, ResolverGivesPortableRecords)
         EXPECT_TRUE(r.family == ZYNET_AF_INET || r.family == ZYNET_AF_INET6) << r.family;
     EXPECT_EQ(others, 0);
 
-    records.clear();
-    ASSERT_EQ(zyos::GetAddrInfo("::1", zyos::AI_FLAG_NUMERICHOST, 0, 1, 6, &records, nullptr), 0);
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].family, ZYNET_AF_INET6);
-    EXPECT_EQ(records[0].in6.addr[15], 1);
-
     // An IPv6 record offered with the whole record's length prints fine;
-    // one too short for its family is refused; a small buffer is a fault.
+    // one too short for its family is refused.
+    ZYNET_SockAddr v6 = Loopback(ZYNET_AF_INET6);
     char host[64];
-    EXPECT_EQ(zyos::GetNameInfo(&records[0], 112, host, sizeof(host), zyos::NI_FLAG_NUMERICHOST), 0);
+    EXPECT_EQ(zyos::GetNameInfo(&v6, 112, host, sizeof(host), zyos::NI_FLAG_NUMERICHOST), 0);
     EXPECT_STREQ(host, "::1");
-    EXPECT_NE(zyos::GetNameInfo(&records[0], 16, host, sizeof(host), zyos::NI_FLAG_NUMERICHOST), 0);
-    EXPECT_EQ(zyos::GetNameInfo(&records[0], 28, host, 3, zyos::NI_FLAG_NUMERICHOST), 10014);
-    EXPECT_EQ(zyos::LastError(), 10014);
+    EXPECT_NE(zyos::GetNameInfo(&v6, 16, host, sizeof(host), zyos::NI_FLAG_NUMERICHOST), 0);
 
-    // Reserved names fail at once, without a name server.
-    EXPECT_EQ(zyos::GetAddrInfo("no-such-host.invalid", 0, 0, 1, 6, &records, nullptr), 11001);
-    EXPECT_EQ(zyos::LastError(), 11001);
+    // Names under "invalid" never reach a name server (the look-up itself is
+    // checked through ZYNET_name2ip).
     for (const char* name : {"INVALID", "a.b.Invalid."})
         EXPECT_TRUE(zyos::IsReservedInvalidName(name)) << name;
     for (const char* name : {"notinvalid", "invalid.example", ""})
         EXPECT_FALSE(zyos::IsReservedInvalidName(name)) << name;
     EXPECT_FALSE(zyos::IsReservedInvalidName(nullptr));
-
-    struct servent* entry = nullptr;
-    EXPECT_EQ(zyos::GetServByName("no-such-service-zy", "tcp", &entry), 11004);
-    EXPECT_EQ(entry, nullptr);
 }
 
 #if defined(_WIN32)

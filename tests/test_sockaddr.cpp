@@ -153,6 +153,7 @@ TEST(SockAddr, NumericConversionAndLookUpGivePortableFamilies)
     EXPECT_STREQ(text, "10.1.16.5");
     // A buffer too small for the digits is refused on both targets.
     EXPECT_EQ(ZYNET_ip2str(&v4, text, 5), 10014);
+    EXPECT_EQ(zyos::LastError(), 10014);
 
     ZYNET_SockAddr out = Filled(0);
     EXPECT_EQ(ZYNET_str2ip("localhost", &out), 11001);  // numeric only
@@ -310,7 +311,7 @@ TEST(SockAddr, HostAndServiceNames)
     ASSERT_EQ(ZYNET_getservbyport(htons(80), "tcp", &entry), 0);
     ASSERT_NE(entry, nullptr);
     EXPECT_STREQ(entry->s_name, "http");
-    EXPECT_NE(ZYNET_getservbyname("no-such-service-zy", "tcp", &entry), 0);
+    EXPECT_EQ(ZYNET_getservbyname("no-such-service-zy", "tcp", &entry), 11004);
     EXPECT_EQ(entry, nullptr);
 }
 
