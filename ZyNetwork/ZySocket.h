@@ -27,6 +27,8 @@ ZYNET_API int ZYNET_bind(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr);
 ZYNET_API int ZYNET_connect(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr);
 ZYNET_API int ZYNET_listen(ZYNET_SOCKET handle, int backlog);
 ZYNET_API int ZYNET_accept(ZYNET_SOCKET listener, ZYNET_SOCKET* out, ZYNET_SockAddr* peer);
+// Returns closesocket's own result: 0, or -1 with the code left as the
+// thread's last socket error (the other calls return the code itself).
 ZYNET_API int ZYNET_close(ZYNET_SOCKET handle);
 ZYNET_API int ZYNET_shutdown(ZYNET_SOCKET handle, int how);
 ZYNET_API int ZYNET_send(ZYNET_SOCKET handle, const void* buffer, int length, int* count, int flags);
