@@ -122,11 +122,9 @@ CZyIPAddr::CZyIPAddr()
         ArmCollisionSentinel();
 }
 
-CZyIPAddr::CZyIPAddr(const CZyIPAddr& other)
-{
-    Clear();
-    m_addr = other.m_addr;
-}
+// A copy takes the whole record, so clearing it first would change nothing;
+// skipping that keeps copies (the selector returns sets of them) cheap.
+CZyIPAddr::CZyIPAddr(const CZyIPAddr& other) : m_addr(other.m_addr) {}
 
 CZyIPAddr::CZyIPAddr(const ZYNET_SockAddr& record)
 {

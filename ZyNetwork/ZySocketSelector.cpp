@@ -4,6 +4,9 @@
 // working sets, which the wait rewrites to the ready handles.
 #include "ZyNetwork/ZySocketSelector.h"
 
+#include <algorithm>
+#include <vector>
+
 static const char kZyFile[] = "ZyNetwork/ZySocketSelector";
 
 CZySocketSelector::CZySocketSelector() : m_highest(0), m_changed(false)
@@ -128,21 +131,54 @@ CZySocketSelector::SocketSet CZySocketSelector::Selected(const SocketSet& socket
 {
     SocketSet result;
     const ZYNET_fd_set* ready = working.get_fdsetp();
-    if (!ready || sockets.empty())
+    if (!ready || sockets.empty() || ready->fd_count == 0)
         return result;
-    // A grown set keeps more slots than the record's declared array, so the
-    // handles are read through a pointer to the storage.
+    // The ready list is in registration order. Sorting a copy of it lets the
+    // results be appended in handle order, so every insertion into the
+    // result is a constant-time hinted one. A grown set keeps more slots
+    // than the record's declared array, so the handles are read through a
+    // pointer to the storage. The scratch vector is kept per thread so that
+    // repeated waits do not allocate for it.
+    static thread_local std::vector<ZYNET_SOCKET> order;
     const uint32_t* handles = ready->fd_array;
-    CZySocket probe;
-    for (uint32_t i = 0; i < ready->fd_count; ++i)
+    order.assign(handles, handles + ready->fd_count);
+    std::sort(order.begin(), order.end());
+
+    const size_t registered = sockets.size();
+    size_t logRegistered = 1;
+    while ((static_cast<size_t>(1) << logRegistered) < registered)
+        ++logRegistered;
+    if (order.size() * logRegistered < registered)
     {
-        ZYNET_SOCKET handle = handles[i];
+        // Few ready: one O(log n) look-up per ready handle.
+        CZySocket probe;
+        for (ZYNET_SOCKET handle : order)
+        {
+            if (handle == ZYNET_INVALID_SOCKET)
+                continue;
+            probe.AttachConnectedSocket(handle);
+            SocketSet::const_iterator found = sockets.find(probe);
+            if (found != sockets.end())
+                result.insert(result.end(), *found);
+        }
+        return result;
+    }
+    // Many ready: one ordered walk over the registered sockets alongside the
+    // sorted ready handles costs O(n) instead of O(ready * log n).
+    SocketSet::const_iterator next = sockets.begin();
+    for (ZYNET_SOCKET handle : order)
+    {
         if (handle == ZYNET_INVALID_SOCKET)
             continue;
-        probe.AttachConnectedSocket(handle);
-        SocketSet::const_iterator found = sockets.find(probe);
-        if (found != sockets.end())
-            result.insert(*found);
+        while (next != sockets.end() && static_cast<ZYNET_SOCKET>(next->GetSocketDescriptor()) < handle)
+            ++next;
+        if (next == sockets.end())
+            break;
+        if (static_cast<ZYNET_SOCKET>(next->GetSocketDescriptor()) == handle)
+        {
+            result.insert(result.end(), *next);
+            ++next;
+        }
     }
     return result;
 }
