@@ -13,8 +13,11 @@ CZyError CZySockInit::Init()
     int code = zyos::Startup();
     if (code != 0)
     {
-        int last = zyos::LastError();
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySockInit::Init"), last != 0 ? last : code);
+        // The start-up call reports its failure only through its result (no
+        // earlier last error may be mistaken for it), so store that result
+        // as the thread's last socket error and raise it.
+        zyos::SetLastError(code);
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySockInit::Init"), static_cast<uint32_t>(code));
     }
     m_started = true;
     return CZyError::Success();
