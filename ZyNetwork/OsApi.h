@@ -60,6 +60,15 @@ int Shutdown(ZYNET_SOCKET handle, int how);
 // One send/recv call each. `transferred` gets the byte count (>= 0) on success.
 int Send(ZYNET_SOCKET handle, const void* buffer, int length, int flags, int* transferred);
 int Recv(ZYNET_SOCKET handle, void* buffer, int length, int flags, int* transferred);
+// Send/Recv that never block, for loops that wait only when they must.
+// Linux: one send/recv with MSG_DONTWAIT (whatever the socket's own mode).
+// Windows, which has no per-call flag: nothing is called. When the transfer
+// would block, both return 10035 WITHOUT storing it as the thread's last
+// socket error (the caller goes on to wait, and a later success must not
+// find a stale code there); any other failure is returned and stored as Send
+// and Recv do.
+int SendNoWait(ZYNET_SOCKET handle, const void* buffer, int length, int flags, int* transferred);
+int RecvNoWait(ZYNET_SOCKET handle, void* buffer, int length, int flags, int* transferred);
 int SendTo(ZYNET_SOCKET handle, const void* buffer, int length, int flags, const ZYNET_SockAddr* to, int toLength,
            int* transferred);
 int RecvFrom(ZYNET_SOCKET handle, void* buffer, int length, int flags, ZYNET_SockAddr* from, int* fromLength,

@@ -27,6 +27,7 @@ namespace
 const int kFault = 10014;        // WSAEFAULT: a null pointer was passed
 const int kInvalidArg = 10022;   // WSAEINVAL
 const int kNotSocket = 10038;    // WSAENOTSOCK
+const int kWouldBlock = 10035;   // WSAEWOULDBLOCK
 const int kMsgPeek = 2;          // MSG_PEEK has this value on both targets
 const int kFullRecordLength = static_cast<int>(sizeof(ZYNET_SockAddr));
 
@@ -100,18 +101,22 @@ enum class WaitStep
     Failed     // the wait failed: return *code
 };
 
-// One step of a time-limited loop: check the limit, then wait up to one
-// second for the handle on the read or write side. The wait is the same as
-// ZYNET_select on a fresh set holding just this handle (which always fits,
-// so no insertion can fail), made directly on the one handle so that every
-// chunk does not pay for building and clearing a 4 KiB set.
-WaitStep WaitOneSecond(ZYNET_SOCKET handle, bool forWrite, int64_t start, int seconds, int* timedOut, int* code)
+// True, with the time-out flag set, once more than `seconds` whole seconds
+// have passed since `start`.
+bool LimitPassed(int64_t start, int seconds, int* timedOut)
 {
-    if (SecondsSince(start) > seconds)
-    {
-        *timedOut = 1;
-        return WaitStep::GiveUp;
-    }
+    if (SecondsSince(start) <= seconds)
+        return false;
+    *timedOut = 1;
+    return true;
+}
+
+// Waits up to one second for the handle on the read or write side. The wait
+// is the same as ZYNET_select on a fresh set holding just this handle (which
+// always fits, so no insertion can fail), made directly on the one handle so
+// that every chunk does not pay for building and clearing a 4 KiB set.
+WaitStep PollOneSecond(ZYNET_SOCKET handle, bool forWrite, int* code)
+{
     zyos::PollEntry entry = {handle, static_cast<short>(forWrite ? zyos::POLL_WRITE : zyos::POLL_READ), 0};
     int ready = 0;
     int rc = zyos::Poll(&entry, 1, 1000, &ready);
@@ -128,6 +133,14 @@ WaitStep WaitOneSecond(ZYNET_SOCKET handle, bool forWrite, int64_t start, int se
     return ready > 0 ? WaitStep::Ready : WaitStep::Idle;
 }
 
+// One step of a time-limited wait: check the limit, then wait up to one second.
+WaitStep WaitOneSecond(ZYNET_SOCKET handle, bool forWrite, int64_t start, int seconds, int* timedOut, int* code)
+{
+    if (LimitPassed(start, seconds, timedOut))
+        return WaitStep::GiveUp;
+    return PollOneSecond(handle, forWrite, code);
+}
+
 // The body shared by the two whole-buffer loops and the two time-limited
 // loops. With `seconds` <= 0 there is no wait: the plain loop.
 int TransferLoop(bool isSend, ZYNET_SOCKET handle, char* buffer, int length, int* count, int seconds, int* timedOut,
@@ -137,21 +150,38 @@ int TransferLoop(bool isSend, ZYNET_SOCKET handle, char* buffer, int length, int
     const int64_t start = ZyMonotonicSeconds();
     while (*count < length)
     {
+        int done = 0;
         if (seconds > 0)
         {
-            int code = 0;
-            WaitStep step = WaitOneSecond(handle, isSend, start, seconds, timedOut, &code);
-            if (step == WaitStep::GiveUp)
+            if (LimitPassed(start, seconds, timedOut))
                 return 0;
+            // Try the transfer before waiting: while the peer keeps up, data
+            // or buffer space is already there and a chunk costs one system
+            // call instead of a wait and a call. Only a transfer that would
+            // block goes on to the one-second wait. (Windows has no
+            // non-blocking attempt, so there it always waits first.)
+            const int offset = peek ? 0 : *count;
+            int rc = isSend ? zyos::SendNoWait(handle, buffer + offset, length - offset, flags, &done)
+                            : zyos::RecvNoWait(handle, buffer + offset, length - offset, flags, &done);
+            if (rc != kWouldBlock)
+            {
+                if (rc != 0)
+                    return rc;
+                // A peek reports what a single receive saw, not an accumulation.
+                *count = offset + done;
+                if (done == 0)
+                    return 0;  // for a receive: the peer shut down
+                continue;
+            }
+            int code = 0;
+            WaitStep step = PollOneSecond(handle, isSend, &code);
             if (step == WaitStep::Failed)
                 return code;
             if (step == WaitStep::Idle)
                 continue;
         }
-        // A peek reports what a single receive saw, not an accumulation.
         if (peek)
             *count = 0;
-        int done = 0;
         int rc = isSend ? zyos::Send(handle, buffer + *count, length - *count, flags, &done)
                         : zyos::Recv(handle, buffer + *count, length - *count, flags, &done);
         if (rc != 0)

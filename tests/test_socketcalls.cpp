@@ -200,6 +200,51 @@ TEST(SocketCalls, TimeLimitedLoops)
     EXPECT_LT(count, static_cast<int>(big.size()));
 }
 
+// The time-limited loops try each transfer before waiting; these are the
+// cases where that attempt finds nothing ready or must not accumulate.
+TEST(SocketCalls, TimeLimitedLoopsWaitWhenNothingIsReady)
+{
+    Pair pair;
+    Connect(pair);
+    std::string data(30, ' ');
+    for (int i = 0; i < 30; ++i)
+        data[i] = static_cast<char>('a' + i % 26);
+    char buffer[30];
+    int count = -1, timedOut = -1;
+
+    // On a non-blocking socket with nothing queued the receive waits for the
+    // data instead of failing with "would block", and leaves no stale code as
+    // the thread's last socket error.
+    ASSERT_EQ(ZYNET_setnonblocking(pair.server), 0);
+    std::thread later([&] {
+        ZYSLEEP(200);
+        SendAll(pair.client, data.substr(0, 20));
+    });
+    ZYNET_setlasterror(0);
+    EXPECT_EQ(ZYNET_recvwithtimeout(pair.server, buffer, 20, &count, 5, &timedOut, 0), 0);
+    later.join();
+    EXPECT_EQ(ZYNET_getlasterror(), 0);
+    EXPECT_EQ(count, 20);
+    EXPECT_EQ(timedOut, 0);
+    EXPECT_EQ(std::string(buffer, 20), data.substr(0, 20));
+
+    // A peek sees 10 queued bytes at once and keeps looking until one
+    // receive sees all 30: the views are never added up.
+    SendAll(pair.client, data.substr(0, 10));
+    std::thread rest([&] {
+        ZYSLEEP(200);
+        SendAll(pair.client, data.substr(10));
+    });
+    memset(buffer, 0, sizeof(buffer));
+    EXPECT_EQ(ZYNET_recvwithtimeout(pair.server, buffer, 30, &count, 5, &timedOut, 2 /*MSG_PEEK*/), 0);
+    rest.join();
+    EXPECT_EQ(count, 30);
+    EXPECT_EQ(timedOut, 0);
+    EXPECT_EQ(std::string(buffer, 30), data);
+    ASSERT_EQ(ZYNET_recvwithtimeout(pair.server, buffer, 30, &count, 5, &timedOut, 0), 0);
+    EXPECT_EQ(std::string(buffer, count), data);
+}
+
 TEST(SocketCalls, SelectRewritesListsToReadyHandles)
 {
     Pair a, b;

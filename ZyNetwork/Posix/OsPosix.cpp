@@ -436,6 +436,36 @@ int Recv(ZYNET_SOCKET handle, void* buffer, int length, int flags, int* transfer
     return 0;
 }
 
+int SendNoWait(ZYNET_SOCKET handle, const void* buffer, int length, int flags, int* transferred)
+{
+    if (transferred == nullptr || length < 0)
+        return Fail(kEFAULT);
+    *transferred = 0;
+    ssize_t sent;
+    do
+        sent = ::send(Fd(handle), buffer, static_cast<size_t>(length), flags | MSG_DONTWAIT | MSG_NOSIGNAL);
+    while (sent < 0 && errno == EINTR);
+    if (sent < 0)
+        return (errno == EAGAIN || errno == EWOULDBLOCK) ? static_cast<int>(kEWOULDBLOCK) : FailErrno();
+    *transferred = static_cast<int>(sent);
+    return 0;
+}
+
+int RecvNoWait(ZYNET_SOCKET handle, void* buffer, int length, int flags, int* transferred)
+{
+    if (transferred == nullptr || length < 0)
+        return Fail(kEFAULT);
+    *transferred = 0;
+    ssize_t received;
+    do
+        received = ::recv(Fd(handle), buffer, static_cast<size_t>(length), flags | MSG_DONTWAIT);
+    while (received < 0 && errno == EINTR);
+    if (received < 0)
+        return (errno == EAGAIN || errno == EWOULDBLOCK) ? static_cast<int>(kEWOULDBLOCK) : FailErrno();
+    *transferred = static_cast<int>(received);
+    return 0;
+}
+
 int SendTo(ZYNET_SOCKET handle, const void* buffer, int length, int flags, const ZYNET_SockAddr* to, int toLength,
            int* transferred)
 {

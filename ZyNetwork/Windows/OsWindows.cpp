@@ -285,6 +285,26 @@ int Recv(ZYNET_SOCKET handle, void* buffer, int length, int flags, int* transfer
     return 0;
 }
 
+// Winsock has no per-call "don't wait" flag, and switching the socket's mode
+// around every call would race with other threads using it, so a no-wait
+// transfer always reports that it would block: the caller waits first and
+// then makes the ordinary call.
+int SendNoWait(ZYNET_SOCKET, const void*, int length, int, int* transferred)
+{
+    if (transferred == nullptr || length < 0)
+        return Fail(WSAEFAULT);
+    *transferred = 0;
+    return WSAEWOULDBLOCK;
+}
+
+int RecvNoWait(ZYNET_SOCKET, void*, int length, int, int* transferred)
+{
+    if (transferred == nullptr || length < 0)
+        return Fail(WSAEFAULT);
+    *transferred = 0;
+    return WSAEWOULDBLOCK;
+}
+
 int SendTo(ZYNET_SOCKET handle, const void* buffer, int length, int flags, const ZYNET_SockAddr* to, int toLength,
            int* transferred)
 {
