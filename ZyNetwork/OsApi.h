@@ -142,6 +142,15 @@ enum
 // stores it as the thread's last socket error either way.
 int GetAddrInfo(const char* name, int flags, int family, int socktype, int protocol,
                 std::vector<ZYNET_SockAddr>* out, int* otherFamilies);
+// getaddrinfo with no service, keeping only the first IPv4 or IPv6 entry in
+// resolver order, written straight into `out`: the family's own bytes (16
+// for IPv4, 28 for IPv6) in portable form, the port as the resolver gave it;
+// the rest of `out` is left as it was. `*found` tells whether there was such
+// an entry (`out` is untouched when not). Returns 0 or the translated
+// resolver code and stores it as the thread's last socket error either way;
+// the resolver's list is released on every path. Nothing is allocated.
+int GetFirstAddrInfo(const char* name, int flags, int family, int socktype, int protocol, ZYNET_SockAddr* out,
+                     bool* found);
 // getnameinfo into `host` (no service). Returns the translated code and
 // stores it as the thread's last socket error either way.
 int GetNameInfo(const ZYNET_SockAddr* addr, int length, char* host, int hostLength, int flags);

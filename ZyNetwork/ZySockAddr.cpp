@@ -73,34 +73,33 @@ void StoreResolved(const ZYNET_SockAddr& resolved, ZYNET_SockAddr* out)
 }
 
 // Numeric conversion without the name-collision check: the first IPv4 or
-// IPv6 address of the text.
+// IPv6 address of the text, written straight into `out` with the port
+// cleared. Only the family's bytes are written; `out` is untouched on
+// failure. No allocation and no intermediate copy: a numeric conversion is a
+// few hundred nanoseconds, so every step around the resolver shows.
 int NumericToRecord(const char* text, ZYNET_SockAddr* out)
 {
-    // Reused by the thread's later conversions: a numeric conversion is a few
-    // hundred nanoseconds, and a fresh vector would add an allocation to each.
-    thread_local std::vector<ZYNET_SockAddr> records;
-    records.clear();
-    int code = zyos::GetAddrInfo(text, zyos::AI_FLAG_NUMERICHOST, ZYNET_AF_UNSPEC, 1, 6, &records, nullptr);
+    bool found = false;
+    int code = zyos::GetFirstAddrInfo(text, zyos::AI_FLAG_NUMERICHOST, ZYNET_AF_UNSPEC, 1, 6, out, &found);
     if (code != 0)
         return code;
-    if (records.empty())
+    if (!found)
         return kErrAfNoSupport;
-    StoreResolved(records.front(), out);
+    out->in4.port = 0;  // the port field sits at bytes 2-3 in both families
     return 0;
 }
 
-// The record of 127.0.53.53, made once on first need. Name servers hand out
-// that address for names that collide with private namespaces, so it is
-// never accepted as a real one. A failed conversion is retried next time.
-bool CollisionMarker(ZYNET_SockAddr* marker)
+// Compares bytes 4-7 (the IPv4 address field, whatever the record's family)
+// with those of 127.0.53.53. Name servers hand out that address for names
+// that collide with private namespaces, so it is never accepted as a real
+// one. The marker is converted once, on first need, and kept as its four
+// bytes; a failed conversion is retried next time.
+bool MatchesCollisionMarker(const ZYNET_SockAddr& addr)
 {
     static std::atomic<int> s_state{0};  // 0 not made, 1 being stored, 2 ready
-    static ZYNET_SockAddr s_marker;
+    static uint8_t s_marker[4];
     if (s_state.load(std::memory_order_acquire) == 2)
-    {
-        *marker = s_marker;
-        return true;
-    }
+        return memcmp(addr.in4.addr, s_marker, sizeof(s_marker)) == 0;
     ZYNET_SockAddr made;
     memset(&made, 0, sizeof(made));
     if (NumericToRecord("127.0.53.53", &made) != 0)
@@ -108,20 +107,10 @@ bool CollisionMarker(ZYNET_SockAddr* marker)
     int expected = 0;
     if (s_state.compare_exchange_strong(expected, 1, std::memory_order_acq_rel))
     {
-        s_marker = made;
+        memcpy(s_marker, made.in4.addr, sizeof(s_marker));
         s_state.store(2, std::memory_order_release);
     }
-    *marker = made;
-    return true;
-}
-
-// Compares bytes 4-7 (the IPv4 address field) with those of the marker.
-bool MatchesCollisionMarker(const ZYNET_SockAddr& addr)
-{
-    ZYNET_SockAddr marker;
-    if (!CollisionMarker(&marker))
-        return false;
-    return memcmp(addr.in4.addr, marker.in4.addr, sizeof(addr.in4.addr)) == 0;
+    return memcmp(addr.in4.addr, made.in4.addr, sizeof(s_marker)) == 0;
 }
 
 // Compares the first `bits` bits of two byte strings of `bytes` bytes.

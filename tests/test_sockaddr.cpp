@@ -179,6 +179,51 @@ TEST(SockAddr, NumericConversionAndLookUpGivePortableFamilies)
     EXPECT_EQ(host.addrs, nullptr);
 }
 
+// The conversion writes the family's own bytes straight into the caller's
+// record, leaves the rest of it alone, and leaves all of it alone on failure;
+// the resolver's code is the thread's last socket error either way.
+TEST(SockAddr, NumericConversionWritesOnlyTheFamilysBytes)
+{
+    zytest::InitTestProcess();
+    ZYNET_SockAddr v4 = Filled(0xAB);
+    ASSERT_EQ(ZYNET_str2ip("10.20.30.40", &v4), 0);
+    EXPECT_EQ(zyos::LastError(), 0);
+    EXPECT_EQ(v4.family, ZYNET_AF_INET);
+    EXPECT_EQ(ZYNET_getport(&v4), 0u);
+    const uint8_t want4[4] = {10, 20, 30, 40};
+    EXPECT_EQ(memcmp(v4.in4.addr, want4, sizeof(want4)), 0);
+    const uint8_t* bytes = reinterpret_cast<const uint8_t*>(&v4);
+    for (size_t i = 8; i < 16; ++i)
+        EXPECT_EQ(bytes[i], 0) << "byte " << i;
+    for (size_t i = 16; i < sizeof(v4); ++i)
+        EXPECT_EQ(bytes[i], 0xAB) << "byte " << i;
+
+    ZYNET_SockAddr v6 = Filled(0xAB);
+    ASSERT_EQ(ZYNET_str2ip("2001:db8::7", &v6), 0);
+    EXPECT_EQ(v6.family, ZYNET_AF_INET6);
+    EXPECT_EQ(ZYNET_getport(&v6), 0u);
+    bytes = reinterpret_cast<const uint8_t*>(&v6);
+    const uint8_t want6[16] = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7};
+    EXPECT_EQ(memcmp(bytes + 8, want6, sizeof(want6)), 0);
+    for (size_t i : {4u, 5u, 6u, 7u, 24u, 25u, 26u, 27u})  // flow label and scope
+        EXPECT_EQ(bytes[i], 0) << "byte " << i;
+    for (size_t i = 28; i < sizeof(v6); ++i)
+        EXPECT_EQ(bytes[i], 0xAB) << "byte " << i;
+
+    // Failures: a name (numeric only, so never looked up, reserved or not).
+    ZYNET_SockAddr kept = Filled(0x5C);
+    const ZYNET_SockAddr before = kept;
+    for (const char* text : {"host.invalid", "invalid", "localhost", "10.20.30.40.50"})
+    {
+        EXPECT_EQ(ZYNET_str2ip(text, &kept), 11001) << text;
+        EXPECT_EQ(zyos::LastError(), 11001) << text;
+        EXPECT_EQ(memcmp(&kept, &before, sizeof(kept)), 0) << text;
+    }
+    // The next success clears the stored error.
+    ASSERT_EQ(ZYNET_str2ip("::1", &kept), 0);
+    EXPECT_EQ(zyos::LastError(), 0);
+}
+
 TEST(SockAddr, ReverseLookUp)
 {
     zytest::InitTestProcess();

@@ -32,7 +32,9 @@ namespace zyos
 {
 namespace
 {
-thread_local int t_lastError = 0;
+// Initial-exec: a direct access instead of a call to __tls_get_addr on every
+// socket call of this shared library; one int of the static TLS surplus.
+thread_local int t_lastError __attribute__((tls_model("initial-exec"))) = 0;
 
 // Winsock codes used below.
 enum
@@ -885,6 +887,51 @@ int GetAddrInfo(const char* name, int flags, int family, int socktype, int proto
         memcpy(&record, entry->ai_addr, copied);
         record.family = static_cast<uint16_t>(FamilyFromOs(entry->ai_family));
         out->push_back(record);
+    }
+    ::freeaddrinfo(list);
+    t_lastError = 0;
+    return 0;
+}
+
+int GetFirstAddrInfo(const char* name, int flags, int family, int socktype, int protocol, ZYNET_SockAddr* out,
+                     bool* found)
+{
+    *found = false;
+    // A numeric-only look-up never asks a name server, and the resolver
+    // answers 11001 for any other text, reserved names included.
+    if ((flags & AI_FLAG_NUMERICHOST) == 0 && IsReservedInvalidName(name))
+        return Fail(kHOST_NOT_FOUND);
+
+    addrinfo hints;
+    memset(&hints, 0, sizeof(hints));
+    // The numeric-only flag alone is this entry's common case; spare it the
+    // flag-by-flag mapping.
+    hints.ai_flags = flags == AI_FLAG_NUMERICHOST ? AI_NUMERICHOST : AddrInfoFlagsToOs(flags);
+    hints.ai_family = FamilyToOs(family);
+    hints.ai_socktype = socktype;
+    hints.ai_protocol = protocol;
+    addrinfo* list = nullptr;
+    int rc = ::getaddrinfo(name, nullptr, &hints, &list);
+    if (rc != 0)
+    {
+        if (list != nullptr)
+            ::freeaddrinfo(list);
+        return Fail(TranslateResolverError(rc));
+    }
+    for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next)
+    {
+        const bool v4 = entry->ai_family == AF_INET;
+        if ((!v4 && entry->ai_family != AF_INET6) || entry->ai_addr == nullptr)
+            continue;
+        // The family's bytes only; a short answer is padded with zeros.
+        const size_t wanted = v4 ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
+        const size_t copied = std::min(static_cast<size_t>(entry->ai_addrlen), wanted);
+        memcpy(out, entry->ai_addr, copied);
+        if (copied < wanted)
+            memset(reinterpret_cast<char*>(out) + copied, 0, wanted - copied);
+        out->family = static_cast<uint16_t>(v4 ? ZYNET_AF_INET : ZYNET_AF_INET6);
+        *found = true;
+        break;
     }
     ::freeaddrinfo(list);
     t_lastError = 0;

@@ -736,6 +736,50 @@ int GetAddrInfo(const char* name, int flags, int family, int socktype, int proto
     return 0;
 }
 
+int GetFirstAddrInfo(const char* name, int flags, int family, int socktype, int protocol, ZYNET_SockAddr* out,
+                     bool* found)
+{
+    *found = false;
+    // A numeric-only look-up never asks a name server, and the resolver
+    // answers 11001 for any other text, reserved names included.
+    if ((flags & AI_FLAG_NUMERICHOST) == 0 && IsReservedInvalidName(name))
+        return Fail(WSAHOST_NOT_FOUND);
+    const win::ResolverEntryPoints& resolver = win::Resolver();
+    addrinfo hints;
+    memset(&hints, 0, sizeof(hints));
+    hints.ai_flags = flags;  // the portable flag values are Winsock's
+    hints.ai_family = family;
+    hints.ai_socktype = socktype;
+    hints.ai_protocol = protocol;
+    addrinfo* list = nullptr;
+    int rc = NormaliseResolverCode(resolver.getAddrInfo(name, nullptr, &hints, &list));
+    if (rc != 0)
+    {
+        if (list != nullptr)
+            resolver.freeAddrInfo(list);
+        return Fail(rc);
+    }
+    for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next)
+    {
+        const bool v4 = entry->ai_family == AF_INET;
+        if ((!v4 && entry->ai_family != AF_INET6) || entry->ai_addr == nullptr)
+            continue;
+        // The family's bytes only; a short answer is padded with zeros.
+        const size_t wanted = v4 ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
+        const size_t copied = std::min(static_cast<size_t>(entry->ai_addrlen), wanted);
+        memcpy(out, entry->ai_addr, copied);
+        if (copied < wanted)
+            memset(reinterpret_cast<char*>(out) + copied, 0, wanted - copied);
+        out->family = static_cast<uint16_t>(entry->ai_family);
+        *found = true;
+        break;
+    }
+    if (list != nullptr)
+        resolver.freeAddrInfo(list);
+    WSASetLastError(0);
+    return 0;
+}
+
 int GetNameInfo(const ZYNET_SockAddr* addr, int length, char* host, int hostLength, int flags)
 {
     if (host == nullptr || hostLength < 0)
