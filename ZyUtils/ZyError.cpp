@@ -129,7 +129,7 @@ std::string CZyError::AsString() const
     {
         if (i)
             text += '\n';
-        text += FXString::Format("#%zu ", i);
+        text += FXString::Format("#%u ", static_cast<unsigned>(i));
         text += m_items[i]->AsString(ERROR_OUTPUT_LONG);
     }
     return text;

@@ -848,6 +848,31 @@ int SelectLists(ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZYNET_fd_set* exc
 
 // ---- resolver ------------------------------------------------------------
 
+// Asks the resolver for `name` with the given portable hints. On success
+// *list holds the answer (the caller frees it); on failure nothing is left
+// to free and the translated code is returned and stored.
+static int ResolveList(const char* name, int flags, int family, int socktype, int protocol, addrinfo** list)
+{
+    addrinfo hints;
+    memset(&hints, 0, sizeof(hints));
+    // The numeric-only flag alone is the common case of address conversion;
+    // spare it the flag-by-flag mapping.
+    hints.ai_flags = flags == AI_FLAG_NUMERICHOST ? AI_NUMERICHOST : AddrInfoFlagsToOs(flags);
+    hints.ai_family = FamilyToOs(family);
+    hints.ai_socktype = socktype;
+    hints.ai_protocol = protocol;
+    *list = nullptr;
+    int rc = ::getaddrinfo(name, nullptr, &hints, list);
+    if (rc != 0)
+    {
+        if (*list != nullptr)
+            ::freeaddrinfo(*list);
+        *list = nullptr;
+        return Fail(TranslateResolverError(rc));
+    }
+    return 0;
+}
+
 int GetAddrInfo(const char* name, int flags, int family, int socktype, int protocol,
                 std::vector<ZYNET_SockAddr>* out, int* otherFamilies)
 {
@@ -856,21 +881,10 @@ int GetAddrInfo(const char* name, int flags, int family, int socktype, int proto
     if (IsReservedInvalidName(name))
         return Fail(kHOST_NOT_FOUND);
 
-    addrinfo hints;
-    memset(&hints, 0, sizeof(hints));
-    hints.ai_flags = AddrInfoFlagsToOs(flags);
-    hints.ai_family = FamilyToOs(family);
-    hints.ai_socktype = socktype;
-    hints.ai_protocol = protocol;
     addrinfo* list = nullptr;
-    int rc = ::getaddrinfo(name, nullptr, &hints, &list);
-    int code = TranslateResolverError(rc);
+    int rc = ResolveList(name, flags, family, socktype, protocol, &list);
     if (rc != 0)
-    {
-        if (list != nullptr)
-            ::freeaddrinfo(list);
-        return Fail(code);
-    }
+        return rc;
     for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next)
     {
         if ((entry->ai_family != AF_INET && entry->ai_family != AF_INET6) || entry->ai_addr == nullptr)
@@ -902,22 +916,10 @@ int GetFirstAddrInfo(const char* name, int flags, int family, int socktype, int 
     if ((flags & AI_FLAG_NUMERICHOST) == 0 && IsReservedInvalidName(name))
         return Fail(kHOST_NOT_FOUND);
 
-    addrinfo hints;
-    memset(&hints, 0, sizeof(hints));
-    // The numeric-only flag alone is this entry's common case; spare it the
-    // flag-by-flag mapping.
-    hints.ai_flags = flags == AI_FLAG_NUMERICHOST ? AI_NUMERICHOST : AddrInfoFlagsToOs(flags);
-    hints.ai_family = FamilyToOs(family);
-    hints.ai_socktype = socktype;
-    hints.ai_protocol = protocol;
     addrinfo* list = nullptr;
-    int rc = ::getaddrinfo(name, nullptr, &hints, &list);
+    int rc = ResolveList(name, flags, family, socktype, protocol, &list);
     if (rc != 0)
-    {
-        if (list != nullptr)
-            ::freeaddrinfo(list);
-        return Fail(TranslateResolverError(rc));
-    }
+        return rc;
     for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next)
     {
         const bool v4 = entry->ai_family == AF_INET;

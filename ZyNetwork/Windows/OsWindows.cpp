@@ -692,6 +692,31 @@ int SelectLists(ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZYNET_fd_set* exc
 
 // ---- resolver ------------------------------------------------------------
 
+// Asks the bound resolver for `name` with the given hints (the portable
+// flag and family values are Winsock's). On success *list holds the answer
+// (the caller frees it); on failure nothing is left to free and the code is
+// returned and stored.
+static int ResolveList(const win::ResolverEntryPoints& resolver, const char* name, int flags, int family,
+                       int socktype, int protocol, addrinfo** list)
+{
+    addrinfo hints;
+    memset(&hints, 0, sizeof(hints));
+    hints.ai_flags = flags;
+    hints.ai_family = family;
+    hints.ai_socktype = socktype;
+    hints.ai_protocol = protocol;
+    *list = nullptr;
+    int rc = NormaliseResolverCode(resolver.getAddrInfo(name, nullptr, &hints, list));
+    if (rc != 0)
+    {
+        if (*list != nullptr)
+            resolver.freeAddrInfo(*list);
+        *list = nullptr;
+        return Fail(rc);
+    }
+    return 0;
+}
+
 int GetAddrInfo(const char* name, int flags, int family, int socktype, int protocol,
                 std::vector<ZYNET_SockAddr>* out, int* otherFamilies)
 {
@@ -700,20 +725,10 @@ int GetAddrInfo(const char* name, int flags, int family, int socktype, int proto
     if (IsReservedInvalidName(name))
         return Fail(WSAHOST_NOT_FOUND);
     const win::ResolverEntryPoints& resolver = win::Resolver();
-    addrinfo hints;
-    memset(&hints, 0, sizeof(hints));
-    hints.ai_flags = flags;  // the portable flag values are Winsock's
-    hints.ai_family = family;
-    hints.ai_socktype = socktype;
-    hints.ai_protocol = protocol;
     addrinfo* list = nullptr;
-    int rc = NormaliseResolverCode(resolver.getAddrInfo(name, nullptr, &hints, &list));
+    int rc = ResolveList(resolver, name, flags, family, socktype, protocol, &list);
     if (rc != 0)
-    {
-        if (list != nullptr)
-            resolver.freeAddrInfo(list);
-        return Fail(rc);
-    }
+        return rc;
     for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next)
     {
         if ((entry->ai_family != AF_INET && entry->ai_family != AF_INET6) || entry->ai_addr == nullptr)
@@ -745,20 +760,10 @@ int GetFirstAddrInfo(const char* name, int flags, int family, int socktype, int 
     if ((flags & AI_FLAG_NUMERICHOST) == 0 && IsReservedInvalidName(name))
         return Fail(WSAHOST_NOT_FOUND);
     const win::ResolverEntryPoints& resolver = win::Resolver();
-    addrinfo hints;
-    memset(&hints, 0, sizeof(hints));
-    hints.ai_flags = flags;  // the portable flag values are Winsock's
-    hints.ai_family = family;
-    hints.ai_socktype = socktype;
-    hints.ai_protocol = protocol;
     addrinfo* list = nullptr;
-    int rc = NormaliseResolverCode(resolver.getAddrInfo(name, nullptr, &hints, &list));
+    int rc = ResolveList(resolver, name, flags, family, socktype, protocol, &list);
     if (rc != 0)
-    {
-        if (list != nullptr)
-            resolver.freeAddrInfo(list);
-        return Fail(rc);
-    }
+        return rc;
     for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next)
     {
         const bool v4 = entry->ai_family == AF_INET;
