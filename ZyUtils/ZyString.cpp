@@ -1,7 +1,9 @@
 #include "ZyUtils/ZyString.h"
 
 #include <cctype>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 namespace FXString
 {
@@ -24,6 +26,51 @@ std::string FormatArgList(const char* format, va_list args)
     va_end(copy);
     text.resize(static_cast<size_t>(needed));
     return text;
+}
+
+CZyError FormatArgList(std::string& text, const char* format, va_list args)
+{
+    text.clear();
+    if (!format)
+        return CZyError::Success();
+    char buffer[kFormatLimit];
+    va_list copy;
+    va_copy(copy, args);
+    int needed = vsnprintf(buffer, sizeof(buffer), format, copy);
+    va_end(copy);
+    if (needed < 0)
+        return FXErrorUtil::ErrorWin32(FXCodeLocation("ZyUtils/ZyString", "FXString::FormatArgList", __LINE__), 87,
+                                       "Invalid format text");
+    if (static_cast<size_t>(needed) < sizeof(buffer))
+    {
+        text.assign(buffer, static_cast<size_t>(needed));
+        return CZyError::Success();
+    }
+    text.assign(buffer, sizeof(buffer) - 1);
+    return FXErrorUtil::ErrorWin32(FXCodeLocation("ZyUtils/ZyString", "FXString::FormatArgList", __LINE__), 111,
+                                   "Formatted text of %d bytes does not fit in %u", needed,
+                                   static_cast<unsigned>(sizeof(buffer) - 1));
+}
+
+size_t ReplaceAll(std::string& text, const std::string& from, const std::string& to)
+{
+    if (from.empty())
+        return 0;
+    size_t count = 0;
+    std::string result;
+    size_t start = 0;
+    for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, start))
+    {
+        result.append(text, start, at - start);
+        result += to;
+        start = at + from.size();
+        ++count;
+    }
+    if (count == 0)
+        return 0;
+    result.append(text, start, std::string::npos);
+    text.swap(result);
+    return count;
 }
 
 std::string Format(const char* format, ...)
@@ -71,5 +118,219 @@ std::string ToLower(const std::string& text)
     for (char& c : lower)
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return lower;
+}
+namespace
+{
+const char32_t kReplacement = 0xFFFD;
+
+// Decodes one code point from [p, end); advances p past the sequence (or one
+// byte of a bad sequence, so that each bad byte run yields one U+FFFD).
+char32_t DecodeUtf8(const unsigned char*& p, const unsigned char* end)
+{
+    unsigned char lead = *p++;
+    if (lead < 0x80)
+        return lead;
+    int extra;
+    char32_t value;
+    char32_t minimum;
+    if (lead >= 0xC2 && lead <= 0xDF)
+    {
+        extra = 1;
+        value = lead & 0x1F;
+        minimum = 0x80;
+    }
+    else if (lead >= 0xE0 && lead <= 0xEF)
+    {
+        extra = 2;
+        value = lead & 0x0F;
+        minimum = 0x800;
+    }
+    else if (lead >= 0xF0 && lead <= 0xF4)
+    {
+        extra = 3;
+        value = lead & 0x07;
+        minimum = 0x10000;
+    }
+    else
+        return kReplacement;
+    const unsigned char* q = p;
+    for (int i = 0; i < extra; ++i, ++q)
+    {
+        if (q == end || (*q & 0xC0) != 0x80)
+        {
+            p = q;  // the valid continuation bytes so far belong to this bad sequence
+            return kReplacement;
+        }
+        value = (value << 6) | (*q & 0x3F);
+    }
+    p = q;
+    if (value < minimum || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF))
+        return kReplacement;
+    return value;
+}
+
+void EncodeUtf8(char32_t c, std::string& out)
+{
+    if (c < 0x80)
+        out += static_cast<char>(c);
+    else if (c < 0x800)
+    {
+        out += static_cast<char>(0xC0 | (c >> 6));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+    else if (c < 0x10000)
+    {
+        out += static_cast<char>(0xE0 | (c >> 12));
+        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+    else
+    {
+        out += static_cast<char>(0xF0 | (c >> 18));
+        out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+}
+
+// UTF-8 into 16-bit units (with surrogate pairs) or 32-bit units.
+template <typename String>
+String FromUtf8(const std::string& utf8)
+{
+    String out;
+    out.reserve(utf8.size());
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(utf8.data());
+    const unsigned char* end = p + utf8.size();
+    while (p < end)
+    {
+        char32_t c = DecodeUtf8(p, end);
+        if (sizeof(typename String::value_type) == 2 && c >= 0x10000)
+        {
+            c -= 0x10000;
+            out += static_cast<typename String::value_type>(0xD800 + (c >> 10));
+            out += static_cast<typename String::value_type>(0xDC00 + (c & 0x3FF));
+        }
+        else
+            out += static_cast<typename String::value_type>(c);
+    }
+    return out;
+}
+
+template <typename String>
+std::string ToUtf8From(const String& wide)
+{
+    std::string out;
+    out.reserve(wide.size());
+    for (size_t i = 0; i < wide.size(); ++i)
+    {
+        char32_t c = static_cast<char32_t>(wide[i]);
+        if (sizeof(typename String::value_type) == 2)
+        {
+            c &= 0xFFFF;
+            if (c >= 0xD800 && c <= 0xDBFF && i + 1 < wide.size())
+            {
+                char32_t low = static_cast<char32_t>(wide[i + 1]) & 0xFFFF;
+                if (low >= 0xDC00 && low <= 0xDFFF)
+                {
+                    c = 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
+                    ++i;
+                }
+            }
+        }
+        if ((c >= 0xD800 && c <= 0xDFFF) || c > 0x10FFFF)
+            c = kReplacement;
+        EncodeUtf8(c, out);
+    }
+    return out;
+}
+
+const char kBase64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+}  // namespace
+
+std::u16string ToUtf16(const std::string& utf8)
+{
+    return FromUtf8<std::u16string>(utf8);
+}
+
+std::string ToUtf8(const std::u16string& utf16)
+{
+    return ToUtf8From(utf16);
+}
+
+std::wstring ToWstring(const std::string& utf8)
+{
+    return FromUtf8<std::wstring>(utf8);
+}
+
+std::string ToString(const std::wstring& wide)
+{
+    return ToUtf8From(wide);
+}
+
+std::string Base64Encode(const void* data, size_t size)
+{
+    const unsigned char* bytes = static_cast<const unsigned char*>(data);
+    std::string out;
+    out.reserve((size + 2) / 3 * 4);
+    size_t i = 0;
+    for (; i + 2 < size; i += 3)
+    {
+        uint32_t v = (uint32_t(bytes[i]) << 16) | (uint32_t(bytes[i + 1]) << 8) | bytes[i + 2];
+        out += kBase64[v >> 18];
+        out += kBase64[(v >> 12) & 63];
+        out += kBase64[(v >> 6) & 63];
+        out += kBase64[v & 63];
+    }
+    if (i < size)
+    {
+        uint32_t v = uint32_t(bytes[i]) << 16;
+        if (i + 1 < size)
+            v |= uint32_t(bytes[i + 1]) << 8;
+        out += kBase64[v >> 18];
+        out += kBase64[(v >> 12) & 63];
+        out += i + 1 < size ? kBase64[(v >> 6) & 63] : '=';
+        out += '=';
+    }
+    return out;
+}
+
+std::string Base64Encode(const std::string& bytes)
+{
+    return Base64Encode(bytes.data(), bytes.size());
+}
+
+bool Base64Decode(const std::string& text, std::string& bytes)
+{
+    bytes.clear();
+    if (text.size() % 4 != 0)
+        return false;
+    std::string out;
+    out.reserve(text.size() / 4 * 3);
+    for (size_t i = 0; i < text.size(); i += 4)
+    {
+        uint32_t v = 0;
+        int padding = 0;
+        for (int k = 0; k < 4; ++k)
+        {
+            char c = text[i + k];
+            const char* at = c ? std::strchr(kBase64, c) : nullptr;
+            if (c == '=' && i + 4 == text.size() && k >= 2)
+            {
+                ++padding;
+                v <<= 6;
+                continue;
+            }
+            if (!at || padding)
+                return false;
+            v = (v << 6) | static_cast<uint32_t>(at - kBase64);
+        }
+        out += static_cast<char>(v >> 16);
+        if (padding < 2)
+            out += static_cast<char>((v >> 8) & 0xFF);
+        if (padding < 1)
+            out += static_cast<char>(v & 0xFF);
+    }
+    bytes.swap(out);
+    return true;
 }
 }  // namespace FXString

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "ZyUtils/ZyError.h"
 #include "ZyUtils/ZyExport.h"
 
 // A byte string. Thin over std::string; it exists because the library's
@@ -57,6 +58,14 @@ namespace FXString
 // printf-style formatting into a std::string (no length limit).
 ZYNET_API std::string Format(const char* format, ...) ZY_PRINTF_LIKE(1, 2);
 ZYNET_API std::string FormatArgList(const char* format, va_list args);
+// Bounded formatting: at most kFormatLimit - 1 bytes. When the text does not
+// fit, `text` holds what did and the result is a Win32 error 111
+// (ERROR_BUFFER_OVERFLOW); callers may still use the truncated text.
+const size_t kFormatLimit = 4096;
+ZYNET_API CZyError FormatArgList(std::string& text, const char* format, va_list args);
+// Replaces every occurrence of `from` (not empty) by `to`, left to right, and
+// returns how many were replaced.
+ZYNET_API size_t ReplaceAll(std::string& text, const std::string& from, const std::string& to);
 // Splits `text` at every occurrence of `delimiter`. With flags 0 empty pieces
 // are kept ("/8" gives "" and "8"); an empty text gives no pieces.
 ZYNET_API void Split(const std::string& text, const std::string& delimiter, std::vector<std::string>& pieces,
@@ -65,4 +74,21 @@ ZYNET_API void Split(const std::string& text, const std::string& delimiter, std:
 ZYNET_API std::string TrimRight(const std::string& text, const std::string& chars);
 // ASCII lower case.
 ZYNET_API std::string ToLower(const std::string& text);
+
+// UTF-8 <-> UTF-16 (and the platform's wide strings: UTF-16 on Windows,
+// UTF-32 on Linux). Invalid input (bad or overlong sequences, encoded
+// surrogates, values past U+10FFFF, unpaired surrogates, truncated
+// sequences) becomes U+FFFD, one per bad sequence; nothing is dropped
+// silently and nothing is read past the input.
+ZYNET_API std::u16string ToUtf16(const std::string& utf8);
+ZYNET_API std::string ToUtf8(const std::u16string& utf16);
+ZYNET_API std::wstring ToWstring(const std::string& utf8);
+ZYNET_API std::string ToString(const std::wstring& wide);
+
+// Standard base64 (RFC 4648 alphabet, "=" padding, no line breaks).
+ZYNET_API std::string Base64Encode(const void* data, size_t size);
+ZYNET_API std::string Base64Encode(const std::string& bytes);
+// False on a character outside the alphabet or a bad length; `bytes` is then
+// empty.
+ZYNET_API bool Base64Decode(const std::string& text, std::string& bytes);
 }  // namespace FXString

@@ -1,13 +1,15 @@
 #include "ZyUtils/ZyTime.h"
 
+#include <atomic>
 #include <chrono>
-#include <thread>
 
-#if defined(_WIN32)
-#include <windows.h>
-#else
-#include <unistd.h>
-#endif
+#include "ZyUtils/Internal/OsUtils.h"
+
+namespace
+{
+std::atomic<ZySleepHook> g_sleepHook{nullptr};
+std::atomic<void*> g_sleepHookContext{nullptr};
+}  // namespace
 
 CTimeStamp CTimeStamp::Now()
 {
@@ -31,11 +33,7 @@ namespace FXProcess
 {
 unsigned long getProcessId()
 {
-#if defined(_WIN32)
-    return GetCurrentProcessId();
-#else
-    return static_cast<unsigned long>(getpid());
-#endif
+    return zyutil::os::ProcessId();
 }
 }  // namespace FXProcess
 
@@ -50,7 +48,19 @@ int64_t ZyMonotonicSeconds()
         .count();
 }
 
-void ZYSLEEP_InTeRnAl(unsigned int milliseconds, const char* /*file*/, int /*line*/)
+void ZySetSleepHook(ZySleepHook hook, void* context)
 {
-    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+    g_sleepHookContext.store(context, std::memory_order_relaxed);
+    g_sleepHook.store(hook, std::memory_order_release);
+}
+
+void ZYSLEEP_InTeRnAl(unsigned int milliseconds, const char* file, int line)
+{
+    ZySleepHook hook = g_sleepHook.load(std::memory_order_acquire);
+    if (hook)
+    {
+        hook(milliseconds, file, line, g_sleepHookContext.load(std::memory_order_relaxed));
+        return;
+    }
+    zyutil::os::SleepMilliseconds(milliseconds);
 }

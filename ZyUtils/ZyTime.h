@@ -37,3 +37,9 @@ ZYNET_API int64_t ZyMonotonicSeconds();
 // Sleeps for the given milliseconds; the source file and line say who slept.
 ZYNET_API void ZYSLEEP_InTeRnAl(unsigned int milliseconds, const char* file, int line);
 #define ZYSLEEP(ms) ZYSLEEP_InTeRnAl((ms), __FILE__, __LINE__)
+
+// Tests replace the sleep: with a hook installed, ZYSLEEP_InTeRnAl calls it
+// instead of sleeping (so a retry policy can be observed without waiting).
+// Null restores the real sleep. Install it before the code under test runs.
+typedef void (*ZySleepHook)(unsigned int milliseconds, const char* file, int line, void* context);
+ZYNET_API void ZySetSleepHook(ZySleepHook hook, void* context);

@@ -1,0 +1,58 @@
+#include "ZyUtils/ZyLibrary.h"
+
+#include "ZyUtils/Internal/OsUtils.h"
+
+namespace
+{
+const char* const kZyFile = "ZyUtils/ZyLibrary";
+}
+
+CZyLibrary::CZyLibrary(bool unloadOnDestruction) : m_module(nullptr), m_unloadOnDestruction(unloadOnDestruction) {}
+
+CZyLibrary::~CZyLibrary()
+{
+    if (m_unloadOnDestruction)
+        Unload();
+}
+
+void CZyLibrary::Unload()
+{
+    if (m_module)
+        zyutil::os::UnloadModule(m_module);
+    m_module = nullptr;
+    m_path.clear();
+}
+
+CZyError CZyLibrary::Load(const char* path, bool exportSymbols)
+{
+    if (!path || !*path)
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::Load"), 87, "Invalid module path");
+    Unload();
+    uint32_t error = 0;
+    void* module = zyutil::os::LoadModule(path, exportSymbols, &error);
+    if (!module)
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::Load"), error, "Failed to load library [%s]", path);
+    m_module = module;
+    m_path = path;
+    return CZyError::Success();
+}
+
+CZyError CZyLibrary::GetAddress(const char* name, void*& address) const
+{
+    address = nullptr;
+    if (!m_module)
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::GetAddress"), 774, "No library loaded");
+    if (!name || !*name)
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::GetAddress"), 87, "Invalid symbol name");
+    uint32_t error = 0;
+    address = zyutil::os::ModuleSymbol(m_module, name, &error);
+    if (!address)
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::GetAddress"), error, "Failed to get address of [%s] in [%s]",
+                                       name, m_path.c_str());
+    return CZyError::Success();
+}
+
+bool CZyLibrary::ModuleDirectoryOf(const void* address, std::string& directory)
+{
+    return zyutil::os::ModuleDirectoryOf(address, directory);
+}
