@@ -1,0 +1,11 @@
+#include "TransferClients.h"
+
+namespace zynet
+{
+// Linux has only curl.
+const std::vector<TransferClient>& TransferClients()
+{
+    static const std::vector<TransferClient> none;
+    return none;
+}
+}  // namespace zynet

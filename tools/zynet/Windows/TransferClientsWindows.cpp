@@ -1,0 +1,11 @@
+#include "TransferClients.h"
+
+namespace zynet
+{
+// The Windows HTTP clients; each is defined in its own file of this folder.
+const std::vector<TransferClient>& TransferClients()
+{
+    static const std::vector<TransferClient> clients = {};
+    return clients;
+}
+}  // namespace zynet
