@@ -136,6 +136,8 @@ int64_t FileOpen(const char* path, const OpenMode& mode, uint32_t* error)
     return fd;
 }
 
+// The file is open (the class checks that), so EBADF from read or write means
+// the file was not opened for that direction: Windows says 5 (access denied).
 uint32_t FileRead(int64_t file, void* buffer, uint32_t size, uint32_t* bytesRead)
 {
     ssize_t got;
@@ -143,7 +145,7 @@ uint32_t FileRead(int64_t file, void* buffer, uint32_t size, uint32_t* bytesRead
         got = read(static_cast<int>(file), buffer, size);
     while (got < 0 && errno == EINTR);
     if (got < 0)
-        return SystemErrorFromErrno(errno, nullptr);
+        return errno == EBADF ? 5 : SystemErrorFromErrno(errno, nullptr);
     *bytesRead = static_cast<uint32_t>(got);
     return 0;
 }
@@ -155,7 +157,7 @@ uint32_t FileWrite(int64_t file, const void* data, uint32_t size, uint32_t* byte
         put = write(static_cast<int>(file), data, size);
     while (put < 0 && errno == EINTR);
     if (put < 0)
-        return SystemErrorFromErrno(errno, nullptr);
+        return errno == EBADF ? 5 : SystemErrorFromErrno(errno, nullptr);
     *bytesWritten = static_cast<uint32_t>(put);
     return 0;
 }

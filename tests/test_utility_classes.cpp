@@ -1,0 +1,429 @@
+// The utility classes the transfer layer builds on: wide-string conversion,
+// base64, bounded formatting, files, loadable modules and the observable
+// sleep. Codes are checked to be the same on both targets.
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "ZyUtils/ZyFile.h"
+#include "ZyUtils/ZyLibrary.h"
+#include "ZyUtils/ZyString.h"
+#include "ZyUtils/ZyTime.h"
+#include "support/TestEnv.h"
+
+#if !defined(_WIN32)
+#include <sys/stat.h>
+#endif
+
+namespace
+{
+const std::string kReplacementUtf8 = "\xEF\xBF\xBD";
+
+// Every unit of `text` is U+FFFD.
+bool AllReplacement(const std::u16string& text)
+{
+    if (text.empty())
+        return false;
+    for (char16_t unit : text)
+        if (unit != 0xFFFD)
+            return false;
+    return true;
+}
+
+// ---- FXString: wide conversions --------------------------------------------
+
+TEST(FXStringConversion, EachCodePointClassConvertsBothWays)
+{
+    // ASCII, the ends of the two-byte range, three-byte (incl. U+FFFF), and
+    // four-byte code points up to U+10FFFF, which need surrogate pairs in UTF-16.
+    const std::string utf8 =
+        "A\x7F"
+        "\xC2\x80\xC3\xA9\xDF\xBF"
+        "\xE0\xA0\x80\xE2\x82\xAC\xEF\xBF\xBF"
+        "\xF0\x90\x80\x80\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF";
+    const std::u16string utf16 = u"A\u007F\u0080\u00E9\u07FF\u0800\u20AC\uFFFF\U00010000\U0001F600\U0010FFFF";
+    const std::wstring wide = L"A\u007F\u0080\u00E9\u07FF\u0800\u20AC\uFFFF\U00010000\U0001F600\U0010FFFF";
+
+    EXPECT_EQ(utf16, FXString::ToUtf16(utf8));
+    EXPECT_EQ(utf8, FXString::ToUtf8(utf16));
+    EXPECT_EQ(wide, FXString::ToWstring(utf8));
+    EXPECT_EQ(utf8, FXString::ToString(wide));
+    EXPECT_EQ((std::u16string{0xD83D, 0xDE00}), FXString::ToUtf16("\xF0\x9F\x98\x80"));
+    EXPECT_TRUE(FXString::ToUtf16("").empty());
+    EXPECT_TRUE(FXString::ToString(L"").empty());
+}
+
+TEST(FXStringConversion, EveryScalarValueRoundTrips)
+{
+    std::u16string utf16;
+    size_t expectedBytes = 0;
+    for (char32_t c = 1; c <= 0x10FFFF; ++c)
+    {
+        if (c >= 0xD800 && c <= 0xDFFF)
+            continue;
+        if (c < 0x10000)
+            utf16 += static_cast<char16_t>(c);
+        else
+        {
+            utf16 += static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10));
+            utf16 += static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF));
+        }
+        expectedBytes += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+    }
+    const std::string utf8 = FXString::ToUtf8(utf16);
+    EXPECT_EQ(expectedBytes, utf8.size());
+    EXPECT_TRUE(FXString::ToUtf16(utf8) == utf16);
+    EXPECT_TRUE(FXString::ToString(FXString::ToWstring(utf8)) == utf8);
+}
+
+TEST(FXStringConversion, InvalidUtf8BecomesReplacementCharacters)
+{
+    // Truncated sequences, at the end and before another character.
+    EXPECT_EQ(u"a\uFFFD", FXString::ToUtf16(std::string("a\xE2\x82", 3)));
+    EXPECT_EQ(u"\uFFFDb", FXString::ToUtf16("\xF0\x9F\x98" "b"));
+    EXPECT_EQ(u"\uFFFD", FXString::ToUtf16(std::string("\xC3", 1)));
+    // A stray continuation byte and bytes that never start a sequence.
+    EXPECT_EQ(u"x\uFFFDy", FXString::ToUtf16("x\x80y"));
+    EXPECT_EQ(u"\uFFFD\uFFFD", FXString::ToUtf16("\xFE\xFF"));
+
+    // Overlong forms, encoded surrogates and values past U+10FFFF never decode
+    // to what they would spell; the text around them survives.
+    const char* const bad[] = {
+        "\xC0\xAF",          // overlong '/'
+        "\xC1\xBF",          // overlong U+007F
+        "\xE0\x80\xAF",      // overlong '/'
+        "\xF0\x80\x80\xAF",  // overlong '/'
+        "\xED\xA0\x80",      // U+D800 encoded
+        "\xED\xBF\xBF",      // U+DFFF encoded
+        "\xF4\x90\x80\x80",  // U+110000
+        "\xF5\x80\x80\x80",  // lead byte beyond the range
+    };
+    for (const char* sequence : bad)
+    {
+        SCOPED_TRACE(FXString::Base64Encode(sequence));
+        const std::u16string converted = FXString::ToUtf16(std::string("<") + sequence + ">");
+        ASSERT_GE(converted.size(), 3u);
+        EXPECT_EQ(u'<', converted.front());
+        EXPECT_EQ(u'>', converted.back());
+        EXPECT_TRUE(AllReplacement(converted.substr(1, converted.size() - 2)));
+        const std::wstring wide = FXString::ToWstring(sequence);
+        for (wchar_t unit : wide)
+            EXPECT_EQ(static_cast<wchar_t>(0xFFFD), unit);
+    }
+}
+
+TEST(FXStringConversion, UnpairedSurrogatesBecomeReplacementCharacters)
+{
+    EXPECT_EQ("a" + kReplacementUtf8, FXString::ToUtf8(std::u16string{u'a', 0xD800}));
+    EXPECT_EQ(kReplacementUtf8 + "b", FXString::ToUtf8(std::u16string{0xDC00, u'b'}));
+    EXPECT_EQ(kReplacementUtf8 + "A", FXString::ToUtf8(std::u16string{0xD83D, u'A'}));
+    // A low surrogate before a high one is two unpaired halves.
+    EXPECT_EQ(kReplacementUtf8 + kReplacementUtf8, FXString::ToUtf8(std::u16string{0xDE00, 0xD83D}));
+
+    std::wstring wide = L"a";
+    wide += static_cast<wchar_t>(0xD800);
+    wide += L'b';
+    EXPECT_EQ("a" + kReplacementUtf8 + "b", FXString::ToString(wide));
+    if (sizeof(wchar_t) == 4)
+    {
+        // UTF-32: a value past U+10FFFF, and a UTF-16 pair is not a pair here.
+        EXPECT_EQ(kReplacementUtf8, FXString::ToString(std::wstring(1, static_cast<wchar_t>(0x110000))));
+        std::wstring pair;
+        pair += static_cast<wchar_t>(0xD83D);
+        pair += static_cast<wchar_t>(0xDE00);
+        EXPECT_EQ(kReplacementUtf8 + kReplacementUtf8, FXString::ToString(pair));
+    }
+    else
+    {
+        std::wstring pair;
+        pair += static_cast<wchar_t>(0xD83D);
+        pair += static_cast<wchar_t>(0xDE00);
+        EXPECT_EQ("\xF0\x9F\x98\x80", FXString::ToString(pair));
+    }
+}
+
+// ---- FXString: base64, replacing, trimming, bounded formatting -------------
+
+TEST(FXStringBase64, Rfc4648VectorsBothWays)
+{
+    const std::pair<std::string, std::string> vectors[] = {
+        {"", ""},          {"f", "Zg=="},         {"fo", "Zm8="},         {"foo", "Zm9v"},
+        {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}, {std::string("\xFB\xFF\x00", 3), "+/8A"},
+    };
+    for (const auto& vector : vectors)
+    {
+        EXPECT_EQ(vector.second, FXString::Base64Encode(vector.first));
+        std::string decoded = "stale";
+        EXPECT_TRUE(FXString::Base64Decode(vector.second, decoded)) << vector.second;
+        EXPECT_EQ(vector.first, decoded);
+    }
+    EXPECT_EQ("dXNlcjpwYXNz", FXString::Base64Encode("user:pass", 9));
+}
+
+TEST(FXStringBase64, MalformedTextIsRefused)
+{
+    const char* const bad[] = {"Zg=", "Zg", "Z===", "Zg=a", "Zg==Zg==", "Zm9v!A==", "Zm 9", "Zm9-", "===="};
+    for (const char* text : bad)
+    {
+        std::string decoded = "stale";
+        EXPECT_FALSE(FXString::Base64Decode(text, decoded)) << text;
+        EXPECT_TRUE(decoded.empty()) << text;
+    }
+    std::string decoded;
+    EXPECT_FALSE(FXString::Base64Decode(std::string("Zm9\0", 4), decoded));
+}
+
+TEST(FXStringText, ReplaceAllAndTrimRight)
+{
+    std::string text = "a.b.c";
+    EXPECT_EQ(2u, FXString::ReplaceAll(text, ".", "::"));
+    EXPECT_EQ("a::b::c", text);
+    text = "aaaa";
+    EXPECT_EQ(2u, FXString::ReplaceAll(text, "aa", "x"));
+    EXPECT_EQ("xx", text);
+    // The replacement contains the pattern: replaced once, not again.
+    text = "ab";
+    EXPECT_EQ(1u, FXString::ReplaceAll(text, "a", "aa"));
+    EXPECT_EQ("aab", text);
+    text = "abc";
+    EXPECT_EQ(0u, FXString::ReplaceAll(text, "", "x"));
+    EXPECT_EQ(0u, FXString::ReplaceAll(text, "z", "x"));
+    EXPECT_EQ("abc", text);
+
+    EXPECT_EQ("abc", FXString::TrimRight("abc \t\r\n", " \t\r\n"));
+    EXPECT_EQ("", FXString::TrimRight("\r\n", "\r\n"));
+    EXPECT_EQ(" a", FXString::TrimRight(" a", " \t"));
+}
+
+CZyError BoundedFormat(std::string& text, const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    CZyError error = FXString::FormatArgList(text, format, args);
+    va_end(args);
+    return error;
+}
+
+TEST(FXStringFormat, BoundedFormattingReportsOverflowAndKeepsWhatFits)
+{
+    const std::string fits(FXString::kFormatLimit - 1, 'x');
+    std::string text;
+    EXPECT_FALSE(BoundedFormat(text, "%s", fits.c_str()).IsError());
+    EXPECT_EQ(fits, text);
+
+    CZyError error = BoundedFormat(text, "%s%d", fits.c_str(), 7);
+    EXPECT_TRUE(error.Is(111));
+    EXPECT_EQ(fits, text);
+
+    EXPECT_FALSE(BoundedFormat(text, "[%s] %u", "abc", 42u).IsError());
+    EXPECT_EQ("[abc] 42", text);
+
+    // The unbounded form keeps everything, past its first stack buffer too.
+    const std::string big(5000, 'y');
+    EXPECT_EQ(big + "!", FXString::Format("%s!", big.c_str()));
+}
+
+// ---- CZyFile ----------------------------------------------------------------
+
+class CZyFileTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        m_dir = "zytest-files-" + std::to_string(FXProcess::getProcessId());
+        std::filesystem::remove_all(m_dir);
+        ASSERT_TRUE(std::filesystem::create_directory(m_dir));
+    }
+    void TearDown() override
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_dir, ignored);
+    }
+    std::string PathOf(const char* leaf) const { return m_dir + "/" + leaf; }
+
+    std::string m_dir;
+};
+
+TEST_F(CZyFileTest, WriteCreateThenReadBack)
+{
+    const std::string path = PathOf("data.bin");
+    const std::string payload("bytes\0with\r\nbinary\xFF", 19);
+    {
+        CZyFile file;
+        ASSERT_FALSE(file.Open(path.c_str(), CZyFile::kWriteCreate).IsError());
+        EXPECT_TRUE(file.IsValid());
+        ASSERT_FALSE(file.Write(payload.data(), static_cast<uint32_t>(payload.size())).IsError());
+        uint64_t size = 0;
+        EXPECT_FALSE(file.Size(size).IsError());
+        EXPECT_EQ(payload.size(), size);
+        EXPECT_FALSE(file.Close().IsError());
+        EXPECT_FALSE(file.IsValid());
+    }
+#if !defined(_WIN32)
+    struct stat info;
+    ASSERT_EQ(0, stat(path.c_str(), &info));
+    EXPECT_EQ(0u, info.st_mode & 0077u) << "a created file is for its owner only";
+#endif
+    CZyFile file;
+    ASSERT_FALSE(file.Open(path.c_str(), CZyFile::kReadOnly).IsError());
+    char buffer[64];
+    uint32_t got = 0;
+    ASSERT_FALSE(file.Read(buffer, sizeof(buffer), got).IsError());
+    EXPECT_EQ(payload, std::string(buffer, got));
+    EXPECT_FALSE(file.IsEOF());
+    ASSERT_FALSE(file.Read(buffer, sizeof(buffer), got).IsError());
+    EXPECT_EQ(0u, got);
+    EXPECT_TRUE(file.IsEOF());
+    // A read-only file refuses writes with the same code on both targets.
+    EXPECT_TRUE(file.Write("x", 1).Is(5));
+
+    std::string whole;
+    EXPECT_FALSE(CZyFile::ReadWholeFile(path.c_str(), whole).IsError());
+    EXPECT_EQ(payload, whole);
+}
+
+TEST_F(CZyFileTest, WriteCreateTruncatesAnExistingFile)
+{
+    const std::string path = PathOf("again.txt");
+    CZyFile file;
+    ASSERT_FALSE(file.Open(path.c_str(), CZyFile::kWriteCreate).IsError());
+    ASSERT_FALSE(file.Write("a longer first content", 22).IsError());
+    ASSERT_FALSE(file.Close().IsError());
+    ASSERT_FALSE(file.Open(path.c_str(), CZyFile::kWriteCreate).IsError());
+    ASSERT_FALSE(file.Write("new", 3).IsError());
+    ASSERT_FALSE(file.Close().IsError());
+    std::string whole;
+    ASSERT_FALSE(CZyFile::ReadWholeFile(path.c_str(), whole).IsError());
+    EXPECT_EQ("new", whole);
+}
+
+TEST_F(CZyFileTest, SizeIsSixtyFourBits)
+{
+    const std::string path = PathOf("sparse.bin");
+    const uint64_t beyond32 = (uint64_t(1) << 32) + 5;
+    CZyFile file;
+    ASSERT_FALSE(file.Open(path.c_str(), CZyFile::kWriteCreate).IsError());
+    uint64_t at = 0;
+    ASSERT_FALSE(file.Seek(static_cast<int64_t>(beyond32), 0, &at).IsError());
+    EXPECT_EQ(beyond32, at);
+    ASSERT_FALSE(file.Write("z", 1).IsError());
+    uint64_t size = 0;
+    ASSERT_FALSE(file.Size(size).IsError());
+    EXPECT_EQ(beyond32 + 1, size);
+    EXPECT_FALSE(file.Close().IsError());
+    EXPECT_FALSE(FXFile::RemoveFile(path.c_str()).IsError());
+}
+
+TEST_F(CZyFileTest, MissingFilesFoldersAndDirectoriesGiveWindowsCodes)
+{
+    CZyFile file;
+    EXPECT_TRUE(file.Open(PathOf("missing.txt").c_str(), CZyFile::kReadOnly).Is(2));
+    EXPECT_TRUE(file.Open(PathOf("no-folder/missing.txt").c_str(), CZyFile::kReadOnly).Is(3));
+    EXPECT_TRUE(file.Open(PathOf("no-folder/new.txt").c_str(), CZyFile::kWriteCreate).Is(3));
+    EXPECT_TRUE(file.Open(m_dir.c_str(), CZyFile::kReadOnly).Is(5));
+    EXPECT_TRUE(file.Open(m_dir.c_str(), CZyFile::kWriteCreate).Is(5));
+    EXPECT_FALSE(file.IsValid());
+    CZyError error = file.Open(PathOf("missing.txt").c_str(), CZyFile::kReadOnly);
+    EXPECT_EQ(EErrorKind::Win32, error.GetErrorKind());
+
+    std::string whole = "stale";
+    EXPECT_TRUE(CZyFile::ReadWholeFile(PathOf("missing.txt").c_str(), whole).Is(2));
+    EXPECT_TRUE(whole.empty());
+}
+
+TEST_F(CZyFileTest, RemoveFile)
+{
+    const std::string path = PathOf("doomed.txt");
+    CZyFile file;
+    ASSERT_FALSE(file.Open(path.c_str(), CZyFile::kWriteCreate).IsError());
+    ASSERT_FALSE(file.Close().IsError());
+    EXPECT_FALSE(FXFile::RemoveFile(path.c_str()).IsError());
+    EXPECT_TRUE(file.Open(path.c_str(), CZyFile::kReadOnly).Is(2));
+    EXPECT_TRUE(FXFile::RemoveFile(path.c_str()).Is(2));
+    EXPECT_TRUE(FXFile::RemoveFile(PathOf("no-folder/x").c_str()).Is(3));
+    EXPECT_TRUE(FXFile::RemoveFile("").Is(87));
+}
+
+// ---- CZyLibrary ---------------------------------------------------------------
+
+std::string TestProgramDirectory()
+{
+    std::string directory;
+    static int anchor;
+    EXPECT_TRUE(CZyLibrary::ModuleDirectoryOf(&anchor, directory));
+    return directory;
+}
+
+TEST(CZyLibraryTest, MissingModuleAndSymbolGiveWindowsCodes)
+{
+    CZyLibrary library;
+    void* address = reinterpret_cast<void*>(1);
+    EXPECT_TRUE(library.GetAddress("anything", address).Is(774));
+    EXPECT_EQ(nullptr, address);
+
+    EXPECT_TRUE(library.Load("zytest-no-such-module").Is(126));
+    EXPECT_TRUE(library.Load((TestProgramDirectory() + "zytest-no-such-module.bin").c_str()).Is(126));
+    EXPECT_FALSE(library.IsLoaded());
+
+    ASSERT_FALSE(library.Load((TestProgramDirectory() + ZYTEST_MODULE_NAME).c_str()).IsError());
+    address = reinterpret_cast<void*>(1);
+    CZyError error = library.GetAddress("ZyTestModuleNoSuchSymbol", address);
+    EXPECT_TRUE(error.Is(127));
+    EXPECT_EQ(EErrorKind::Win32, error.GetErrorKind());
+    EXPECT_EQ(nullptr, address);
+}
+
+TEST(CZyLibraryTest, ResolvesAndCallsAFunctionOfALoadedModule)
+{
+    const std::string directory = TestProgramDirectory();
+    ASSERT_FALSE(directory.empty());
+    CZyLibrary library;
+    ASSERT_FALSE(library.Load((directory + ZYTEST_MODULE_NAME).c_str()).IsError());
+    int (*answer)(int) = nullptr;
+    ASSERT_FALSE(library.GetFunction("ZyTestModuleAnswer", answer).IsError());
+    ASSERT_NE(nullptr, answer);
+    EXPECT_EQ(41, answer(20));
+
+    // The module's own directory is where it was loaded from.
+    std::string moduleDirectory;
+    ASSERT_TRUE(CZyLibrary::ModuleDirectoryOf(reinterpret_cast<const void*>(answer), moduleDirectory));
+    EXPECT_EQ(directory, moduleDirectory);
+    const char last = moduleDirectory.back();
+    EXPECT_TRUE(last == '/' || last == '\\');
+
+    library.Unload();
+    EXPECT_FALSE(library.IsLoaded());
+    void* address = nullptr;
+    EXPECT_TRUE(library.GetAddress("ZyTestModuleAnswer", address).Is(774));
+}
+
+// ---- sleep hook --------------------------------------------------------------
+
+struct SleepRecord
+{
+    std::vector<unsigned int> milliseconds;
+    std::string file;
+};
+
+void RecordSleep(unsigned int milliseconds, const char* file, int /*line*/, void* context)
+{
+    SleepRecord* record = static_cast<SleepRecord*>(context);
+    record->milliseconds.push_back(milliseconds);
+    record->file = file ? file : "";
+}
+
+TEST(ZySleepHook, RecordsRequestedMillisecondsInsteadOfSleeping)
+{
+    SleepRecord record;
+    ZySetSleepHook(&RecordSleep, &record);
+    ZYSLEEP(30000);
+    ZYSLEEP(5);
+    ZySetSleepHook(nullptr, nullptr);
+    ZYSLEEP(0);  // the real sleep again: not recorded
+    EXPECT_EQ((std::vector<unsigned int>{30000, 5}), record.milliseconds);
+    EXPECT_NE(std::string::npos, record.file.find("test_utility_classes"));
+}
+}  // namespace
