@@ -7,34 +7,30 @@
 
 #include <vector>
 
+#include "ZyUtils/ZyLibrary.h"
+
 namespace zyos
 {
 namespace win
 {
 namespace
 {
-template <typename Fn>
-Fn ProcAs(HMODULE module, const char* name)
-{
-    FARPROC proc = GetProcAddress(module, name);
-    return reinterpret_cast<Fn>(reinterpret_cast<void (*)()>(proc));
-}
-
 ResolverEntryPoints SubstituteEntryPoints()
 {
     return ResolverEntryPoints{&SubstituteGetAddrInfo, &SubstituteGetNameInfo, &SubstituteFreeAddrInfo, true};
 }
 
 // Loads a module of the system directory by its full path, never by a bare
-// name that the search order could resolve to some other copy.
-HMODULE LoadSystemModule(const char* leaf)
+// name that the search order could resolve to some other copy. The module
+// stays loaded for the life of the process unless `library` unloads it.
+bool LoadSystemModule(CZyLibrary& library, const char* leaf)
 {
     char path[MAX_PATH];
     UINT length = GetSystemDirectoryA(path, MAX_PATH);
     if (length == 0 || length >= MAX_PATH || length + strlen(leaf) >= MAX_PATH)
-        return nullptr;
+        return false;
     memcpy(path + length, leaf, strlen(leaf) + 1);
-    return LoadLibraryA(path);
+    return !library.Load(path).IsError();
 }
 
 ResolverEntryPoints Bind()
@@ -42,22 +38,23 @@ ResolverEntryPoints Bind()
     static const char* const kModules[] = {"\\ws2_32.dll", "\\wship6.dll"};
     for (const char* leaf : kModules)
     {
-        HMODULE module = LoadSystemModule(leaf);
-        if (module == nullptr)
+        CZyLibrary library(false);
+        if (!LoadSystemModule(library, leaf))
             continue;
-        GetAddrInfoFn getAddrInfo = ProcAs<GetAddrInfoFn>(module, "getaddrinfo");
-        if (getAddrInfo == nullptr)
+        GetAddrInfoFn getAddrInfo = nullptr;
+        if (library.GetFunction("getaddrinfo", getAddrInfo).IsError())
         {
-            FreeLibrary(module);
+            library.Unload();
             continue;
         }
         // The module that has getaddrinfo supplies all three, or none is
         // used: its lists must be released by its own freeaddrinfo.
-        GetNameInfoFn getNameInfo = ProcAs<GetNameInfoFn>(module, "getnameinfo");
-        FreeAddrInfoFn freeAddrInfo = ProcAs<FreeAddrInfoFn>(module, "freeaddrinfo");
-        if (getNameInfo == nullptr || freeAddrInfo == nullptr)
+        GetNameInfoFn getNameInfo = nullptr;
+        FreeAddrInfoFn freeAddrInfo = nullptr;
+        if (library.GetFunction("getnameinfo", getNameInfo).IsError() ||
+            library.GetFunction("freeaddrinfo", freeAddrInfo).IsError())
         {
-            FreeLibrary(module);
+            library.Unload();
             return SubstituteEntryPoints();
         }
         // The module stays loaded for the life of the process.
