@@ -1,6 +1,7 @@
 // Includes every public header of the library.
 #pragma once
 
+#include "ZyNetwork/QosWaveApi.h"
 #include "ZyNetwork/ZyFdset.h"
 #include "ZyNetwork/ZyIPAddr.h"
 #include "ZyNetwork/ZyIPAddrBlacklist.h"

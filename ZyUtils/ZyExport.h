@@ -18,3 +18,11 @@
 #else
 #define ZY_PRINTF_LIKE(fmt, args)
 #endif
+
+// The calling convention of the platform's system interfaces (what Windows
+// headers call WINAPI); other platforms have only one.
+#if defined(_WIN32)
+#define ZY_STDCALL __stdcall
+#else
+#define ZY_STDCALL
+#endif

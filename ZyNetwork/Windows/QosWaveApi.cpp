@@ -1,0 +1,161 @@
+// The QoS functions over the system's qWAVE module, loaded at run time: one
+// process-wide loader, created on the first call of any wrapper, resolves
+// the five entry points once; a missing module or entry point makes the
+// wrappers concerned report "not supported" for the life of the process.
+#include "ZyNetwork/QosWaveApi.h"
+
+#include <winsock2.h>
+#include <windows.h>
+
+#include <string>
+
+#include "ZyUtils/Windows/DynamicLoadBase.h"
+
+namespace
+{
+const char* const kZyFile = "ZyNetwork/Windows/QosWaveApi";
+
+// The module's entry points. The socket is the platform's SOCKET (pointer
+// wide); the wrappers take the library's 32-bit handle and widen it here.
+typedef int(__stdcall* QOSCreateHandleFn)(_QOS_VERSION*, void**);
+typedef int(__stdcall* QOSCloseHandleFn)(void*);
+typedef int(__stdcall* QOSSetFlowFn)(void*, unsigned long, _QOS_SET_FLOW, unsigned long, void*, unsigned long,
+                                     _OVERLAPPED*);
+typedef int(__stdcall* QOSAddSocketToFlowFn)(void*, UINT_PTR, sockaddr*, _QOS_TRAFFIC_TYPE, unsigned long,
+                                             unsigned long*);
+typedef int(__stdcall* QOSRemoveSocketFromFlowFn)(void*, UINT_PTR, unsigned long, unsigned long);
+}  // namespace
+
+ZY_LOADED_FUNCTION_LOCATION(QOSCreateHandleFn, "CLoadedFunction<int (__stdcall*)(_QOS_VERSION *,void * *)>::Load");
+ZY_LOADED_FUNCTION_LOCATION(QOSCloseHandleFn, "CLoadedFunction<int (__stdcall*)(void *)>::Load");
+ZY_LOADED_FUNCTION_LOCATION(QOSSetFlowFn,
+                            "CLoadedFunction<int (__stdcall*)(void *,unsigned long,_QOS_SET_FLOW,unsigned long,"
+                            "void *,unsigned long,_OVERLAPPED *)>::Load");
+ZY_LOADED_FUNCTION_LOCATION(QOSAddSocketToFlowFn,
+                            "CLoadedFunction<int (__stdcall*)(void *,unsigned __int64,sockaddr *,_QOS_TRAFFIC_TYPE,"
+                            "unsigned long,unsigned long *)>::Load");
+ZY_LOADED_FUNCTION_LOCATION(QOSRemoveSocketFromFlowFn,
+                            "CLoadedFunction<int (__stdcall*)(void *,unsigned __int64,unsigned long,"
+                            "unsigned long)>::Load");
+
+namespace FXQWaveDll
+{
+// The module name: "Qwave.dll", or the file named by the environment
+// variable ZYNET_QWAVE_MODULE when it is set and not empty (read once, when
+// the loader is created; for deployments and tests).
+static std::string QwaveModuleName()
+{
+    wchar_t buffer[MAX_PATH * 2];
+    DWORD length = GetEnvironmentVariableW(L"ZYNET_QWAVE_MODULE", buffer, sizeof(buffer) / sizeof(buffer[0]));
+    if (length > 0 && length < sizeof(buffer) / sizeof(buffer[0]))
+        return FXString::ToString(std::wstring(buffer, length));
+    return "Qwave.dll";
+}
+
+class CDynamicLoadBaseQwave : public CDynamicLoadBase
+{
+public:
+    CDynamicLoadBaseQwave() { m_loadResult = LoadDynamicFunctions(); }
+
+    static const CDynamicLoadBaseQwave& Instance()
+    {
+        // Created once, thread-safely, on the first call of any wrapper;
+        // destroyed at process exit (the module itself stays loaded).
+        static const CDynamicLoadBaseQwave s_instance;
+        return s_instance;
+    }
+
+    CLoadedFunction<QOSCreateHandleFn> m_QOSCreateHandle;
+    CLoadedFunction<QOSCloseHandleFn> m_QOSCloseHandle;
+    CLoadedFunction<QOSSetFlowFn> m_QOSSetFlow;
+    CLoadedFunction<QOSAddSocketToFlowFn> m_QOSAddSocketToFlow;
+    CLoadedFunction<QOSRemoveSocketFromFlowFn> m_QOSRemoveSocketFromFlow;
+    CZyError m_loadResult;
+
+private:
+    CZyError LoadDynamicFunctions()
+    {
+        if (m_module != nullptr)
+            return CZyError::Success();
+        m_loadAttempted = true;
+        CZyError error = Load(QwaveModuleName().c_str());
+        if (error.IsError())
+            return error.Push(ZY_LOC("FXQWaveDll::CDynamicLoadBaseQwave::LoadDynamicFunctions"));
+        // Each entry point keeps its own outcome; a missing one leaves the
+        // others usable.
+        m_QOSCreateHandle.Load(*this, "QOSCreateHandle");
+        m_QOSCloseHandle.Load(*this, "QOSCloseHandle");
+        m_QOSSetFlow.Load(*this, "QOSSetFlow");
+        m_QOSAddSocketToFlow.Load(*this, "QOSAddSocketToFlow");
+        m_QOSRemoveSocketFromFlow.Load(*this, "QOSRemoveSocketFromFlow");
+        return CZyError::Success();
+    }
+};
+
+static CZyError NotSupported(const char* qualifiedName, const char* function, int line)
+{
+    return FXErrorUtil::ErrorWin32(FXCodeLocation(kZyFile, qualifiedName, line), ERROR_NOT_SUPPORTED,
+                                   "Not supported on this system, Group=[%s], Function=[%s]", "Qwave", function);
+}
+
+static UINT_PTR WidenSocket(unsigned int socket)
+{
+    return socket == 0xFFFFFFFFu ? static_cast<UINT_PTR>(INVALID_SOCKET) : static_cast<UINT_PTR>(socket);
+}
+
+CZyError QOSCreateHandle(_QOS_VERSION* version, void** handle)
+{
+    QOSCreateHandleFn function = CDynamicLoadBaseQwave::Instance().m_QOSCreateHandle.Get();
+    if (function == nullptr)
+        return NotSupported("FXQWaveDll::QOSCreateHandle", "QOSCreateHandle", __LINE__);
+    if (!function(version, handle))
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSCreateHandle"), GetLastError(),
+                                       "Failed to create QOS handle");
+    return CZyError::Success();
+}
+
+CZyError QOSCloseHandle(void* handle)
+{
+    QOSCloseHandleFn function = CDynamicLoadBaseQwave::Instance().m_QOSCloseHandle.Get();
+    if (function == nullptr)
+        return NotSupported("FXQWaveDll::QOSCloseHandle", "QOSCloseHandle", __LINE__);
+    if (!function(handle))
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSCloseHandle"), GetLastError(),
+                                       "Failed to close QOS handle");
+    return CZyError::Success();
+}
+
+CZyError QOSSetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, unsigned long size, void* buffer,
+                    unsigned long flags, _OVERLAPPED* overlapped)
+{
+    QOSSetFlowFn function = CDynamicLoadBaseQwave::Instance().m_QOSSetFlow.Get();
+    if (function == nullptr)
+        return NotSupported("FXQWaveDll::QOSSetFlow", "QOSSetFlow", __LINE__);
+    if (!function(handle, flowId, operation, size, buffer, flags, overlapped))
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSSetFlow"), GetLastError(), "Failed to set QOS flow");
+    return CZyError::Success();
+}
+
+CZyError QOSAddSocketToFlow(void* handle, unsigned int socket, sockaddr* destination, _QOS_TRAFFIC_TYPE trafficType,
+                            unsigned long flags, unsigned long* flowId)
+{
+    QOSAddSocketToFlowFn function = CDynamicLoadBaseQwave::Instance().m_QOSAddSocketToFlow.Get();
+    if (function == nullptr)
+        return NotSupported("FXQWaveDll::QOSAddSocketToFlow", "QOSAddSocketToFlow", __LINE__);
+    if (!function(handle, WidenSocket(socket), destination, trafficType, flags, flowId))
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSAddSocketToFlow"), GetLastError(),
+                                       "Failed to add socket (%u) to the flow", socket);
+    return CZyError::Success();
+}
+
+CZyError QOSRemoveSocketFromFlow(void* handle, unsigned int socket, unsigned long flowId, unsigned long flags)
+{
+    QOSRemoveSocketFromFlowFn function = CDynamicLoadBaseQwave::Instance().m_QOSRemoveSocketFromFlow.Get();
+    if (function == nullptr)
+        return NotSupported("FXQWaveDll::QOSRemoveSocketFromFlow", "QOSRemoveSocketFromFlow", __LINE__);
+    if (!function(handle, WidenSocket(socket), flowId, flags))
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSRemoveSocketFromFlow"), GetLastError(),
+                                       "Failed to remove socket (%u) from the flow", socket);
+    return CZyError::Success();
+}
+}  // namespace FXQWaveDll
