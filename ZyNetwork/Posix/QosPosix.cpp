@@ -1,0 +1,482 @@
+// QoS flows on Linux: the qWAVE functions over socket marking. A flow marks
+// the traffic of its sockets with the DSCP value and 802.1p-style priority
+// that Windows gives its traffic type (IP_TOS for IPv4, IPV6_TCLASS for
+// IPv6, SO_PRIORITY for both) and may cap the sending rate
+// (SO_MAX_PACING_RATE). Each socket's earlier marking is saved when it joins
+// a flow and put back when it leaves or the handle is closed.
+//
+// Failures are reported like Windows does: a FALSE result with a Win32 code,
+// which the wrappers turn into an error with the same messages.
+#include "ZyNetwork/QosWaveApi.h"
+
+#include <errno.h>
+#include <netinet/in.h>
+#include <netinet/ip.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <map>
+#include <mutex>
+#include <set>
+#include <vector>
+
+namespace
+{
+const char* const kZyFile = "ZyNetwork/Posix/QosPosix";
+
+// Win32 codes the functions report.
+const uint32_t kInvalidHandle = 6;        // ERROR_INVALID_HANDLE: not a handle of QOSCreateHandle
+const uint32_t kNotSupported = 50;        // ERROR_NOT_SUPPORTED
+const uint32_t kInvalidParameter = 87;    // ERROR_INVALID_PARAMETER
+const uint32_t kNotFound = 1168;          // ERROR_NOT_FOUND: no such flow, or the socket is not in it
+const uint32_t kNotASocket = 10038;       // WSAENOTSOCK
+
+// What Windows puts on the wire for each traffic type: the DSCP value and the
+// 802.1p user priority, which is used as the socket priority here.
+struct TrafficMarking
+{
+    int dscp;
+    int priority;
+};
+const TrafficMarking kTrafficMarking[] = {
+    {0, 0},   // QOSTrafficTypeBestEffort
+    {8, 2},   // QOSTrafficTypeBackground (CS1)
+    {40, 5},  // QOSTrafficTypeExcellentEffort (CS5)
+    {40, 5},  // QOSTrafficTypeAudioVideo (CS5)
+    {56, 7},  // QOSTrafficTypeVoice (CS7)
+    {56, 7},  // QOSTrafficTypeControl (CS7)
+};
+// Without CAP_NET_ADMIN Linux allows socket priorities 0 to 6 only.
+const int kMaxUnprivilegedPriority = 6;
+
+// A socket in a flow, with the marking it had before it joined.
+struct FlowSocket
+{
+    unsigned int socket;
+    dev_t device;  // identity of the open socket, so that a descriptor number
+    ino_t inode;   // reused by another socket is never touched
+    int family;
+    bool savedTos;  // IP_TOS read (IPv4, and IPv6 sockets that carry IPv4 too)
+    int tos;
+    int tclass;
+    int priority;
+    bool savedPacing;
+    uint64_t pacing;
+    bool pacingChanged;
+};
+
+struct Flow
+{
+    int dscp;
+    int priority;
+    bool nonAdaptive;
+    bool rateSet;
+    uint64_t bytesPerSecond;
+    std::vector<FlowSocket> sockets;
+};
+
+struct QosHandle
+{
+    std::map<unsigned long, Flow> flows;
+};
+
+std::mutex g_mutex;
+std::set<QosHandle*> g_handles;
+unsigned long g_nextFlowId = 1;
+
+uint32_t Win32FromErrno(int code)
+{
+    switch (code)
+    {
+    case EBADF:
+    case ENOTSOCK:
+        return kNotASocket;
+    case ENOPROTOOPT:
+    case EOPNOTSUPP:
+        return kNotSupported;
+    case EPERM:
+    case EACCES:
+        return 5;  // ERROR_ACCESS_DENIED
+    case ENOMEM:
+    case ENOBUFS:
+        return 8;  // ERROR_NOT_ENOUGH_MEMORY
+    case EINVAL:
+        return kInvalidParameter;
+    default:
+        return static_cast<uint32_t>(code);
+    }
+}
+
+QosHandle* FindHandle(void* handle)
+{
+    auto found = g_handles.find(static_cast<QosHandle*>(handle));
+    return found == g_handles.end() ? nullptr : *found;
+}
+
+int GetIntOption(int fd, int level, int option, int* value)
+{
+    socklen_t length = sizeof(*value);
+    return getsockopt(fd, level, option, value, &length);
+}
+
+int SetIntOption(int fd, int level, int option, int value)
+{
+    return setsockopt(fd, level, option, &value, sizeof(value));
+}
+
+// True while the descriptor still holds the socket that joined the flow.
+bool IsSameSocket(const FlowSocket& entry)
+{
+    struct stat info;
+    return fstat(static_cast<int>(entry.socket), &info) == 0 && S_ISSOCK(info.st_mode) &&
+           info.st_dev == entry.device && info.st_ino == entry.inode;
+}
+
+// Reads what a socket is marked with now. 0 or a Win32 code.
+uint32_t SaveMarking(unsigned int socket, FlowSocket& entry)
+{
+    const int fd = static_cast<int>(socket);
+    memset(&entry, 0, sizeof(entry));
+    entry.socket = socket;
+    struct stat info;
+    if (fstat(fd, &info) != 0)
+        return Win32FromErrno(errno);
+    if (!S_ISSOCK(info.st_mode))
+        return kNotASocket;
+    entry.device = info.st_dev;
+    entry.inode = info.st_ino;
+    if (GetIntOption(fd, SOL_SOCKET, SO_DOMAIN, &entry.family) != 0)
+        return Win32FromErrno(errno);
+    if (entry.family != AF_INET && entry.family != AF_INET6)
+        return kNotSupported;
+    if (entry.family == AF_INET6)
+    {
+        if (GetIntOption(fd, IPPROTO_IPV6, IPV6_TCLASS, &entry.tclass) != 0)
+            return Win32FromErrno(errno);
+        int v6Only = 1;
+        if (GetIntOption(fd, IPPROTO_IPV6, IPV6_V6ONLY, &v6Only) == 0 && !v6Only)
+            entry.savedTos = GetIntOption(fd, IPPROTO_IP, IP_TOS, &entry.tos) == 0;
+    }
+    else
+    {
+        if (GetIntOption(fd, IPPROTO_IP, IP_TOS, &entry.tos) != 0)
+            return Win32FromErrno(errno);
+        entry.savedTos = true;
+    }
+    if (GetIntOption(fd, SOL_SOCKET, SO_PRIORITY, &entry.priority) != 0)
+        return Win32FromErrno(errno);
+    uint64_t pacing = 0;
+    socklen_t length = sizeof(pacing);
+    entry.savedPacing = getsockopt(fd, SOL_SOCKET, SO_MAX_PACING_RATE, &pacing, &length) == 0;
+    entry.pacing = length == sizeof(uint32_t) ? static_cast<uint32_t>(pacing) : pacing;
+    return 0;
+}
+
+// Marks a socket: the DSCP value in the IPv4 TOS / IPv6 traffic class byte
+// (ECN bits left to the kernel), then the priority, because setting IP_TOS
+// resets the priority on Linux. 0 or a Win32 code.
+uint32_t ApplyMarking(const FlowSocket& entry, int dscp, int priority)
+{
+    const int fd = static_cast<int>(entry.socket);
+    const int tos = dscp << 2;
+    if (entry.family == AF_INET6)
+    {
+        if (SetIntOption(fd, IPPROTO_IPV6, IPV6_TCLASS, tos) != 0)
+            return Win32FromErrno(errno);
+        if (entry.savedTos)
+            SetIntOption(fd, IPPROTO_IP, IP_TOS, tos);  // IPv4 traffic of a dual-stack socket
+    }
+    else if (SetIntOption(fd, IPPROTO_IP, IP_TOS, tos) != 0)
+        return Win32FromErrno(errno);
+    if (SetIntOption(fd, SOL_SOCKET, SO_PRIORITY, priority) != 0)
+    {
+        // 7 needs CAP_NET_ADMIN; an unprivileged caller gets the highest
+        // priority it may set.
+        if (errno != EPERM || priority <= kMaxUnprivilegedPriority ||
+            SetIntOption(fd, SOL_SOCKET, SO_PRIORITY, kMaxUnprivilegedPriority) != 0)
+            return Win32FromErrno(errno);
+    }
+    return 0;
+}
+
+// Caps the sending rate. 0 or a Win32 code; 50 where the kernel has no pacing.
+uint32_t ApplyPacing(FlowSocket& entry, uint64_t bytesPerSecond)
+{
+    const int fd = static_cast<int>(entry.socket);
+    if (!entry.savedPacing)
+        return kNotSupported;
+    if (setsockopt(fd, SOL_SOCKET, SO_MAX_PACING_RATE, &bytesPerSecond, sizeof(bytesPerSecond)) != 0)
+    {
+        // Kernels before 5.x take the rate as 32 bits only.
+        uint32_t narrow = bytesPerSecond > 0xFFFFFFFEu ? 0xFFFFFFFEu : static_cast<uint32_t>(bytesPerSecond);
+        if (errno != EINVAL || setsockopt(fd, SOL_SOCKET, SO_MAX_PACING_RATE, &narrow, sizeof(narrow)) != 0)
+            return Win32FromErrno(errno);
+    }
+    entry.pacingChanged = true;
+    return 0;
+}
+
+// Puts back what the socket had before it joined, unless the descriptor now
+// belongs to something else (the socket was closed meanwhile).
+void RestoreMarking(const FlowSocket& entry)
+{
+    if (!IsSameSocket(entry))
+        return;
+    const int fd = static_cast<int>(entry.socket);
+    if (entry.family == AF_INET6)
+        SetIntOption(fd, IPPROTO_IPV6, IPV6_TCLASS, entry.tclass);
+    if (entry.savedTos)
+        SetIntOption(fd, IPPROTO_IP, IP_TOS, entry.tos);
+    SetIntOption(fd, SOL_SOCKET, SO_PRIORITY, entry.priority);
+    if (entry.pacingChanged)
+        setsockopt(fd, SOL_SOCKET, SO_MAX_PACING_RATE, &entry.pacing, sizeof(entry.pacing));
+}
+
+bool SocketIsConnected(unsigned int socket)
+{
+    struct sockaddr_storage peer;
+    socklen_t length = sizeof(peer);
+    return getpeername(static_cast<int>(socket), reinterpret_cast<struct sockaddr*>(&peer), &length) == 0;
+}
+
+// ---- the five functions, as the system would offer them ---------------------
+
+uint32_t CreateHandle(_QOS_VERSION* version, void** handle)
+{
+    if (version == nullptr || handle == nullptr)
+        return kInvalidParameter;
+    if (version->MajorVersion != QOS_VERSION_MAJOR_CURRENT || version->MinorVersion != QOS_VERSION_MINOR_CURRENT)
+        return kInvalidParameter;
+    std::lock_guard<std::mutex> lock(g_mutex);
+    QosHandle* created = new QosHandle;
+    g_handles.insert(created);
+    *handle = created;
+    return 0;
+}
+
+uint32_t CloseHandle(void* handle)
+{
+    std::lock_guard<std::mutex> lock(g_mutex);
+    QosHandle* qos = FindHandle(handle);
+    if (qos == nullptr)
+        return kInvalidHandle;
+    for (auto& flow : qos->flows)
+        for (const FlowSocket& entry : flow.second.sockets)
+            RestoreMarking(entry);
+    g_handles.erase(qos);
+    delete qos;
+    return 0;
+}
+
+uint32_t AddSocketToFlow(void* handle, unsigned int socket, sockaddr* destination, _QOS_TRAFFIC_TYPE trafficType,
+                         unsigned long flags, unsigned long* flowId)
+{
+    std::lock_guard<std::mutex> lock(g_mutex);
+    QosHandle* qos = FindHandle(handle);
+    if (qos == nullptr)
+        return kInvalidHandle;
+    if (flowId == nullptr || static_cast<unsigned>(trafficType) > QOSTrafficTypeControl ||
+        (flags & ~static_cast<unsigned long>(QOS_NON_ADAPTIVE_FLOW)) != 0)
+        return kInvalidParameter;
+    for (const auto& flow : qos->flows)
+        for (const FlowSocket& entry : flow.second.sockets)
+            if (entry.socket == socket && IsSameSocket(entry))
+                return kInvalidParameter;  // already in a flow of this handle
+
+    FlowSocket entry;
+    uint32_t error = SaveMarking(socket, entry);
+    if (error)
+        return error;
+    // Where the traffic goes: the destination, or the peer of a connected socket.
+    if (destination == nullptr ? !SocketIsConnected(socket)
+                               : destination->sa_family != AF_INET && destination->sa_family != AF_INET6)
+        return kInvalidParameter;
+
+    Flow* flow = nullptr;
+    Flow created;
+    if (*flowId != 0)
+    {
+        auto found = qos->flows.find(*flowId);
+        if (found == qos->flows.end())
+            return kNotFound;
+        if (!found->second.nonAdaptive)
+            return kInvalidParameter;  // only non-adaptive flows carry several sockets
+        flow = &found->second;
+    }
+    else
+    {
+        created.dscp = kTrafficMarking[trafficType].dscp;
+        created.priority = kTrafficMarking[trafficType].priority;
+        created.nonAdaptive = (flags & QOS_NON_ADAPTIVE_FLOW) != 0;
+        created.rateSet = false;
+        created.bytesPerSecond = 0;
+        flow = &created;
+    }
+    error = ApplyMarking(entry, flow->dscp, flow->priority);
+    if (!error && flow->rateSet)
+        error = ApplyPacing(entry, flow->bytesPerSecond);
+    if (error)
+    {
+        RestoreMarking(entry);
+        return error;
+    }
+    if (*flowId == 0)
+    {
+        unsigned long id = g_nextFlowId++;
+        if (id == 0 || qos->flows.count(id))
+            id = g_nextFlowId++;
+        created.sockets.push_back(entry);
+        qos->flows.emplace(id, std::move(created));
+        *flowId = id;
+    }
+    else
+        flow->sockets.push_back(entry);
+    return 0;
+}
+
+uint32_t SetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, unsigned long size, void* buffer,
+                 unsigned long flags, _OVERLAPPED* overlapped)
+{
+    std::lock_guard<std::mutex> lock(g_mutex);
+    QosHandle* qos = FindHandle(handle);
+    if (qos == nullptr)
+        return kInvalidHandle;
+    auto found = qos->flows.find(flowId);
+    if (found == qos->flows.end())
+        return kNotFound;
+    if (overlapped != nullptr)
+        return kNotSupported;  // changes are made at once; there is no asynchronous completion
+    if (buffer == nullptr || flags != 0)
+        return kInvalidParameter;
+    Flow& flow = found->second;
+    switch (operation)
+    {
+    case QOSSetTrafficType:
+    {
+        if (size < sizeof(QOS_TRAFFIC_TYPE))
+            return kInvalidParameter;
+        const unsigned type = static_cast<unsigned>(*static_cast<const QOS_TRAFFIC_TYPE*>(buffer));
+        if (type > QOSTrafficTypeControl)
+            return kInvalidParameter;
+        flow.dscp = kTrafficMarking[type].dscp;
+        flow.priority = kTrafficMarking[type].priority;
+        break;
+    }
+    case QOSSetOutgoingDSCPValue:
+    {
+        // A DWORD on Windows: four bytes are enough here as well.
+        unsigned long value;
+        if (size >= sizeof(unsigned long))
+            value = *static_cast<const unsigned long*>(buffer);
+        else if (size >= sizeof(uint32_t))
+            value = *static_cast<const uint32_t*>(buffer);
+        else
+            return kInvalidParameter;
+        if (value > 63)
+            return kInvalidParameter;
+        flow.dscp = static_cast<int>(value);
+        break;
+    }
+    case QOSSetOutgoingRate:
+    {
+        if (size < sizeof(QOS_FLOWRATE_OUTGOING))
+            return kInvalidParameter;
+        const QOS_FLOWRATE_OUTGOING* rate = static_cast<const QOS_FLOWRATE_OUTGOING*>(buffer);
+        if (rate->Bandwidth == 0)
+            return kInvalidParameter;
+        for (FlowSocket& entry : flow.sockets)
+        {
+            uint32_t error = ApplyPacing(entry, (rate->Bandwidth + 7) / 8);
+            if (error)
+                return error;
+        }
+        flow.rateSet = true;
+        flow.bytesPerSecond = (rate->Bandwidth + 7) / 8;
+        return 0;
+    }
+    default:
+        return kInvalidParameter;
+    }
+    for (const FlowSocket& entry : flow.sockets)
+    {
+        uint32_t error = ApplyMarking(entry, flow.dscp, flow.priority);
+        if (error)
+            return error;
+    }
+    return 0;
+}
+
+uint32_t RemoveSocketFromFlow(void* handle, unsigned int socket, unsigned long flowId, unsigned long flags)
+{
+    std::lock_guard<std::mutex> lock(g_mutex);
+    QosHandle* qos = FindHandle(handle);
+    if (qos == nullptr)
+        return kInvalidHandle;
+    if (flags != 0)
+        return kInvalidParameter;
+    auto found = qos->flows.find(flowId);
+    if (found == qos->flows.end())
+        return kNotFound;
+    std::vector<FlowSocket>& sockets = found->second.sockets;
+    for (auto entry = sockets.begin(); entry != sockets.end(); ++entry)
+    {
+        if (entry->socket != socket)
+            continue;
+        RestoreMarking(*entry);
+        sockets.erase(entry);
+        // A flow ends with its last socket.
+        if (sockets.empty())
+            qos->flows.erase(found);
+        return 0;
+    }
+    return kNotFound;
+}
+}  // namespace
+
+namespace FXQWaveDll
+{
+CZyError QOSCreateHandle(_QOS_VERSION* version, void** handle)
+{
+    uint32_t error = CreateHandle(version, handle);
+    if (error)
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSCreateHandle"), error, "Failed to create QOS handle");
+    return CZyError::Success();
+}
+
+CZyError QOSCloseHandle(void* handle)
+{
+    uint32_t error = CloseHandle(handle);
+    if (error)
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSCloseHandle"), error, "Failed to close QOS handle");
+    return CZyError::Success();
+}
+
+CZyError QOSSetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, unsigned long size, void* buffer,
+                    unsigned long flags, _OVERLAPPED* overlapped)
+{
+    uint32_t error = SetFlow(handle, flowId, operation, size, buffer, flags, overlapped);
+    if (error)
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSSetFlow"), error, "Failed to set QOS flow");
+    return CZyError::Success();
+}
+
+CZyError QOSAddSocketToFlow(void* handle, unsigned int socket, sockaddr* destination, _QOS_TRAFFIC_TYPE trafficType,
+                            unsigned long flags, unsigned long* flowId)
+{
+    uint32_t error = AddSocketToFlow(handle, socket, destination, trafficType, flags, flowId);
+    if (error)
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSAddSocketToFlow"), error,
+                                       "Failed to add socket (%u) to the flow", socket);
+    return CZyError::Success();
+}
+
+CZyError QOSRemoveSocketFromFlow(void* handle, unsigned int socket, unsigned long flowId, unsigned long flags)
+{
+    uint32_t error = RemoveSocketFromFlow(handle, socket, flowId, flags);
+    if (error)
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSRemoveSocketFromFlow"), error,
+                                       "Failed to remove socket (%u) from the flow", socket);
+    return CZyError::Success();
+}
+}  // namespace FXQWaveDll
