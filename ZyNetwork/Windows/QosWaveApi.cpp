@@ -26,18 +26,6 @@ typedef int(__stdcall* QOSAddSocketToFlowFn)(void*, UINT_PTR, sockaddr*, _QOS_TR
 typedef int(__stdcall* QOSRemoveSocketFromFlowFn)(void*, UINT_PTR, unsigned long, unsigned long);
 }  // namespace
 
-ZY_LOADED_FUNCTION_LOCATION(QOSCreateHandleFn, "CLoadedFunction<int (__stdcall*)(_QOS_VERSION *,void * *)>::Load");
-ZY_LOADED_FUNCTION_LOCATION(QOSCloseHandleFn, "CLoadedFunction<int (__stdcall*)(void *)>::Load");
-ZY_LOADED_FUNCTION_LOCATION(QOSSetFlowFn,
-                            "CLoadedFunction<int (__stdcall*)(void *,unsigned long,_QOS_SET_FLOW,unsigned long,"
-                            "void *,unsigned long,_OVERLAPPED *)>::Load");
-ZY_LOADED_FUNCTION_LOCATION(QOSAddSocketToFlowFn,
-                            "CLoadedFunction<int (__stdcall*)(void *,unsigned __int64,sockaddr *,_QOS_TRAFFIC_TYPE,"
-                            "unsigned long,unsigned long *)>::Load");
-ZY_LOADED_FUNCTION_LOCATION(QOSRemoveSocketFromFlowFn,
-                            "CLoadedFunction<int (__stdcall*)(void *,unsigned __int64,unsigned long,"
-                            "unsigned long)>::Load");
-
 namespace FXQWaveDll
 {
 // The module name: "Qwave.dll", or the file named by the environment
@@ -55,7 +43,18 @@ static std::string QwaveModuleName()
 class CDynamicLoadBaseQwave : public CDynamicLoadBase
 {
 public:
-    CDynamicLoadBaseQwave() { m_loadResult = LoadDynamicFunctions(); }
+    CDynamicLoadBaseQwave()
+        : m_QOSCreateHandle("CLoadedFunction<int (__stdcall*)(_QOS_VERSION *,void * *)>::Load"),
+          m_QOSCloseHandle("CLoadedFunction<int (__stdcall*)(void *)>::Load"),
+          m_QOSSetFlow("CLoadedFunction<int (__stdcall*)(void *,unsigned long,_QOS_SET_FLOW,unsigned long,void *,"
+                       "unsigned long,_OVERLAPPED *)>::Load"),
+          m_QOSAddSocketToFlow("CLoadedFunction<int (__stdcall*)(void *,unsigned __int64,sockaddr *,"
+                               "_QOS_TRAFFIC_TYPE,unsigned long,unsigned long *)>::Load"),
+          m_QOSRemoveSocketFromFlow("CLoadedFunction<int (__stdcall*)(void *,unsigned __int64,unsigned long,"
+                                    "unsigned long)>::Load")
+    {
+        m_loadResult = LoadDynamicFunctions();
+    }
 
     static const CDynamicLoadBaseQwave& Instance()
     {

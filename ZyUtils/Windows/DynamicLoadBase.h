@@ -9,22 +9,6 @@
 #include "ZyUtils/ZyError.h"
 #include "ZyUtils/ZyString.h"
 
-// The qualified name that error locations give for CLoadedFunction<Fn>::Load.
-// Users name each instantiation they make with ZY_LOADED_FUNCTION_LOCATION, in
-// the form "CLoadedFunction<int (__stdcall*)(void *)>::Load".
-template <typename Function>
-struct CLoadedFunctionLocation
-{
-    static const char* Name() { return "CLoadedFunction::Load"; }
-};
-
-#define ZY_LOADED_FUNCTION_LOCATION(FunctionType, text)      \
-    template <>                                              \
-    struct CLoadedFunctionLocation<FunctionType>             \
-    {                                                        \
-        static const char* Name() { return text; }           \
-    }
-
 // One module, loaded at most once and never unloaded: the functions resolved
 // from it may be called until the process ends.
 class CDynamicLoadBase
@@ -62,11 +46,16 @@ protected:
 };
 
 // One entry point of a loaded module, of type `Function` (a function pointer).
+// `location` is the qualified name that errors of its resolution give, in
+// the form "CLoadedFunction<int (__stdcall*)(void *)>::Load" (static text).
 template <typename Function>
 class CLoadedFunction
 {
 public:
-    CLoadedFunction() : m_function(nullptr), m_resolved(false) {}
+    explicit CLoadedFunction(const char* location = "CLoadedFunction::Load")
+        : m_function(nullptr), m_resolved(false), m_location(location)
+    {
+    }
 
     // Resolves `name` in the loader's module; the outcome is kept in Status().
     CZyError Load(const CDynamicLoadBase& loader, const char* name)
@@ -77,8 +66,7 @@ public:
         if (address == nullptr)
         {
             const DWORD code = GetLastError();
-            m_status = FXErrorUtil::ErrorWin32(FXCodeLocation("ZyUtils/Windows/DynamicLoadBase",
-                                                              CLoadedFunctionLocation<Function>::Name(), __LINE__),
+            m_status = FXErrorUtil::ErrorWin32(FXCodeLocation("ZyUtils/Windows/DynamicLoadBase", m_location, __LINE__),
                                                code, "Failed to get address, Module=[0x%p], FunctionName=[%s]",
                                                static_cast<void*>(loader.Module()), name ? name : "");
             return m_status;
@@ -95,5 +83,6 @@ public:
 private:
     Function m_function;
     bool m_resolved;  // a resolution was attempted
+    const char* m_location;
     CZyError m_status;
 };

@@ -8,12 +8,14 @@
 #include <winsock2.h>
 #include <windows.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "ZyNetwork/QosWaveApi.h"
+#include "ZyUtils/Windows/DynamicLoadBase.h"
 
 namespace
 {
@@ -192,6 +194,38 @@ TEST(QwaveMissingFunction, OnlyThatWrapperIsNotSupported)
     }
     // Asking again does not retry the resolution.
     ExpectNotSupported(CallWrapper(kSetFlow), "QOSSetFlow");
+}
+
+TEST(DynamicLoadBase, LoadAndResolveReportTheSystemsCodes)
+{
+    REQUIRE_SCENARIO("loader");
+    CDynamicLoadBase missing;
+    CZyError error = missing.Load("zytest-no-such-module.dll");
+    EXPECT_TRUE(error.Is(ERROR_MOD_NOT_FOUND)) << error.AsString();
+    EXPECT_EQ("Failed to load, Module=[zytest-no-such-module.dll]", error.GetErrorMessage());
+    EXPECT_EQ(nullptr, missing.Module());
+
+    CDynamicLoadBase loader;
+    ASSERT_FALSE(loader.Load("zytest_qwave_stub.dll").IsError());
+    const HMODULE module = loader.Module();
+    EXPECT_FALSE(loader.Load("zytest-no-such-module.dll").IsError()) << "a loaded module is kept";
+    EXPECT_EQ(module, loader.Module());
+
+    typedef int(__stdcall * CloseFn)(void*);
+    const char* const location = "CLoadedFunction<int (__stdcall*)(void *)>::Load";
+    CLoadedFunction<CloseFn> present(location);
+    EXPECT_FALSE(present.Load(loader, "QOSCloseHandle").IsError());
+    EXPECT_NE(nullptr, present.Get());
+    CLoadedFunction<CloseFn> absent(location);
+    error = absent.Load(loader, "QOSNoSuchFunction");
+    EXPECT_TRUE(error.Is(ERROR_PROC_NOT_FOUND)) << error.AsString();
+    EXPECT_TRUE(absent.Status().Is(ERROR_PROC_NOT_FOUND));
+    EXPECT_EQ(nullptr, absent.Get());
+    char expected[160];
+    snprintf(expected, sizeof(expected), "Failed to get address, Module=[0x%p], FunctionName=[QOSNoSuchFunction]",
+             static_cast<void*>(module));
+    EXPECT_EQ(expected, error.GetErrorMessage());
+    EXPECT_STREQ(location, error.GetItems().front()->Location().Function());
 }
 
 TEST(QwaveMissingModule, EveryWrapperIsNotSupported)
