@@ -323,9 +323,7 @@ uint32_t AddSocketToFlow(void* handle, unsigned int socket, sockaddr* destinatio
     }
     if (*flowId == 0)
     {
-        unsigned long id = g_nextFlowId++;
-        if (id == 0 || qos->flows.count(id))
-            id = g_nextFlowId++;
+        unsigned long id = g_nextFlowId++;  // never 0: that means "a new flow"
         created.sockets.push_back(entry);
         qos->flows.emplace(id, std::move(created));
         *flowId = id;
