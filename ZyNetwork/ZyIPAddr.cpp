@@ -8,23 +8,14 @@
 #include <cstring>
 #include <mutex>
 
-#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/Internal/OsApi.h"
 #include "ZyNetwork/ZySocket.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 static const char kZyFile[] = "ZyNetwork/ZyIPAddr";
 
 namespace
 {
-// Win32-kind codes this class raises itself.
-const uint32_t kErrInvalidParameter = 87;
-const uint32_t kErrFamilyNotSet = 774;
-const uint32_t kErrHostNotFound = 11001;
-
-// Codes that mean "this machine has no such protocol stack" when a probe
-// socket is bound: the Winsock code and the errno-kind code.
-const int kErrFamilyNotSupported = 10047;
-const int kErrNoFamilyErrNo = 102;
-
 // Buffers of the text conversions.
 const int kAddressTextLength = 108;
 const int kHostNameLength = 1025;
@@ -271,7 +262,7 @@ CZyError CZyIPAddr::SetPortNumber(int port)
         // A path has no port; nothing to store.
         return CZyError::Success();
     default:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::SetPortNumber"), kErrFamilyNotSet,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::SetPortNumber"), zyerr::kStateError,
                                        "Address family not set");
     }
 }
@@ -389,7 +380,7 @@ CZyError CZyIPAddr::GetByName(const char* name, CZyIPAddr& out, IP_FAMILY family
 {
     static const char kFunction[] = "CZyIPAddr::GetByName";
     if (!name)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), kErrInvalidParameter, "Null parameter passed");
+        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kInvalidParameter, "Null parameter passed");
 
     if (IsPathText(name))
     {
@@ -415,7 +406,7 @@ CZyError CZyIPAddr::GetByName(const char* name, CZyIPAddr& out, IP_FAMILY family
     }
 
     if (IsCollision(out))
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), kErrHostNotFound, "DNS name collision occured");
+        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kHostNotFound, "DNS name collision occured");
     return CZyError::Success();
 }
 
@@ -426,7 +417,7 @@ CZyError CZyIPAddr::GetAllByName(const char* name, std::vector<CZyIPAddr>& list,
 {
     static const char kFunction[] = "CZyIPAddr::GetAllByName";
     if (!name)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), kErrInvalidParameter, "Null parameter passed");
+        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kInvalidParameter, "Null parameter passed");
 
     if (IsPathText(name))
     {
@@ -450,7 +441,7 @@ CZyError CZyIPAddr::GetAllByName(const char* name, std::vector<CZyIPAddr>& list,
         ZeroPortOf(record);
         CZyIPAddr entry(record);
         if (IsCollision(entry))
-            return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), kErrHostNotFound, "DNS name collision occured");
+            return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kHostNotFound, "DNS name collision occured");
         list.push_back(entry);
     }
     return CZyError::Success();
@@ -514,7 +505,7 @@ CZyError CZyIPAddr::CheckIfIpv4AddressIsWithinCidrBlock(const std::string& addre
     std::vector<std::string> pieces;
     FXString::Split(block, "/", pieces, 0);
     if (pieces.size() < 2)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), kErrInvalidParameter, "Invalid CIDR block: [%s].",
+        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kInvalidParameter, "Invalid CIDR block: [%s].",
                                        block.c_str());
 
     CZyIPAddr mask;
@@ -529,14 +520,14 @@ CZyError CZyIPAddr::CheckIfIpv4AddressIsWithinCidrBlock(const std::string& addre
     if (err.IsError())
         return err.Push(ZY_LOC(kFunction));
     if (network.GetAddressFamily() != IP_FAMILY_IPV4)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), kErrInvalidParameter, "Invalid CIDR block: [%s].",
+        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kInvalidParameter, "Invalid CIDR block: [%s].",
                                        block.c_str());
 
     err = candidate.SetAddressString(address.c_str());
     if (err.IsError())
         return err.Push(ZY_LOC(kFunction));
     if (candidate.GetAddressFamily() != IP_FAMILY_IPV4)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), kErrInvalidParameter, "Invalid IPv4 address: [%s].",
+        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kInvalidParameter, "Invalid IPv4 address: [%s].",
                                        address.c_str());
 
     // Words as stored (network byte order on every side): no conversion.
@@ -571,7 +562,7 @@ CZyError CZyIPAddr::IsAddrBindable(const CZyIPAddr& address, bool& bindable)
         return CZyError::Success();
     }
     int code = err.GetErrorCode();
-    if (code == kErrFamilyNotSupported || code == kErrNoFamilyErrNo)
+    if (code == zyerr::kAfNotSupported || code == zyerr::kErrnoNoFamily)
         return CZyError::Success();
     return err.Push(ZY_LOC("CZyIPAddr::IsAddrBindable"));
 }

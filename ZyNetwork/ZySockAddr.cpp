@@ -10,17 +10,15 @@
 #include <atomic>
 #include <vector>
 
-#include "ZyNetwork/OsApi.h"
-#include "ZyNetwork/ZySockAddrInternal.h"
+#include "ZyNetwork/Internal/OsApi.h"
+#include "ZyNetwork/Internal/ZySockAddrInternal.h"
 #include "ZyUtils/LogWriter.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 static const char kZyFile[] = "ZyNetwork/ZySockAddr";
 
 namespace
 {
-const int kErrFault = 10014;           // a null pointer where a record or buffer belongs
-const int kErrAfNoSupport = 10047;     // numeric text with no IPv4 or IPv6 address
-const int kErrHostNotFound = 11001;    // the name-collision marker 127.0.53.53
 const int kPathField = 108;            // bytes of the path field, terminator included
 const int kPathOffset = 2;             // the path starts after the family
 const int kIPv4Length = 16;
@@ -84,7 +82,7 @@ int NumericToRecord(const char* text, ZYNET_SockAddr* out)
     if (code != 0)
         return code;
     if (!found)
-        return kErrAfNoSupport;
+        return zyerr::kAfNotSupported;
     out->in4.port = 0;  // the port field sits at bytes 2-3 in both families
     return 0;
 }
@@ -166,21 +164,21 @@ const char* ZYNET_family2str(int family)
 int ZYNET_str2ip(const char* text, ZYNET_SockAddr* out)
 {
     if (text == nullptr || out == nullptr)
-        return kErrFault;
+        return zyerr::kFault;
     if (IsPath(text))
         return MakePathRecord(text, out);
     int code = NumericToRecord(text, out);
     if (code != 0)
         return code;
     if (MatchesCollisionMarker(*out))
-        return kErrHostNotFound;
+        return zyerr::kHostNotFound;
     return 0;
 }
 
 int ZYNET_ip2str(const ZYNET_SockAddr* addr, char* buffer, int length)
 {
     if (addr == nullptr || buffer == nullptr)
-        return kErrFault;
+        return zyerr::kFault;
     if (addr->family == ZYNET_AF_UNIX)
         return CopyPathText(addr, buffer, length);
     ZYNET_SockAddr local = *addr;
@@ -196,7 +194,7 @@ int ZYNET_ip2str(const ZYNET_SockAddr* addr, char* buffer, int length)
 int ZYNET_name2ip(const char* name, ZYNET_HostEnt* out, int family)
 {
     if (name == nullptr || out == nullptr)
-        return kErrFault;
+        return zyerr::kFault;
     if (IsPath(name))
     {
         ZYNET_SockAddr record;
@@ -237,7 +235,7 @@ int ZYNET_name2ip(const char* name, ZYNET_HostEnt* out, int family)
         // stays as it was and the caller frees `addrs` with
         // ZYNET_freehostent as usual.
         if (record.family == ZYNET_AF_INET && MatchesCollisionMarker(record))
-            return kErrHostNotFound;
+            return zyerr::kHostNotFound;
     }
     out->count = copied;
     return 0;
@@ -246,7 +244,7 @@ int ZYNET_name2ip(const char* name, ZYNET_HostEnt* out, int family)
 int ZYNET_ip2name(const ZYNET_SockAddr* addr, char* buffer, int length)
 {
     if (addr == nullptr || buffer == nullptr)
-        return kErrFault;
+        return zyerr::kFault;
     if (addr->family == ZYNET_AF_UNIX)
         return CopyPathText(addr, buffer, length);
     ZYNET_SockAddr local = *addr;
@@ -410,21 +408,21 @@ void ZYNET_DisableUnixSockets(void)
 int ZYNET_gethostname(char* buffer, int length)
 {
     if (buffer == nullptr)
-        return kErrFault;
+        return zyerr::kFault;
     return zyos::GetHostName(buffer, length);
 }
 
 int ZYNET_getservbyname(const char* service, const char* protocol, struct servent** out)
 {
     if (service == nullptr || out == nullptr)
-        return kErrFault;
+        return zyerr::kFault;
     return zyos::GetServByName(service, protocol, out);
 }
 
 int ZYNET_getservbyport(int port, const char* protocol, struct servent** out)
 {
     if (out == nullptr)
-        return kErrFault;
+        return zyerr::kFault;
     return zyos::GetServByPort(port, protocol, out);
 }
 

@@ -2,7 +2,7 @@
 // stops it again when the guard is cleaned up or destroyed.
 #include "ZyNetwork/ZySockInit.h"
 
-#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/Internal/OsApi.h"
 
 static const char kZyFile[] = "ZyNetwork/ZySockInit";
 

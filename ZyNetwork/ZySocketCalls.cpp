@@ -13,21 +13,18 @@
 #include <cstring>
 #include <initializer_list>
 
-#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/Internal/OsApi.h"
 #include "ZyNetwork/ZyFdset.h"
 #include "ZyNetwork/ZySockAddr.h"
 #include "ZyNetwork/ZySocket.h"
 #include "ZyUtils/LogWriter.h"
 #include "ZyUtils/ZyTime.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 static const char kZyFile[] = "ZyNetwork/ZySocketCalls";
 
 namespace
 {
-const int kFault = 10014;        // WSAEFAULT: a null pointer was passed
-const int kInvalidArg = 10022;   // WSAEINVAL
-const int kNotSocket = 10038;    // WSAENOTSOCK
-const int kWouldBlock = 10035;   // WSAEWOULDBLOCK
 const int kMsgPeek = 2;          // MSG_PEEK has this value on both targets
 const int kFullRecordLength = static_cast<int>(sizeof(ZYNET_SockAddr));
 
@@ -36,8 +33,8 @@ std::atomic<ZYNET_SocketCallback> g_listenCallback{nullptr};
 
 int Fault()
 {
-    zyos::SetLastError(kFault);
-    return kFault;
+    zyos::SetLastError(zyerr::kFault);
+    return zyerr::kFault;
 }
 
 // The socket-type/protocol pairs of the three creation calls.
@@ -122,8 +119,8 @@ WaitStep PollOneSecond(ZYNET_SOCKET handle, bool forWrite, int* code)
     int rc = zyos::Poll(&entry, 1, 1000, &ready);
     if (rc == 0 && (entry.revents & zyos::POLL_INVALID) != 0)
     {
-        zyos::SetLastError(kNotSocket);
-        rc = kNotSocket;
+        zyos::SetLastError(zyerr::kInvalidSocket);
+        rc = zyerr::kInvalidSocket;
     }
     if (rc != 0)
     {
@@ -163,7 +160,7 @@ int TransferLoop(bool isSend, ZYNET_SOCKET handle, char* buffer, int length, int
             const int offset = peek ? 0 : *count;
             int rc = isSend ? zyos::SendNoWait(handle, buffer + offset, length - offset, flags, &done)
                             : zyos::RecvNoWait(handle, buffer + offset, length - offset, flags, &done);
-            if (rc != kWouldBlock)
+            if (rc != zyerr::kWouldBlock)
             {
                 if (rc != 0)
                     return rc;
@@ -381,8 +378,8 @@ int ZYNET_select(int /*nfds*/, ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZY
     {
         if (timeout->tv_sec < 0 || timeout->tv_usec < 0)
         {
-            zyos::SetLastError(kInvalidArg);
-            return kInvalidArg;
+            zyos::SetLastError(zyerr::kInvalidArgument);
+            return zyerr::kInvalidArgument;
         }
         // Round microseconds up so that a short non-zero wait does not become
         // a busy poll; clamp very long waits.
@@ -397,8 +394,8 @@ int ZYNET_select(int /*nfds*/, ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZY
     // As with Winsock, a wait on no socket at all is an invalid request.
     if (listed == 0 || listed > static_cast<uint64_t>(INT_MAX))
     {
-        zyos::SetLastError(kInvalidArg);
-        return kInvalidArg;
+        zyos::SetLastError(zyerr::kInvalidArgument);
+        return zyerr::kInvalidArgument;
     }
     // The boundary rewrites the lists to their ready handles, or leaves them
     // as they were when it fails (10038 for a handle that is no socket).
@@ -509,7 +506,7 @@ int ZYNET_socketpair(ZYNET_SOCKET pair[2])
             {
                 rc = zyos::LastError();
                 if (rc == 0)
-                    rc = kNotSocket;
+                    rc = zyerr::kInvalidSocket;
             }
         }
         if (rc == 0)

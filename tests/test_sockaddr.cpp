@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/Internal/OsApi.h"
 #include "ZyNetwork/ZySockAddr.h"
-#include "ZyNetwork/ZySockAddrInternal.h"
+#include "ZyNetwork/Internal/ZySockAddrInternal.h"
 #include "ZyUtils/LogWriter.h"
 #include "support/TestEnv.h"
 

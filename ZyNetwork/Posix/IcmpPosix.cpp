@@ -3,7 +3,7 @@
 // the echo identifier itself, delivers only echo replies carrying that
 // identifier, and hands them over without their IP header; the reply's TTL
 // comes as an IP_TTL control message once IP_RECVTTL is on.
-#include "ZyNetwork/OsIcmp.h"
+#include "ZyNetwork/Internal/OsIcmp.h"
 
 #include <errno.h>
 #include <limits.h>
@@ -12,7 +12,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/Internal/OsApi.h"
 #include "ZyNetwork/ZySockAddr.h"
 
 namespace zyos

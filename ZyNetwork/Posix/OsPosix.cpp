@@ -1,7 +1,7 @@
 // The OS boundary on Linux (glibc): sockets, the wait primitive, the resolver
 // and the translation of errno, resolver codes and address families into the
 // portable (Winsock) numbers the rest of the library uses.
-#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/Internal/OsApi.h"
 
 #include <errno.h>
 #include <fcntl.h>

@@ -2,9 +2,9 @@
 // ICMP socket (administrator rights). The datagram-socket calls of the ping
 // client therefore report "socket type not supported" here, and the client
 // passes the raw socket's refusal on to its caller.
-#include "ZyNetwork/OsIcmp.h"
+#include "ZyNetwork/Internal/OsIcmp.h"
 
-#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/Internal/OsApi.h"
 
 namespace zyos
 {

@@ -3,7 +3,7 @@
 // read and the debugger hooks. Winsock's error codes and family numbers are
 // already the portable ones; socket handles are narrowed to 32 bits here and
 // widened back on the way in.
-#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/Internal/OsApi.h"
 
 #include <winsock2.h>
 #include <ws2tcpip.h>
