@@ -15,6 +15,7 @@
 
 #include "ZyNetwork/Internal/OsApi.h"
 #include "ZyNetwork/Internal/OsIcmp.h"
+#include "ZyNetwork/Internal/SecondsWait.h"
 #include "ZyUtils/LogWriter.h"
 #include "ZyUtils/Internal/ErrorCodes.h"
 
@@ -435,22 +436,11 @@ CZyError CZyPing::receiveDatagram(int seconds, bool& timedOut, size_t& received,
     const ZYNET_SOCKET handle = m_socket.GetSocketDescriptor();
     if (seconds > 0)
     {
-        const int64_t start = ZyMonotonicSeconds();
-        for (;;)
-        {
-            if (ZyMonotonicSeconds() - start > seconds)
-            {
-                timedOut = true;
-                return CZyError::Success();
-            }
-            zyos::PollEntry entry = {handle, zyos::POLL_READ, 0};
-            int ready = 0;
-            int code = zyos::Poll(&entry, 1, 1000, &ready);
-            if (code != 0)
-                return FXErrorUtil::ErrorWin32(ZY_LOC("CZyPing::receiveDatagram"), static_cast<uint32_t>(code));
-            if (ready > 0)
-                break;
-        }
+        int code = zynet::SecondsWait(handle, false, seconds).UntilReady(&timedOut);
+        if (code != 0)
+            return FXErrorUtil::ErrorWin32(ZY_LOC("CZyPing::receiveDatagram"), static_cast<uint32_t>(code));
+        if (timedOut)
+            return CZyError::Success();
     }
     int count = 0;
     int code = zyos::RecvIcmpDatagram(handle, m_recvBuffer, ClampToInt(m_recvSize), &count, &ttl);

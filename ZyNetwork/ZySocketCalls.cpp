@@ -14,11 +14,11 @@
 #include <initializer_list>
 
 #include "ZyNetwork/Internal/OsApi.h"
+#include "ZyNetwork/Internal/SecondsWait.h"
 #include "ZyNetwork/ZyFdset.h"
 #include "ZyNetwork/ZySockAddr.h"
 #include "ZyNetwork/ZySocket.h"
 #include "ZyUtils/LogWriter.h"
-#include "ZyUtils/ZyTime.h"
 #include "ZyUtils/Internal/ErrorCodes.h"
 
 static const char kZyFile[] = "ZyNetwork/ZySocketCalls";
@@ -83,75 +83,23 @@ int GetName(NameCall call, ZYNET_SOCKET handle, ZYNET_SockAddr* out)
     return 0;
 }
 
-// Whole seconds elapsed since `start`, both read from the monotonic clock so
-// that setting the system clock neither cuts a wait short nor stretches it.
-inline int64_t SecondsSince(int64_t start)
-{
-    return ZyMonotonicSeconds() - start;
-}
-
-enum class WaitStep
-{
-    Ready,     // the socket is ready for the transfer
-    Idle,      // one second passed with nothing ready
-    GiveUp,    // the time limit passed, or the wait set could not be built: return 0
-    Failed     // the wait failed: return *code
-};
-
-// True, with the time-out flag set, once more than `seconds` whole seconds
-// have passed since `start`.
-bool LimitPassed(int64_t start, int seconds, int* timedOut)
-{
-    if (SecondsSince(start) <= seconds)
-        return false;
-    *timedOut = 1;
-    return true;
-}
-
-// Waits up to one second for the handle on the read or write side. The wait
-// is the same as ZYNET_select on a fresh set holding just this handle (which
-// always fits, so no insertion can fail), made directly on the one handle so
-// that every chunk does not pay for building and clearing a 4 KiB set.
-WaitStep PollOneSecond(ZYNET_SOCKET handle, bool forWrite, int* code)
-{
-    zyos::PollEntry entry = {handle, static_cast<short>(forWrite ? zyos::POLL_WRITE : zyos::POLL_READ), 0};
-    int ready = 0;
-    int rc = zyos::Poll(&entry, 1, 1000, &ready);
-    if (rc == 0 && (entry.revents & zyos::POLL_INVALID) != 0)
-    {
-        zyos::SetLastError(zyerr::kInvalidSocket);
-        rc = zyerr::kInvalidSocket;
-    }
-    if (rc != 0)
-    {
-        *code = rc;
-        return WaitStep::Failed;
-    }
-    return ready > 0 ? WaitStep::Ready : WaitStep::Idle;
-}
-
-// One step of a time-limited wait: check the limit, then wait up to one second.
-WaitStep WaitOneSecond(ZYNET_SOCKET handle, bool forWrite, int64_t start, int seconds, int* timedOut, int* code)
-{
-    if (LimitPassed(start, seconds, timedOut))
-        return WaitStep::GiveUp;
-    return PollOneSecond(handle, forWrite, code);
-}
-
 // The body shared by the two whole-buffer loops and the two time-limited
 // loops. With `seconds` <= 0 there is no wait: the plain loop.
 int TransferLoop(bool isSend, ZYNET_SOCKET handle, char* buffer, int length, int* count, int seconds, int* timedOut,
                  int flags)
 {
     const bool peek = !isSend && (flags & kMsgPeek) != 0;
-    const int64_t start = ZyMonotonicSeconds();
+    const zynet::SecondsWait wait(handle, isSend, seconds);
     while (*count < length)
     {
         int done = 0;
         if (seconds > 0)
         {
-            if (LimitPassed(start, seconds, timedOut))
+            if (wait.Expired())
+            {
+                *timedOut = 1;
                 return 0;
+            }
             // Try the transfer before waiting: while the peer keeps up, data
             // or buffer space is already there and a chunk costs one system
             // call instead of a wait and a call. Only a transfer that would
@@ -171,10 +119,10 @@ int TransferLoop(bool isSend, ZYNET_SOCKET handle, char* buffer, int length, int
                 continue;
             }
             int code = 0;
-            WaitStep step = PollOneSecond(handle, isSend, &code);
-            if (step == WaitStep::Failed)
+            zynet::SecondsWait::Step step = wait.WaitOneSecond(&code);
+            if (step == zynet::SecondsWait::Failed)
                 return code;
-            if (step == WaitStep::Idle)
+            if (step == zynet::SecondsWait::Idle)
                 continue;
         }
         if (peek)
@@ -200,17 +148,14 @@ int IcmpDatagram(bool isSend, ZYNET_SOCKET handle, ZYNET_SockAddr* peer, char* b
     *timedOut = 0;
     if (seconds > 0)
     {
-        const int64_t start = ZyMonotonicSeconds();
-        for (;;)
+        bool expired = false;
+        int code = zynet::SecondsWait(handle, isSend, seconds).UntilReady(&expired);
+        if (code != 0)
+            return code;
+        if (expired)
         {
-            int code = 0;
-            WaitStep step = WaitOneSecond(handle, isSend, start, seconds, timedOut, &code);
-            if (step == WaitStep::GiveUp)
-                return 0;
-            if (step == WaitStep::Failed)
-                return code;
-            if (step == WaitStep::Ready)
-                break;
+            *timedOut = 1;
+            return 0;
         }
     }
     // The whole record's length is offered in both directions.
