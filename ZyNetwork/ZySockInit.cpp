@@ -23,6 +23,21 @@ CZyError CZySockInit::Init()
     return CZyError::Success();
 }
 
+CZySockInit::CZySockInit(const CZySockInit& other) : m_started(false)
+{
+    if (other.m_started)
+        (void)Init();  // a failed start leaves the copy unstarted, with nothing to clean up
+}
+
+CZySockInit& CZySockInit::operator=(const CZySockInit& other)
+{
+    if (other.m_started && !m_started)
+        (void)Init();
+    else if (!other.m_started)
+        CleanUp();
+    return *this;
+}
+
 void CZySockInit::CleanUp()
 {
     if (!m_started)
