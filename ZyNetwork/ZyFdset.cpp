@@ -269,12 +269,15 @@ CZyError ZyFdset::set(ZYNET_SOCKET handle)
     case 0:
         return CZyError::Success();
     case -2:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), zyerr::kStateError, "Bad fdset pointer passed to 'set' routine");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), zyerr::kStateError,
+                                       "Bad fdset pointer passed to 'set' routine");
     case -1:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), zyerr::kStateError, "Specified fd set is already full; Set size of %u",
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), zyerr::kStateError,
+                                       "Specified fd set is already full; Set size of %u",
                                        m_set.size);
     default:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), zyerr::kStateError, "Unknown error %d setting fd in fd set", rc);
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), zyerr::kStateError,
+                                       "Unknown error %d setting fd in fd set", rc);
     }
 }
 
@@ -292,12 +295,14 @@ CZyError ZyFdset::clr(ZYNET_SOCKET handle)
     case 0:
         return CZyError::Success();
     case -2:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::clr"), zyerr::kStateError, "Bad fdset pointer passed to 'clr' routine");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::clr"), zyerr::kStateError,
+                                       "Bad fdset pointer passed to 'clr' routine");
     case -1:
         return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::clr"), zyerr::kStateError,
                                        "Specified fd is out of bounds of this fd set; Set size of %u", m_set.size);
     default:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::clr"), zyerr::kStateError, "Unknown error %d clearing fd in fd set", rc);
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::clr"), zyerr::kStateError,
+                                       "Unknown error %d clearing fd in fd set", rc);
     }
 }
 

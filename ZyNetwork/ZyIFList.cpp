@@ -192,7 +192,8 @@ CZyError CZyIPAddr::GetAllInterfaces(GetAllInterfacesArgs_t& args, GetAllInterfa
                                      const IP_FAMILY& family)
 {
     if (!args.wantAddresses && !args.wantHostNames)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::GetAllInterfaces"), zyerr::kInvalidParameter, "Nothing requested in arguments.");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::GetAllInterfaces"), zyerr::kInvalidParameter,
+                                       "Nothing requested in arguments.");
     if (args.wantHostNames)
         args.wantAddresses = true;
 

@@ -332,9 +332,11 @@ CZyError CZySocket::RecvWithTimeout(void* buffer, int length, int seconds, int* 
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvWithTimeout"), code);
     if (*timedOut == 1)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvWithTimeout"), zyerr::kStateError, "Socket receive timed out");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvWithTimeout"), zyerr::kStateError,
+                                       "Socket receive timed out");
     if (count < length)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvWithTimeout"), zyerr::kStateError, "Socket shutdown detected");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvWithTimeout"), zyerr::kStateError,
+                                       "Socket shutdown detected");
     return CZyError::Success();
 }
 
@@ -352,9 +354,11 @@ CZyError CZySocket::SendWithTimeOut(const void* buffer, int length, int seconds,
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendWithTimeOut"), code);
     if (*timedOut == 1)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendWithTimeOut"), zyerr::kStateError, "Socket send timed out");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendWithTimeOut"), zyerr::kStateError,
+                                       "Socket send timed out");
     if (count < length)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendWithTimeOut"), zyerr::kStateError, "Socket shutdown detected");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendWithTimeOut"), zyerr::kStateError,
+                                       "Socket shutdown detected");
     return CZyError::Success();
 }
 
@@ -363,7 +367,8 @@ CZyError CZySocket::RecvfromICMPSocket(void* buffer, int length, int seconds, in
 {
     ReportCount(received, 0);
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvfromICMPSocket"), zyerr::kStateError, "Not a valid socket");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvfromICMPSocket"), zyerr::kStateError,
+                                       "Not a valid socket");
     if (!timedOut)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvfromICMPSocket"), zyerr::kInvalidParameter,
                                        "Invalid input parameter, pnTimedOut is NULL");
@@ -397,7 +402,8 @@ CZyError CZySocket::SendtoICMPSocket(const void* buffer, int length, int seconds
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendtoICMPSocket"), code);
     if (*timedOut == 1)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendtoICMPSocket"), zyerr::kStateError, "Socket send timed out");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendtoICMPSocket"), zyerr::kStateError,
+                                       "Socket send timed out");
     return CZyError::Success();
 }
 
