@@ -9,6 +9,7 @@
 // plain struct assignment (use rkfdset_copy_fdset), since the copy's
 // `fdsetp` would still point into the original.
 #include "ZyNetwork/ZyFdset.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -249,7 +250,7 @@ CZyError ZyFdset::init()
         m_allocated = false;
     }
     if (rkfdset_alloc(rkfdset_maxsock_get(), &m_set) != 0)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::init"), 14, "Error allocating fdset");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::init"), zyerr::kOutOfMemory, "Error allocating fdset");
     m_allocated = true;
     return CZyError::Success();
 }
@@ -268,12 +269,15 @@ CZyError ZyFdset::set(ZYNET_SOCKET handle)
     case 0:
         return CZyError::Success();
     case -2:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), 774, "Bad fdset pointer passed to 'set' routine");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), zyerr::kStateError,
+                                       "Bad fdset pointer passed to 'set' routine");
     case -1:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), 774, "Specified fd set is already full; Set size of %u",
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), zyerr::kStateError,
+                                       "Specified fd set is already full; Set size of %u",
                                        m_set.size);
     default:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), 774, "Unknown error %d setting fd in fd set", rc);
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), zyerr::kStateError,
+                                       "Unknown error %d setting fd in fd set", rc);
     }
 }
 
@@ -291,12 +295,14 @@ CZyError ZyFdset::clr(ZYNET_SOCKET handle)
     case 0:
         return CZyError::Success();
     case -2:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::clr"), 774, "Bad fdset pointer passed to 'clr' routine");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::clr"), zyerr::kStateError,
+                                       "Bad fdset pointer passed to 'clr' routine");
     case -1:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::clr"), 774,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::clr"), zyerr::kStateError,
                                        "Specified fd is out of bounds of this fd set; Set size of %u", m_set.size);
     default:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::clr"), 774, "Unknown error %d clearing fd in fd set", rc);
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::clr"), zyerr::kStateError,
+                                       "Unknown error %d clearing fd in fd set", rc);
     }
 }
 

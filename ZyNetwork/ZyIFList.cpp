@@ -1,19 +1,20 @@
 // The machine's interface addresses, hardware addresses and, in one call,
 // the address texts and host names of all interfaces but loopback. Every
-// list comes from the platform's adapter table (ZyNetwork/OsAdapters.h),
+// list comes from the platform's adapter table (ZyNetwork/Internal/OsAdapters.h),
 // read with the same two-call protocol, log texts and codes on every
 // platform.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 
-#include "ZyNetwork/OsAdapters.h"
-#include "ZyNetwork/ZyIFListInternal.h"
+#include "ZyNetwork/Internal/OsAdapters.h"
+#include "ZyNetwork/Internal/ZyIFListInternal.h"
 #include "ZyNetwork/ZyIPAddr.h"
 #include "ZyNetwork/ZySockAddr.h"
 #include "ZyUtils/LogWriter.h"
 #include "ZyUtils/ZyError.h"
 #include "ZyUtils/ZyString.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 static const char kZyFile[] = "ZyNetwork/ZyIFList";
 
@@ -191,7 +192,8 @@ CZyError CZyIPAddr::GetAllInterfaces(GetAllInterfacesArgs_t& args, GetAllInterfa
                                      const IP_FAMILY& family)
 {
     if (!args.wantAddresses && !args.wantHostNames)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::GetAllInterfaces"), 87, "Nothing requested in arguments.");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::GetAllInterfaces"), zyerr::kInvalidParameter,
+                                       "Nothing requested in arguments.");
     if (args.wantHostNames)
         args.wantAddresses = true;
 

@@ -8,23 +8,15 @@
 #include <cstring>
 #include <mutex>
 
-#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/Internal/OsApi.h"
+#include "ZyNetwork/Internal/ZySockAddrInternal.h"
 #include "ZyNetwork/ZySocket.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 static const char kZyFile[] = "ZyNetwork/ZyIPAddr";
 
 namespace
 {
-// Win32-kind codes this class raises itself.
-const uint32_t kErrInvalidParameter = 87;
-const uint32_t kErrFamilyNotSet = 774;
-const uint32_t kErrHostNotFound = 11001;
-
-// Codes that mean "this machine has no such protocol stack" when a probe
-// socket is bound: the Winsock code and the errno-kind code.
-const int kErrFamilyNotSupported = 10047;
-const int kErrNoFamilyErrNo = 102;
-
 // Buffers of the text conversions.
 const int kAddressTextLength = 108;
 const int kHostNameLength = 1025;
@@ -37,11 +29,6 @@ const char kSentinelText[] = "127.0.53.53";
 // Serialises the first resolution of the sentinel. Constant-initialised, so
 // it is usable during static initialisation of other translation units.
 std::mutex g_sentinelLock;
-
-bool IsPathText(const char* text)
-{
-    return std::strchr(text, '/') != nullptr || std::strchr(text, '\\') != nullptr;
-}
 
 uint16_t PortFromNetwork(uint16_t stored)
 {
@@ -66,42 +53,23 @@ uint32_t StoredIPv4Word(const ZYNET_SockAddr& record)
     return word;
 }
 
-void ZeroPortOf(ZYNET_SockAddr& record)
-{
-    if (record.family == ZYNET_AF_INET)
-        record.in4.port = 0;
-    else if (record.family == ZYNET_AF_INET6)
-        record.in6.port = 0;
-}
-
-// The Unix-domain record for a path text. Paths that do not fit the record's
-// 108-byte field are refused rather than cut short: a truncated path names a
-// different socket.
+// The Unix-domain record for a path text, with the message of this class
+// when the path does not fit.
 CZyError MakeUnixRecord(const char* path, ZYNET_SockAddr& record, const char* function)
 {
-    size_t length = std::strlen(path);
-    if (length + 1 > kUnixPathField)
+    if (zynet::MakePathRecord(path, &record) != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC(function), ZYNET_ERR_PATH_TOO_LONG,
-                                       "Unix socket path too long (%d bytes, at most %d)", static_cast<int>(length),
-                                       ZYNET_MAX_UNIX_PATH);
-    std::memset(&record, 0, sizeof(record));
-    record.family = ZYNET_AF_UNIX;
-    std::memcpy(record.un.path, path, length + 1);
+                                       "Unix socket path too long (%d bytes, at most %d)",
+                                       static_cast<int>(std::strlen(path)), ZYNET_MAX_UNIX_PATH);
     return CZyError::Success();
 }
 
-int ResolverFamily(CZyIPAddr::IP_FAMILY family)
-{
-    return family == CZyIPAddr::IP_FAMILY_UNSPEC ? ZYNET_GetFamilyPreference() : static_cast<int>(family);
-}
-
-// Asks the resolver for `name` with the hints of the look-ups: canonical
-// name, the family (or the preference), stream sockets over TCP. The
-// resolver's code is stored as the thread's last socket error by zyos.
+// The shared look-up (ZyNetwork/ZySockAddr.cpp); its code is a Win32-kind
+// error without message.
 CZyError Resolve(const char* name, CZyIPAddr::IP_FAMILY family, std::vector<ZYNET_SockAddr>& records,
                  const char* function)
 {
-    int code = zyos::GetAddrInfo(name, zyos::AI_FLAG_CANONNAME, ResolverFamily(family), 1, 6, &records, nullptr);
+    int code = zynet::LookUpName(name, static_cast<int>(family), &records);
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC(function), static_cast<uint32_t>(code));
     return CZyError::Success();
@@ -271,7 +239,7 @@ CZyError CZyIPAddr::SetPortNumber(int port)
         // A path has no port; nothing to store.
         return CZyError::Success();
     default:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::SetPortNumber"), kErrFamilyNotSet,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::SetPortNumber"), zyerr::kStateError,
                                        "Address family not set");
     }
 }
@@ -359,11 +327,11 @@ CZyError CZyIPAddr::GetLocalHost(CZyIPAddr& address, IP_FAMILY family)
 
 // ---- resolution ----------------------------------------------------------
 
-// 127.0.53.53 is what name servers hand out for names that collide with
-// private namespaces. The resolver's answer for the literal is kept so that
-// any name resolving to it can be refused. Until the look-up succeeds it is
-// retried at each default construction; the caller's last socket error is
-// left as it was, since a constructor should not disturb it.
+// The class applies the name-collision rule (zynet::IsNameCollision, shared
+// with the flat look-ups) once the resolver has answered the sentinel
+// literal 127.0.53.53; the answer is kept in m_DummyIp. Until that look-up
+// succeeds it is retried at each default construction; the caller's last
+// socket error is left as it was, since a constructor should not disturb it.
 void CZyIPAddr::ArmCollisionSentinel()
 {
     std::lock_guard<std::mutex> hold(g_sentinelLock);
@@ -382,16 +350,16 @@ void CZyIPAddr::ArmCollisionSentinel()
 
 bool CZyIPAddr::IsCollision(const CZyIPAddr& candidate)
 {
-    return m_DummyIpInit.load(std::memory_order_acquire) && candidate == m_DummyIp;
+    return m_DummyIpInit.load(std::memory_order_acquire) && zynet::IsNameCollision(candidate.m_addr);
 }
 
 CZyError CZyIPAddr::GetByName(const char* name, CZyIPAddr& out, IP_FAMILY family)
 {
     static const char kFunction[] = "CZyIPAddr::GetByName";
     if (!name)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), kErrInvalidParameter, "Null parameter passed");
+        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kInvalidParameter, "Null parameter passed");
 
-    if (IsPathText(name))
+    if (zynet::IsPathText(name))
     {
         ZYNET_SockAddr record;
         CZyError err = MakeUnixRecord(name, record, kFunction);
@@ -409,13 +377,10 @@ CZyError CZyIPAddr::GetByName(const char* name, CZyIPAddr& out, IP_FAMILY family
     // The first IPv4 or IPv6 entry in resolver order wins; zyos has already
     // dropped the other families.
     if (!records.empty())
-    {
         out.m_addr = records.front();
-        ZeroPortOf(out.m_addr);
-    }
 
     if (IsCollision(out))
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), kErrHostNotFound, "DNS name collision occured");
+        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kHostNotFound, "DNS name collision occured");
     return CZyError::Success();
 }
 
@@ -426,9 +391,9 @@ CZyError CZyIPAddr::GetAllByName(const char* name, std::vector<CZyIPAddr>& list,
 {
     static const char kFunction[] = "CZyIPAddr::GetAllByName";
     if (!name)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), kErrInvalidParameter, "Null parameter passed");
+        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kInvalidParameter, "Null parameter passed");
 
-    if (IsPathText(name))
+    if (zynet::IsPathText(name))
     {
         ZYNET_SockAddr record;
         CZyError err = MakeUnixRecord(name, record, kFunction);
@@ -445,12 +410,11 @@ CZyError CZyIPAddr::GetAllByName(const char* name, std::vector<CZyIPAddr>& list,
         return err;
 
     list.reserve(list.size() + records.size());
-    for (ZYNET_SockAddr& record : records)
+    for (const ZYNET_SockAddr& record : records)
     {
-        ZeroPortOf(record);
         CZyIPAddr entry(record);
         if (IsCollision(entry))
-            return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), kErrHostNotFound, "DNS name collision occured");
+            return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kHostNotFound, "DNS name collision occured");
         list.push_back(entry);
     }
     return CZyError::Success();
@@ -514,7 +478,7 @@ CZyError CZyIPAddr::CheckIfIpv4AddressIsWithinCidrBlock(const std::string& addre
     std::vector<std::string> pieces;
     FXString::Split(block, "/", pieces, 0);
     if (pieces.size() < 2)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), kErrInvalidParameter, "Invalid CIDR block: [%s].",
+        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kInvalidParameter, "Invalid CIDR block: [%s].",
                                        block.c_str());
 
     CZyIPAddr mask;
@@ -529,14 +493,14 @@ CZyError CZyIPAddr::CheckIfIpv4AddressIsWithinCidrBlock(const std::string& addre
     if (err.IsError())
         return err.Push(ZY_LOC(kFunction));
     if (network.GetAddressFamily() != IP_FAMILY_IPV4)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), kErrInvalidParameter, "Invalid CIDR block: [%s].",
+        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kInvalidParameter, "Invalid CIDR block: [%s].",
                                        block.c_str());
 
     err = candidate.SetAddressString(address.c_str());
     if (err.IsError())
         return err.Push(ZY_LOC(kFunction));
     if (candidate.GetAddressFamily() != IP_FAMILY_IPV4)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), kErrInvalidParameter, "Invalid IPv4 address: [%s].",
+        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kInvalidParameter, "Invalid IPv4 address: [%s].",
                                        address.c_str());
 
     // Words as stored (network byte order on every side): no conversion.
@@ -571,7 +535,7 @@ CZyError CZyIPAddr::IsAddrBindable(const CZyIPAddr& address, bool& bindable)
         return CZyError::Success();
     }
     int code = err.GetErrorCode();
-    if (code == kErrFamilyNotSupported || code == kErrNoFamilyErrNo)
+    if (code == zyerr::kAfNotSupported || code == zyerr::kErrnoNoFamily)
         return CZyError::Success();
     return err.Push(ZY_LOC("CZyIPAddr::IsAddrBindable"));
 }

@@ -112,7 +112,8 @@ private:
     // Resolves the sentinel into m_DummyIp once; retried by each default
     // construction until it succeeds.
     static void ArmCollisionSentinel();
-    // True when the sentinel is armed and `candidate` equals it.
+    // True when the sentinel is armed and `candidate` is the collision
+    // address.
     static bool IsCollision(const CZyIPAddr& candidate);
 
     ZYNET_SockAddr m_addr;

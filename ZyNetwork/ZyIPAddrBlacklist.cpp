@@ -9,6 +9,7 @@
 
 #include "ZyUtils/ZyTextFile.h"
 #include "ZyUtils/ZyTime.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 static const char kZyFile[] = "ZyNetwork/ZyIPAddrBlacklist";
 
@@ -194,7 +195,7 @@ CZyError CZyIPAddrBlacklist::GetNextBlacklistEntry(CZyIPAddr& address, CZyString
         // caller that reads secondsLeft after the last entry never sees stale data.
         if (secondsLeft && m_expirationTime < 1)
             *secondsLeft = -1;
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddrBlacklist::GetNextBlacklistEntry"), 259,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddrBlacklist::GetNextBlacklistEntry"), zyerr::kNoMoreItems,
                                        "End of blacklist reached");
     }
     const CZyIPAddrBlacklistNode& node = *m_cursor;
@@ -224,7 +225,7 @@ CZyError CZyIPAddrBlacklist::GetNextBlacklistEntry(CZyIPAddr& address, CZyString
 CZyError CZyIPAddrBlacklist::LoadBlacklistFromFile(const char* path)
 {
     if (!path)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddrBlacklist::LoadBlacklistFromFile"), 87,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddrBlacklist::LoadBlacklistFromFile"), zyerr::kInvalidParameter,
                                        "Failed to open file, FileName=%s", "(null)");
     int lastError = 0;
     std::unique_ptr<FILE, FileCloser> file(ZyOpenTextFileForReading(path, &lastError));
@@ -233,7 +234,7 @@ CZyError CZyIPAddrBlacklist::LoadBlacklistFromFile(const char* path)
                                        static_cast<uint32_t>(lastError), "Failed to open file, FileName=%s", path);
     std::unique_ptr<char, BufferFree> line(static_cast<char*>(std::malloc(kLineBufferSize)));
     if (!line)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddrBlacklist::LoadBlacklistFromFile"), 14);
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddrBlacklist::LoadBlacklistFromFile"), zyerr::kOutOfMemory);
 
     while (std::fgets(line.get(), kLineBufferSize, file.get()))
     {

@@ -13,9 +13,11 @@
 #include <algorithm>
 #include <new>
 
-#include "ZyNetwork/OsApi.h"
-#include "ZyNetwork/OsIcmp.h"
+#include "ZyNetwork/Internal/OsApi.h"
+#include "ZyNetwork/Internal/OsIcmp.h"
+#include "ZyNetwork/Internal/SecondsWait.h"
 #include "ZyUtils/LogWriter.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 static const char kZyFile[] = "ZyNetwork/ZyPing";
 
@@ -24,8 +26,6 @@ namespace
 const int kErrArgument = 3;       // transfer-result codes of the argument checks
 const int kErrIpv6 = 2;
 const int kErrNoMemory = 5;
-const uint32_t kBadArgument = 87;
-const int kAccessDenied = 10013;  // the raw socket was refused
 const int kRequestTtl = 128;
 const size_t kRecvExtra = 1032;   // room for the IP header and options besides the echo
 const size_t kLogBufferSize = 4096;
@@ -216,7 +216,7 @@ CZyError CZyPing::ping(char const* host, unsigned int bufferSize, unsigned int c
     if (count == 0)
         return FXErrorUtil::ErrorRKResult(ZY_LOC("CZyPing::ping"), kErrArgument, "Invalid buffer count (%u)", count);
     if (host == nullptr)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyPing::ping"), kBadArgument,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyPing::ping"), zyerr::kInvalidParameter,
                                        "Invalid input parameter, host is NULL");
 
     // The payload size is stored with every call and is what good replies
@@ -320,7 +320,7 @@ CZyError CZyPing::preparePingSocket(char const* host, unsigned int timeout, bool
     {
         m_datagram = false;
         err = m_socket.ICMPSocket(address, family);
-        if (err.Is(kAccessDenied))
+        if (err.Is(zyerr::kAccessDenied))
         {
             ZYNET_SOCKET handle = ZYNET_INVALID_SOCKET;
             uint16_t wireIdentifier = 0;
@@ -436,22 +436,11 @@ CZyError CZyPing::receiveDatagram(int seconds, bool& timedOut, size_t& received,
     const ZYNET_SOCKET handle = m_socket.GetSocketDescriptor();
     if (seconds > 0)
     {
-        const int64_t start = ZyMonotonicSeconds();
-        for (;;)
-        {
-            if (ZyMonotonicSeconds() - start > seconds)
-            {
-                timedOut = true;
-                return CZyError::Success();
-            }
-            zyos::PollEntry entry = {handle, zyos::POLL_READ, 0};
-            int ready = 0;
-            int code = zyos::Poll(&entry, 1, 1000, &ready);
-            if (code != 0)
-                return FXErrorUtil::ErrorWin32(ZY_LOC("CZyPing::receiveDatagram"), static_cast<uint32_t>(code));
-            if (ready > 0)
-                break;
-        }
+        int code = zynet::SecondsWait(handle, false, seconds).UntilReady(&timedOut);
+        if (code != 0)
+            return FXErrorUtil::ErrorWin32(ZY_LOC("CZyPing::receiveDatagram"), static_cast<uint32_t>(code));
+        if (timedOut)
+            return CZyError::Success();
     }
     int count = 0;
     int code = zyos::RecvIcmpDatagram(handle, m_recvBuffer, ClampToInt(m_recvSize), &count, &ttl);

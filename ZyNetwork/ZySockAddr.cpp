@@ -10,47 +10,26 @@
 #include <atomic>
 #include <vector>
 
-#include "ZyNetwork/OsApi.h"
-#include "ZyNetwork/ZySockAddrInternal.h"
+#include "ZyNetwork/Internal/OsApi.h"
+#include "ZyNetwork/Internal/ZySockAddrInternal.h"
 #include "ZyUtils/LogWriter.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 static const char kZyFile[] = "ZyNetwork/ZySockAddr";
 
 namespace
 {
-const int kErrFault = 10014;           // a null pointer where a record or buffer belongs
-const int kErrAfNoSupport = 10047;     // numeric text with no IPv4 or IPv6 address
-const int kErrHostNotFound = 11001;    // the name-collision marker 127.0.53.53
 const int kPathField = 108;            // bytes of the path field, terminator included
 const int kPathOffset = 2;             // the path starts after the family
 const int kIPv4Length = 16;
 const int kIPv6Length = 28;
 const int kRecordLength = static_cast<int>(sizeof(ZYNET_SockAddr));
 
-// Texts holding a slash or a backslash anywhere are Unix-domain paths.
-bool IsPath(const char* text)
-{
-    return strchr(text, '/') != nullptr || strchr(text, '\\') != nullptr;
-}
-
 // The length of a record's path, never reading past the path field.
 size_t PathLength(const ZYNET_SockAddr* addr)
 {
     const void* end = memchr(addr->un.path, '\0', kPathField);
     return end == nullptr ? kPathField : static_cast<size_t>(static_cast<const char*>(end) - addr->un.path);
-}
-
-// Fills `out` with a Unix-domain address for `path`, or returns 7 and leaves
-// it untouched when the path and its terminator exceed the path field.
-int MakePathRecord(const char* path, ZYNET_SockAddr* out)
-{
-    size_t length = strlen(path);
-    if (length + 1 > static_cast<size_t>(kPathField))
-        return ZYNET_ERR_PATH_TOO_LONG;
-    memset(out, 0, sizeof(*out));
-    out->family = ZYNET_AF_UNIX;
-    memcpy(out->un.path, path, length + 1);
-    return 0;
 }
 
 // Copies the path of a Unix-domain record into a caller's text buffer.
@@ -62,14 +41,6 @@ int CopyPathText(const ZYNET_SockAddr* addr, char* buffer, int length)
     memcpy(buffer, addr->un.path, pathLength);
     buffer[pathLength] = '\0';
     return 0;
-}
-
-// Stores a resolver record in `out`: only the bytes of its family, with the
-// port cleared.
-void StoreResolved(const ZYNET_SockAddr& resolved, ZYNET_SockAddr* out)
-{
-    memcpy(out, &resolved, resolved.family == ZYNET_AF_INET ? kIPv4Length : kIPv6Length);
-    out->in4.port = 0;  // the port field sits at bytes 2-3 in both families
 }
 
 // Numeric conversion without the name-collision check: the first IPv4 or
@@ -84,33 +55,9 @@ int NumericToRecord(const char* text, ZYNET_SockAddr* out)
     if (code != 0)
         return code;
     if (!found)
-        return kErrAfNoSupport;
+        return zyerr::kAfNotSupported;
     out->in4.port = 0;  // the port field sits at bytes 2-3 in both families
     return 0;
-}
-
-// Compares bytes 4-7 (the IPv4 address field, whatever the record's family)
-// with those of 127.0.53.53. Name servers hand out that address for names
-// that collide with private namespaces, so it is never accepted as a real
-// one. The marker is converted once, on first need, and kept as its four
-// bytes; a failed conversion is retried next time.
-bool MatchesCollisionMarker(const ZYNET_SockAddr& addr)
-{
-    static std::atomic<int> s_state{0};  // 0 not made, 1 being stored, 2 ready
-    static uint8_t s_marker[4];
-    if (s_state.load(std::memory_order_acquire) == 2)
-        return memcmp(addr.in4.addr, s_marker, sizeof(s_marker)) == 0;
-    ZYNET_SockAddr made;
-    memset(&made, 0, sizeof(made));
-    if (NumericToRecord("127.0.53.53", &made) != 0)
-        return false;
-    int expected = 0;
-    if (s_state.compare_exchange_strong(expected, 1, std::memory_order_acq_rel))
-    {
-        memcpy(s_marker, made.in4.addr, sizeof(s_marker));
-        s_state.store(2, std::memory_order_release);
-    }
-    return memcmp(addr.in4.addr, made.in4.addr, sizeof(s_marker)) == 0;
 }
 
 // Compares the first `bits` bits of two byte strings of `bytes` bytes.
@@ -141,6 +88,48 @@ std::atomic<int> g_familyPreference{kPreferenceUnset};
 std::atomic<int> g_unixSupport{-1};
 }  // namespace
 
+// ---- the rules shared with CZyIPAddr ----------------------------------------
+
+namespace zynet
+{
+bool IsPathText(const char* text)
+{
+    return strchr(text, '/') != nullptr || strchr(text, '\\') != nullptr;
+}
+
+int MakePathRecord(const char* path, ZYNET_SockAddr* out)
+{
+    size_t length = strlen(path);
+    if (length + 1 > static_cast<size_t>(kPathField))
+        return ZYNET_ERR_PATH_TOO_LONG;
+    memset(out, 0, sizeof(*out));
+    out->family = ZYNET_AF_UNIX;
+    memcpy(out->un.path, path, length + 1);
+    return 0;
+}
+
+int LookUpName(const char* name, int family, std::vector<ZYNET_SockAddr>* records)
+{
+    if (family == ZYNET_AF_UNSPEC)
+        family = ZYNET_GetFamilyPreference();
+    // The boundary hands back only IPv4 and IPv6 entries, in resolver order,
+    // each in a zeroed record, and releases the resolver's list itself.
+    const size_t first = records->size();
+    int code = zyos::GetAddrInfo(name, zyos::AI_FLAG_CANONNAME, family, 1, 6, records, nullptr);
+    if (code != 0)
+        return code;
+    for (size_t i = first; i < records->size(); ++i)
+        (*records)[i].in4.port = 0;  // the port field sits at bytes 2-3 in both families
+    return 0;
+}
+
+bool IsNameCollision(const ZYNET_SockAddr& record)
+{
+    static const uint8_t kMarker[4] = {127, 0, 53, 53};
+    return record.family == ZYNET_AF_INET && memcmp(record.in4.addr, kMarker, sizeof(kMarker)) == 0;
+}
+}  // namespace zynet
+
 int ZyUnixSupportFromVersion(unsigned long major, unsigned long build, unsigned long revision)
 {
     if (major < 10)
@@ -166,21 +155,21 @@ const char* ZYNET_family2str(int family)
 int ZYNET_str2ip(const char* text, ZYNET_SockAddr* out)
 {
     if (text == nullptr || out == nullptr)
-        return kErrFault;
-    if (IsPath(text))
-        return MakePathRecord(text, out);
+        return zyerr::kFault;
+    if (zynet::IsPathText(text))
+        return zynet::MakePathRecord(text, out);
     int code = NumericToRecord(text, out);
     if (code != 0)
         return code;
-    if (MatchesCollisionMarker(*out))
-        return kErrHostNotFound;
+    if (zynet::IsNameCollision(*out))
+        return zyerr::kHostNotFound;
     return 0;
 }
 
 int ZYNET_ip2str(const ZYNET_SockAddr* addr, char* buffer, int length)
 {
     if (addr == nullptr || buffer == nullptr)
-        return kErrFault;
+        return zyerr::kFault;
     if (addr->family == ZYNET_AF_UNIX)
         return CopyPathText(addr, buffer, length);
     ZYNET_SockAddr local = *addr;
@@ -196,11 +185,11 @@ int ZYNET_ip2str(const ZYNET_SockAddr* addr, char* buffer, int length)
 int ZYNET_name2ip(const char* name, ZYNET_HostEnt* out, int family)
 {
     if (name == nullptr || out == nullptr)
-        return kErrFault;
-    if (IsPath(name))
+        return zyerr::kFault;
+    if (zynet::IsPathText(name))
     {
         ZYNET_SockAddr record;
-        int code = MakePathRecord(name, &record);
+        int code = zynet::MakePathRecord(name, &record);
         if (code != 0)
             return code;
         ZYNET_SockAddr* addrs = static_cast<ZYNET_SockAddr*>(calloc(1, sizeof(ZYNET_SockAddr)));
@@ -212,12 +201,8 @@ int ZYNET_name2ip(const char* name, ZYNET_HostEnt* out, int family)
         return 0;
     }
 
-    if (family == ZYNET_AF_UNSPEC)
-        family = ZYNET_GetFamilyPreference();
-    // The boundary hands back only IPv4 and IPv6 entries, in resolver order,
-    // and releases the resolver's list itself, on every path.
     std::vector<ZYNET_SockAddr> records;
-    int code = zyos::GetAddrInfo(name, zyos::AI_FLAG_CANONNAME, family, 1, 6, &records, nullptr);
+    int code = zynet::LookUpName(name, family, &records);
     if (code != 0)
         return code;
 
@@ -231,13 +216,12 @@ int ZYNET_name2ip(const char* name, ZYNET_HostEnt* out, int family)
     int32_t copied = 0;
     for (const ZYNET_SockAddr& record : records)
     {
-        StoreResolved(record, &out->addrs[copied]);
-        ++copied;
+        out->addrs[copied++] = record;
         // A name answering the collision marker is refused at once; `count`
         // stays as it was and the caller frees `addrs` with
         // ZYNET_freehostent as usual.
-        if (record.family == ZYNET_AF_INET && MatchesCollisionMarker(record))
-            return kErrHostNotFound;
+        if (zynet::IsNameCollision(record))
+            return zyerr::kHostNotFound;
     }
     out->count = copied;
     return 0;
@@ -246,7 +230,7 @@ int ZYNET_name2ip(const char* name, ZYNET_HostEnt* out, int family)
 int ZYNET_ip2name(const ZYNET_SockAddr* addr, char* buffer, int length)
 {
     if (addr == nullptr || buffer == nullptr)
-        return kErrFault;
+        return zyerr::kFault;
     if (addr->family == ZYNET_AF_UNIX)
         return CopyPathText(addr, buffer, length);
     ZYNET_SockAddr local = *addr;
@@ -410,21 +394,21 @@ void ZYNET_DisableUnixSockets(void)
 int ZYNET_gethostname(char* buffer, int length)
 {
     if (buffer == nullptr)
-        return kErrFault;
+        return zyerr::kFault;
     return zyos::GetHostName(buffer, length);
 }
 
 int ZYNET_getservbyname(const char* service, const char* protocol, struct servent** out)
 {
     if (service == nullptr || out == nullptr)
-        return kErrFault;
+        return zyerr::kFault;
     return zyos::GetServByName(service, protocol, out);
 }
 
 int ZYNET_getservbyport(int port, const char* protocol, struct servent** out)
 {
     if (out == nullptr)
-        return kErrFault;
+        return zyerr::kFault;
     return zyos::GetServByPort(port, protocol, out);
 }
 

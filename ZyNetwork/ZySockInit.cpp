@@ -2,7 +2,7 @@
 // stops it again when the guard is cleaned up or destroyed.
 #include "ZyNetwork/ZySockInit.h"
 
-#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/Internal/OsApi.h"
 
 static const char kZyFile[] = "ZyNetwork/ZySockInit";
 
@@ -21,6 +21,21 @@ CZyError CZySockInit::Init()
     }
     m_started = true;
     return CZyError::Success();
+}
+
+CZySockInit::CZySockInit(const CZySockInit& other) : m_started(false)
+{
+    if (other.m_started)
+        (void)Init();  // a failed start leaves the copy unstarted, with nothing to clean up
+}
+
+CZySockInit& CZySockInit::operator=(const CZySockInit& other)
+{
+    if (other.m_started && !m_started)
+        (void)Init();
+    else if (!other.m_started)
+        CleanUp();
+    return *this;
 }
 
 void CZySockInit::CleanUp()

@@ -13,21 +13,18 @@
 #include <cstring>
 #include <initializer_list>
 
-#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/Internal/OsApi.h"
+#include "ZyNetwork/Internal/SecondsWait.h"
 #include "ZyNetwork/ZyFdset.h"
 #include "ZyNetwork/ZySockAddr.h"
 #include "ZyNetwork/ZySocket.h"
 #include "ZyUtils/LogWriter.h"
-#include "ZyUtils/ZyTime.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 static const char kZyFile[] = "ZyNetwork/ZySocketCalls";
 
 namespace
 {
-const int kFault = 10014;        // WSAEFAULT: a null pointer was passed
-const int kInvalidArg = 10022;   // WSAEINVAL
-const int kNotSocket = 10038;    // WSAENOTSOCK
-const int kWouldBlock = 10035;   // WSAEWOULDBLOCK
 const int kMsgPeek = 2;          // MSG_PEEK has this value on both targets
 const int kFullRecordLength = static_cast<int>(sizeof(ZYNET_SockAddr));
 
@@ -36,8 +33,8 @@ std::atomic<ZYNET_SocketCallback> g_listenCallback{nullptr};
 
 int Fault()
 {
-    zyos::SetLastError(kFault);
-    return kFault;
+    zyos::SetLastError(zyerr::kFault);
+    return zyerr::kFault;
 }
 
 // The socket-type/protocol pairs of the three creation calls.
@@ -86,75 +83,23 @@ int GetName(NameCall call, ZYNET_SOCKET handle, ZYNET_SockAddr* out)
     return 0;
 }
 
-// Whole seconds elapsed since `start`, both read from the monotonic clock so
-// that setting the system clock neither cuts a wait short nor stretches it.
-inline int64_t SecondsSince(int64_t start)
-{
-    return ZyMonotonicSeconds() - start;
-}
-
-enum class WaitStep
-{
-    Ready,     // the socket is ready for the transfer
-    Idle,      // one second passed with nothing ready
-    GiveUp,    // the time limit passed, or the wait set could not be built: return 0
-    Failed     // the wait failed: return *code
-};
-
-// True, with the time-out flag set, once more than `seconds` whole seconds
-// have passed since `start`.
-bool LimitPassed(int64_t start, int seconds, int* timedOut)
-{
-    if (SecondsSince(start) <= seconds)
-        return false;
-    *timedOut = 1;
-    return true;
-}
-
-// Waits up to one second for the handle on the read or write side. The wait
-// is the same as ZYNET_select on a fresh set holding just this handle (which
-// always fits, so no insertion can fail), made directly on the one handle so
-// that every chunk does not pay for building and clearing a 4 KiB set.
-WaitStep PollOneSecond(ZYNET_SOCKET handle, bool forWrite, int* code)
-{
-    zyos::PollEntry entry = {handle, static_cast<short>(forWrite ? zyos::POLL_WRITE : zyos::POLL_READ), 0};
-    int ready = 0;
-    int rc = zyos::Poll(&entry, 1, 1000, &ready);
-    if (rc == 0 && (entry.revents & zyos::POLL_INVALID) != 0)
-    {
-        zyos::SetLastError(kNotSocket);
-        rc = kNotSocket;
-    }
-    if (rc != 0)
-    {
-        *code = rc;
-        return WaitStep::Failed;
-    }
-    return ready > 0 ? WaitStep::Ready : WaitStep::Idle;
-}
-
-// One step of a time-limited wait: check the limit, then wait up to one second.
-WaitStep WaitOneSecond(ZYNET_SOCKET handle, bool forWrite, int64_t start, int seconds, int* timedOut, int* code)
-{
-    if (LimitPassed(start, seconds, timedOut))
-        return WaitStep::GiveUp;
-    return PollOneSecond(handle, forWrite, code);
-}
-
 // The body shared by the two whole-buffer loops and the two time-limited
 // loops. With `seconds` <= 0 there is no wait: the plain loop.
 int TransferLoop(bool isSend, ZYNET_SOCKET handle, char* buffer, int length, int* count, int seconds, int* timedOut,
                  int flags)
 {
     const bool peek = !isSend && (flags & kMsgPeek) != 0;
-    const int64_t start = ZyMonotonicSeconds();
+    const zynet::SecondsWait wait(handle, isSend, seconds);
     while (*count < length)
     {
         int done = 0;
         if (seconds > 0)
         {
-            if (LimitPassed(start, seconds, timedOut))
+            if (wait.Expired())
+            {
+                *timedOut = 1;
                 return 0;
+            }
             // Try the transfer before waiting: while the peer keeps up, data
             // or buffer space is already there and a chunk costs one system
             // call instead of a wait and a call. Only a transfer that would
@@ -163,7 +108,7 @@ int TransferLoop(bool isSend, ZYNET_SOCKET handle, char* buffer, int length, int
             const int offset = peek ? 0 : *count;
             int rc = isSend ? zyos::SendNoWait(handle, buffer + offset, length - offset, flags, &done)
                             : zyos::RecvNoWait(handle, buffer + offset, length - offset, flags, &done);
-            if (rc != kWouldBlock)
+            if (rc != zyerr::kWouldBlock)
             {
                 if (rc != 0)
                     return rc;
@@ -174,10 +119,10 @@ int TransferLoop(bool isSend, ZYNET_SOCKET handle, char* buffer, int length, int
                 continue;
             }
             int code = 0;
-            WaitStep step = PollOneSecond(handle, isSend, &code);
-            if (step == WaitStep::Failed)
+            zynet::SecondsWait::Step step = wait.WaitOneSecond(&code);
+            if (step == zynet::SecondsWait::Failed)
                 return code;
-            if (step == WaitStep::Idle)
+            if (step == zynet::SecondsWait::Idle)
                 continue;
         }
         if (peek)
@@ -203,17 +148,14 @@ int IcmpDatagram(bool isSend, ZYNET_SOCKET handle, ZYNET_SockAddr* peer, char* b
     *timedOut = 0;
     if (seconds > 0)
     {
-        const int64_t start = ZyMonotonicSeconds();
-        for (;;)
+        bool expired = false;
+        int code = zynet::SecondsWait(handle, isSend, seconds).UntilReady(&expired);
+        if (code != 0)
+            return code;
+        if (expired)
         {
-            int code = 0;
-            WaitStep step = WaitOneSecond(handle, isSend, start, seconds, timedOut, &code);
-            if (step == WaitStep::GiveUp)
-                return 0;
-            if (step == WaitStep::Failed)
-                return code;
-            if (step == WaitStep::Ready)
-                break;
+            *timedOut = 1;
+            return 0;
         }
     }
     // The whole record's length is offered in both directions.
@@ -381,8 +323,8 @@ int ZYNET_select(int /*nfds*/, ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZY
     {
         if (timeout->tv_sec < 0 || timeout->tv_usec < 0)
         {
-            zyos::SetLastError(kInvalidArg);
-            return kInvalidArg;
+            zyos::SetLastError(zyerr::kInvalidArgument);
+            return zyerr::kInvalidArgument;
         }
         // Round microseconds up so that a short non-zero wait does not become
         // a busy poll; clamp very long waits.
@@ -397,8 +339,8 @@ int ZYNET_select(int /*nfds*/, ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZY
     // As with Winsock, a wait on no socket at all is an invalid request.
     if (listed == 0 || listed > static_cast<uint64_t>(INT_MAX))
     {
-        zyos::SetLastError(kInvalidArg);
-        return kInvalidArg;
+        zyos::SetLastError(zyerr::kInvalidArgument);
+        return zyerr::kInvalidArgument;
     }
     // The boundary rewrites the lists to their ready handles, or leaves them
     // as they were when it fails (10038 for a handle that is no socket).
@@ -509,7 +451,7 @@ int ZYNET_socketpair(ZYNET_SOCKET pair[2])
             {
                 rc = zyos::LastError();
                 if (rc == 0)
-                    rc = kNotSocket;
+                    rc = zyerr::kInvalidSocket;
             }
         }
         if (rc == 0)

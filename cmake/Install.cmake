@@ -9,12 +9,11 @@ install(TARGETS ZyNetwork EXPORT ZyNetworkTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
-# Public headers only: the OS boundary (Os*.h) and *Internal.h stay inside.
+# Public headers only: the top level of ZyNetwork/ and ZyUtils/. Internal
+# headers live in subfolders (Internal/, Posix/, Windows/), which a
+# non-recursive glob never reaches.
 file(GLOB ZYNET_PUBLIC_HEADERS ${CMAKE_SOURCE_DIR}/ZyNetwork/*.h)
-list(FILTER ZYNET_PUBLIC_HEADERS EXCLUDE REGEX "/Os[A-Za-z]*\\.h$")
-list(FILTER ZYNET_PUBLIC_HEADERS EXCLUDE REGEX "Internal\\.h$")
 file(GLOB ZYUTILS_PUBLIC_HEADERS ${CMAKE_SOURCE_DIR}/ZyUtils/*.h)
-list(FILTER ZYUTILS_PUBLIC_HEADERS EXCLUDE REGEX "Internal\\.h$")
 install(FILES ${ZYNET_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZyNetwork COMPONENT dev)
 install(FILES ${ZYUTILS_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZyUtils COMPONENT dev)
 

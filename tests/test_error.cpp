@@ -133,18 +133,3 @@ TEST(LogWriter, WritesOnlyThroughAnInstalledWriter)
     ASSERT_EQ(writer->lines.size(), 1u);
     EXPECT_EQ(writer->lines[0], "-1 CZyIPAddr::GetIFList Skipping disabled interface 'eth1'");
 }
-
-TEST(FXString, SplitKeepsEmptyPieces)
-{
-    std::vector<std::string> pieces;
-    FXString::Split("10.0.0.0/8/9", "/", pieces, 0);
-    ASSERT_EQ(pieces.size(), 3u);
-    EXPECT_EQ(pieces[1], "8");
-    FXString::Split("/8", "/", pieces, 0);
-    ASSERT_EQ(pieces.size(), 2u);
-    EXPECT_EQ(pieces[0], "");
-    FXString::Split("10.0.0.0", "/", pieces, 0);
-    EXPECT_EQ(pieces.size(), 1u);
-    EXPECT_EQ(FXString::TrimRight("00:1a:", ":"), "00:1a");
-    EXPECT_EQ(FXString::ToLower("LocalHost"), "localhost");
-}

@@ -145,3 +145,22 @@ INSTANTIATE_TEST_SUITE_P(Families, Exchange,
                                            Target{"IPv6", "::1", CZyIPAddr::IP_FAMILY_IPV6},
                                            Target{"Unix", "", CZyIPAddr::IP_FAMILY_UNSPEC}),
                          [](const ::testing::TestParamInfo<Target>& info) { return std::string(info.param.label); });
+
+// Copies of a started guard each give back their own start: after all of
+// them are gone, the test process's own start still holds (on Windows a
+// second clean-up of one start would leave sockets failing with 10093).
+TEST(CZySockInit, CopiesCleanUpOnlyTheirOwnStart)
+{
+    zytest::InitTestProcess();
+    {
+        CZySockInit first;
+        ASSERT_FALSE(first.Init().IsError());
+        CZySockInit copy(first);
+        CZySockInit assigned;
+        assigned = first;
+        assigned = copy;  // both started: nothing changes
+    }
+    ZYNET_SOCKET handle = ZYNET_INVALID_SOCKET;
+    EXPECT_EQ(ZYNET_socket(ZYNET_AF_INET, &handle), 0);
+    ZYNET_close(handle);
+}

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "ZyNetwork/ZyIFListInternal.h"
+#include "ZyNetwork/Internal/ZyIFListInternal.h"
 #include "ZyUtils/LogWriter.h"
 #include "ZyUtils/ZyTime.h"
 #include "support/NetNamespace.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/Internal/OsApi.h"
 #include "ZyNetwork/ZyIPAddr.h"
 #include "ZyNetwork/ZySocket.h"
 #include "support/NetNamespace.h"

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "ZyNetwork/OsIcmp.h"
+#include "ZyNetwork/Internal/OsIcmp.h"
 #include "ZyNetwork/ZyPing.h"
 #include "ZyUtils/ZyTime.h"
 #include "support/IcmpResponder.h"

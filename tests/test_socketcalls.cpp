@@ -32,14 +32,7 @@ const int kWouldBlock = 10035;
 
 ZYNET_SockAddr Loopback(int family)
 {
-    ZYNET_SockAddr addr;
-    memset(&addr, 0, sizeof(addr));
-    addr.family = static_cast<uint16_t>(family);
-    if (family == ZYNET_AF_INET)
-        addr.in4.addr[0] = 127, addr.in4.addr[3] = 1;
-    else
-        addr.in6.addr[15] = 1;
-    return addr;
+    return zytest::LoopbackRecord(family);
 }
 
 double SecondsSince(const CTimeStamp& start)

@@ -3,7 +3,7 @@
 // hardware address, its IPv4 and IPv6 entries give the unicast addresses
 // with their prefix lengths, and its flags give the state (up and running
 // is "up"). The size call and the fill call each take a fresh snapshot.
-#include "ZyNetwork/OsAdapters.h"
+#include "ZyNetwork/Internal/OsAdapters.h"
 
 #include <ifaddrs.h>
 #include <net/if.h>
@@ -17,7 +17,7 @@
 #include <map>
 #include <new>
 
-#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/Internal/OsApi.h"
 
 namespace zyos
 {

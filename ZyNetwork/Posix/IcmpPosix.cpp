@@ -3,50 +3,24 @@
 // the echo identifier itself, delivers only echo replies carrying that
 // identifier, and hands them over without their IP header; the reply's TTL
 // comes as an IP_TTL control message once IP_RECVTTL is on.
-#include "ZyNetwork/OsIcmp.h"
-
-#include <errno.h>
-#include <limits.h>
-#include <netinet/in.h>
 #include <string.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include "ZyNetwork/OsApi.h"
-#include "ZyNetwork/ZySockAddr.h"
+#include "ZyNetwork/Internal/OsIcmp.h"
+#include "ZyNetwork/Posix/PosixSupport.h"
 
 namespace zyos
 {
-namespace
-{
-const int kEFAULT = 10014;
-const int kEAFNOSUPPORT = 10047;
-
-int FailWith(int code)
-{
-    SetLastError(code);
-    return code;
-}
-
-int FailErrno()
-{
-    return FailWith(TranslateErrno(errno));
-}
-
-int Fd(ZYNET_SOCKET handle)
-{
-    return handle > static_cast<ZYNET_SOCKET>(INT_MAX) ? -1 : static_cast<int>(handle);
-}
-}  // namespace
+using namespace posix;
 
 int OpenIcmpDatagramSocket(int family, ZYNET_SOCKET* out, uint16_t* wireIdentifier)
 {
     if (out == nullptr || wireIdentifier == nullptr)
-        return FailWith(kEFAULT);
+        return Fail(zyerr::kFault);
     *out = ZYNET_INVALID_SOCKET;
     *wireIdentifier = 0;
     if (family != ZYNET_AF_INET)
-        return FailWith(kEAFNOSUPPORT);
+        return Fail(zyerr::kAfNotSupported);
 
     int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_ICMP);
     if (fd < 0)
@@ -68,7 +42,7 @@ int OpenIcmpDatagramSocket(int family, ZYNET_SOCKET* out, uint16_t* wireIdentifi
     {
         int code = TranslateErrno(errno);
         ::close(fd);
-        return FailWith(code);
+        return Fail(code);
     }
     // The port field holds the identifier in network order, exactly as the
     // kernel writes it into the echo header.
@@ -80,7 +54,7 @@ int OpenIcmpDatagramSocket(int family, ZYNET_SOCKET* out, uint16_t* wireIdentifi
 int RecvIcmpDatagram(ZYNET_SOCKET handle, void* buffer, int length, int* received, int* ttl)
 {
     if (received == nullptr || ttl == nullptr || length < 0 || (buffer == nullptr && length > 0))
-        return FailWith(kEFAULT);
+        return Fail(zyerr::kFault);
     *received = 0;
     *ttl = -1;
 

@@ -1,7 +1,7 @@
 // The adapter table on Windows, read with IP Helper's GetAdaptersAddresses:
 // the first call (no buffer, size 0) asks for the space, the second fills a
 // zeroed buffer of that size. Results are IP Helper's own codes.
-#include "ZyNetwork/OsAdapters.h"
+#include "ZyNetwork/Internal/OsAdapters.h"
 
 #include <winsock2.h>
 #include <ws2tcpip.h>

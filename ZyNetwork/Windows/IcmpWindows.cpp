@@ -2,25 +2,21 @@
 // ICMP socket (administrator rights). The datagram-socket calls of the ping
 // client therefore report "socket type not supported" here, and the client
 // passes the raw socket's refusal on to its caller.
-#include "ZyNetwork/OsIcmp.h"
+#include "ZyNetwork/Internal/OsIcmp.h"
 
-#include "ZyNetwork/OsApi.h"
+#include "ZyNetwork/Internal/OsApi.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 namespace zyos
 {
-namespace
-{
-const int kESOCKTNOSUPPORT = 10044;
-}
-
 int OpenIcmpDatagramSocket(int /*family*/, ZYNET_SOCKET* out, uint16_t* wireIdentifier)
 {
     if (out != nullptr)
         *out = ZYNET_INVALID_SOCKET;
     if (wireIdentifier != nullptr)
         *wireIdentifier = 0;
-    SetLastError(kESOCKTNOSUPPORT);
-    return kESOCKTNOSUPPORT;
+    SetLastError(zyerr::kSocketTypeNotSupported);
+    return zyerr::kSocketTypeNotSupported;
 }
 
 int RecvIcmpDatagram(ZYNET_SOCKET /*handle*/, void* /*buffer*/, int /*length*/, int* received, int* ttl)
@@ -29,7 +25,7 @@ int RecvIcmpDatagram(ZYNET_SOCKET /*handle*/, void* /*buffer*/, int /*length*/, 
         *received = 0;
     if (ttl != nullptr)
         *ttl = -1;
-    SetLastError(kESOCKTNOSUPPORT);
-    return kESOCKTNOSUPPORT;
+    SetLastError(zyerr::kSocketTypeNotSupported);
+    return zyerr::kSocketTypeNotSupported;
 }
 }  // namespace zyos

@@ -1,5 +1,10 @@
-// Run-time binding of the Windows resolver and its IPv4-only substitutes.
+// The Windows half of the OS boundary: the resolver. The run-time binding
+// of getaddrinfo, getnameinfo and freeaddrinfo with their IPv4-only
+// substitutes, and the look-ups of the boundary made through them (the
+// portable flag and family values are Winsock's).
 #include "ZyNetwork/Windows/ResolverWindows.h"
+
+#include "ZyNetwork/Windows/WindowsSupport.h"
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -296,4 +301,122 @@ int WSAAPI SubstituteGetNameInfo(const struct sockaddr* addr, socklen_t addrLeng
     return 0;
 }
 }  // namespace win
+
+// ---- look-ups ----------------------------------------------------------------
+
+using namespace win;
+
+// Asks the bound resolver for `name` with the given hints (the portable
+// flag and family values are Winsock's). On success *list holds the answer
+// (the caller frees it); on failure nothing is left to free and the code is
+// returned and stored.
+static int ResolveList(const win::ResolverEntryPoints& resolver, const char* name, int flags, int family,
+                       int socktype, int protocol, addrinfo** list)
+{
+    addrinfo hints;
+    memset(&hints, 0, sizeof(hints));
+    hints.ai_flags = flags;
+    hints.ai_family = family;
+    hints.ai_socktype = socktype;
+    hints.ai_protocol = protocol;
+    *list = nullptr;
+    int rc = NormaliseResolverCode(resolver.getAddrInfo(name, nullptr, &hints, list));
+    if (rc != 0)
+    {
+        if (*list != nullptr)
+            resolver.freeAddrInfo(*list);
+        *list = nullptr;
+        return Fail(rc);
+    }
+    return 0;
+}
+
+int GetAddrInfo(const char* name, int flags, int family, int socktype, int protocol,
+                std::vector<ZYNET_SockAddr>* out, int* otherFamilies)
+{
+    if (otherFamilies != nullptr)
+        *otherFamilies = 0;
+    if (IsReservedInvalidName(name))
+        return Fail(WSAHOST_NOT_FOUND);
+    const win::ResolverEntryPoints& resolver = win::Resolver();
+    addrinfo* list = nullptr;
+    int rc = ResolveList(resolver, name, flags, family, socktype, protocol, &list);
+    if (rc != 0)
+        return rc;
+    common::AppendRecords(list, AF_INET, AF_INET6, out, otherFamilies);
+    if (list != nullptr)
+        resolver.freeAddrInfo(list);
+    WSASetLastError(0);
+    return 0;
+}
+
+int GetFirstAddrInfo(const char* name, int flags, int family, int socktype, int protocol, ZYNET_SockAddr* out,
+                     bool* found)
+{
+    *found = false;
+    // A numeric-only look-up never asks a name server, and the resolver
+    // answers 11001 for any other text, reserved names included.
+    if ((flags & AI_FLAG_NUMERICHOST) == 0 && IsReservedInvalidName(name))
+        return Fail(WSAHOST_NOT_FOUND);
+    const win::ResolverEntryPoints& resolver = win::Resolver();
+    addrinfo* list = nullptr;
+    int rc = ResolveList(resolver, name, flags, family, socktype, protocol, &list);
+    if (rc != 0)
+        return rc;
+    *found = common::CopyFirstRecord(list, AF_INET, AF_INET6, out);
+    if (list != nullptr)
+        resolver.freeAddrInfo(list);
+    WSASetLastError(0);
+    return 0;
+}
+
+int GetNameInfo(const ZYNET_SockAddr* addr, int length, char* host, int hostLength, int flags)
+{
+    if (host == nullptr || hostLength < 0)
+        return Fail(WSAEFAULT);
+    sockaddr_storage os;
+    int osLength = 0;
+    if (!ToOs(addr, length, &os, &osLength))
+        return Fail(WSAEFAULT);
+    int rc = win::Resolver().getNameInfo(reinterpret_cast<const sockaddr*>(&os), osLength, host,
+                                         static_cast<DWORD>(hostLength), nullptr, 0, flags);
+    rc = NormaliseResolverCode(rc);
+    WSASetLastError(rc);
+    return rc;
+}
+
+int GetHostName(char* buffer, int length)
+{
+    if (buffer == nullptr || length <= 0)
+        return Fail(WSAEFAULT);
+    if (::gethostname(buffer, length) != 0)
+        return FailLast();
+    return 0;
+}
+
+int GetServByName(const char* service, const char* protocol, struct servent** out)
+{
+    if (out == nullptr || service == nullptr)
+        return Fail(WSAEFAULT);
+    *out = ::getservbyname(service, protocol);
+    if (*out == nullptr)
+    {
+        int code = WSAGetLastError();
+        return Fail(code != 0 ? code : WSANO_DATA);
+    }
+    return 0;
+}
+
+int GetServByPort(int port, const char* protocol, struct servent** out)
+{
+    if (out == nullptr)
+        return Fail(WSAEFAULT);
+    *out = ::getservbyport(port, protocol);
+    if (*out == nullptr)
+    {
+        int code = WSAGetLastError();
+        return Fail(code != 0 ? code : WSANO_DATA);
+    }
+    return 0;
+}
 }  // namespace zyos

@@ -31,7 +31,7 @@ contents "$dev" | grep -q 'include/ZyNetwork/ZySocket\.h$' || fail "dev lacks he
 contents "$dev" | grep -q 'cmake/ZyNetwork/ZyNetworkConfig\.cmake$' || fail "dev lacks the CMake package"
 contents "$dev" | grep -q 'pkgconfig/zynetwork\.pc$' || fail "dev lacks the pkg-config file"
 contents "$dev" | grep -q 'libZyNetwork\.so$' || fail "dev lacks the link library"
-contents "$dev" | grep -q 'Os[A-Za-z]*\.h$' && fail "dev carries OS-boundary headers"
+contents "$dev" | grep -Eq '/(Internal|Posix|Windows)/|Os[A-Za-z]*\.h$' && fail "dev carries internal headers"
 contents "$tool" | grep -q 'bin/zynet$' || fail "tool package lacks zynet"
 dpkg-deb -f "$tool" Depends | grep -q 'libzynetwork1 (= ' || fail "tool does not depend on the library"
 dpkg-deb -f "$dev" Depends | grep -q 'libzynetwork1 (= ' || fail "dev does not depend on the library"

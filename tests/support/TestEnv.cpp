@@ -1,5 +1,7 @@
 #include "support/TestEnv.h"
 
+#include <string.h>
+
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -47,5 +49,17 @@ std::string TempSocketPath(const char* tag)
     snprintf(path, sizeof(path), "/tmp/zynet-%s-%lu-%d.sock", tag, FXProcess::getProcessId(), counter++);
     std::remove(path);
     return path;
+}
+
+ZYNET_SockAddr LoopbackRecord(int family)
+{
+    ZYNET_SockAddr addr;
+    memset(&addr, 0, sizeof(addr));
+    addr.family = static_cast<uint16_t>(family);
+    if (family == ZYNET_AF_INET)
+        addr.in4.addr[0] = 127, addr.in4.addr[3] = 1;
+    else
+        addr.in6.addr[15] = 1;
+    return addr;
 }
 }  // namespace zytest

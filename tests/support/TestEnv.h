@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "ZyNetwork/ZySockAddr.h"
+
 namespace zytest
 {
 // Starts the socket library for the whole test process.
@@ -13,4 +15,7 @@ bool IsWindowsTarget();
 bool IsRoot();
 // A fresh path for a Unix-domain socket, unique per call.
 std::string TempSocketPath(const char* tag);
+// The loopback address of `family` (127.0.0.1 or ::1), port 0, in a zeroed
+// record.
+ZYNET_SockAddr LoopbackRecord(int family);
 }  // namespace zytest

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Platform.h"
 #include "Tool.h"
 #include "ZyNetwork/ZyIPAddr.h"
 #include "ZyNetwork/ZySockAddr.h"
@@ -182,16 +183,10 @@ StepResult TcpEchoIPv6()
 
 std::string TempSocketPath()
 {
-    const char* dir = std::getenv("TMPDIR");
-#if defined(_WIN32)
-    if (!dir || !*dir)
-        dir = std::getenv("TEMP");
-    const char separator = '\\';
-#else
-    const char separator = '/';
-#endif
-    std::string base = (dir && *dir) ? dir : "/tmp";
-    std::string path = FXString::Format("%s%czynet-tour-%lu.sock", base.c_str(), separator,
+    std::string base = TempDirectory();
+    if (base.empty())
+        base = "/tmp";
+    std::string path = FXString::Format("%s%czynet-tour-%lu.sock", base.c_str(), PathSeparator(),
                                         FXProcess::getProcessId());
     if (path.size() > ZYNET_MAX_UNIX_PATH)
         path = FXString::Format("/tmp/zynet-tour-%lu.sock", FXProcess::getProcessId());

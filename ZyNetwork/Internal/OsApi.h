@@ -1,7 +1,15 @@
-// The OS boundary: every platform socket, resolver and adapter call of the
-// library goes through these functions. ZyNetwork/Posix/ and
-// ZyNetwork/Windows/ each implement all of them; portable code includes only
-// this header.
+// The OS boundary: every platform socket, wait, resolver and system call of
+// the library goes through these functions (adapters: OsAdapters.h; ICMP
+// datagram sockets: OsIcmp.h). ZyNetwork/Posix/ and ZyNetwork/Windows/ each
+// implement all of them, one file per topic:
+//   errors and families   ErrorsPosix.cpp    ErrorsWindows.cpp
+//   start-up, sockets     SocketsPosix.cpp   SocketsWindows.cpp
+//   waiting               WaitPosix.cpp      WaitWindows.cpp
+//   resolver              ResolverPosix.cpp  ResolverWindows.cpp
+//   debugging, version    SystemPosix.cpp    SystemWindows.cpp
+// What both halves do alike (argument checks, record copies, the walks over
+// resolver answers) is written once in OsCommon.h. Portable code includes
+// only this header.
 //
 // Conventions:
 // - Families are the portable numbers (0, 1, 2, 23); address records are

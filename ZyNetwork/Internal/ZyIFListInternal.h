@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "ZyNetwork/OsAdapters.h"
+#include "ZyNetwork/Internal/OsAdapters.h"
 #include "ZyNetwork/ZyIPAddr.h"
 
 namespace zyiflist
