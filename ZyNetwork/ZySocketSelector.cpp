@@ -1,20 +1,109 @@
 // CZySocketSelector: registered sockets are kept twice per category, as an
 // ordered set of socket objects (what callers get back) and as a master
-// descriptor set (what the wait sees). Each Select copies the masters into
-// working sets, which the wait rewrites to the ready handles.
+// descriptor set (what the list wait sees). Each Select copies the masters
+// into working sets, which the wait rewrites to the ready handles.
+//
+// Where the platform offers a kernel event set (epoll on Linux, through
+// ZyNetwork/Internal/OsEventSet.h), a third copy of the registration lives
+// in the kernel: every registration change is passed on, and Select asks
+// the set, which writes the ready handles straight into the working sets.
+// The list wait remains the reference: Select takes it whenever the event
+// set is not known to be in step with the registration (no set on this
+// platform, a descriptor the set refuses, a registered socket found
+// closed), and when the previous wait found most registered sockets ready,
+// where one poll() over all of them is cheaper than epoll's work per ready
+// socket. See docs/PLATFORMS.md, "Selector and epoll".
 #include "ZyNetwork/ZySocketSelector.h"
+
+#include <limits.h>
 
 #include <algorithm>
 #include <vector>
 
+#include "ZyNetwork/Internal/CloseJournal.h"
+#include "ZyNetwork/Internal/OsEventSet.h"
+
 static const char kZyFile[] = "ZyNetwork/ZySocketSelector";
 
-CZySocketSelector::CZySocketSelector() : m_highest(0), m_changed(false)
+struct CZySocketSelector::Mirror
+{
+    enum State
+    {
+        kRebuild,   // no set, or one that must be made again before use
+        kInStep,    // the set holds exactly the registered sockets
+        kOutOfStep  // the set could not follow; the list wait is used until the registration changes
+    };
+
+    zyos::EventSet* set = nullptr;
+    State state = kRebuild;
+    uint64_t journalSeen = 0;  // closes of the journal already looked at
+    size_t lastReady = 0;      // handles the previous wait kept, over the three sets
+    std::vector<ZYNET_SOCKET> closed;
+
+    ~Mirror() { Drop(); }
+    void Drop()
+    {
+        zyos::EventSetDestroy(set);
+        set = nullptr;
+        state = kRebuild;
+    }
+    // A registration change while the set is not in step: build it afresh
+    // at the next Select.
+    void Changed()
+    {
+        if (state != kInStep)
+            Drop();
+    }
+};
+
+CZySocketSelector::CZySocketSelector() : m_highest(0), m_changed(false), m_mirror(new Mirror())
 {
     ClearAll();
 }
 
-CZyError CZySocketSelector::SetSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket)
+CZySocketSelector::CZySocketSelector(const CZySocketSelector& other)
+    : m_readSockets(other.m_readSockets),
+      m_writeSockets(other.m_writeSockets),
+      m_exceptionSockets(other.m_exceptionSockets),
+      m_readWorking(other.m_readWorking),
+      m_writeWorking(other.m_writeWorking),
+      m_exceptionWorking(other.m_exceptionWorking),
+      m_readMaster(other.m_readMaster),
+      m_writeMaster(other.m_writeMaster),
+      m_exceptionMaster(other.m_exceptionMaster),
+      m_highest(other.m_highest),
+      m_changed(other.m_changed),
+      m_mirror(new Mirror())
+{
+    m_mirror->lastReady = other.m_mirror->lastReady;
+}
+
+CZySocketSelector& CZySocketSelector::operator=(const CZySocketSelector& other)
+{
+    if (this == &other)
+        return *this;
+    m_readSockets = other.m_readSockets;
+    m_writeSockets = other.m_writeSockets;
+    m_exceptionSockets = other.m_exceptionSockets;
+    m_readWorking = other.m_readWorking;
+    m_writeWorking = other.m_writeWorking;
+    m_exceptionWorking = other.m_exceptionWorking;
+    m_readMaster = other.m_readMaster;
+    m_writeMaster = other.m_writeMaster;
+    m_exceptionMaster = other.m_exceptionMaster;
+    m_highest = other.m_highest;
+    m_changed = other.m_changed;
+    m_mirror->Drop();
+    m_mirror->lastReady = other.m_mirror->lastReady;
+    return *this;
+}
+
+CZySocketSelector::~CZySocketSelector()
+{
+    delete m_mirror;
+}
+
+CZyError CZySocketSelector::SetSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket, unsigned interest)
 {
     if (!socket.IsValid())
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocketSelector::SetSocket"), 10038, "Invalid socket");
@@ -25,10 +114,19 @@ CZyError CZySocketSelector::SetSocket(SocketSet& sockets, ZyFdset& master, const
     sockets.insert(socket);
     if (handle > m_highest)
         m_highest = handle;
+    // Also when the handle was registered already: the set then checks that
+    // it still watches the descriptor now open under that number.
+    if (m_mirror->state == Mirror::kInStep)
+    {
+        if (zyos::EventSetAdd(m_mirror->set, handle, interest) != zyos::EVENTSET_OK)
+            m_mirror->state = Mirror::kOutOfStep;
+    }
+    else
+        m_mirror->Changed();
     return CZyError::Success();
 }
 
-void CZySocketSelector::ClearSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket)
+void CZySocketSelector::ClearSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket, unsigned interest)
 {
     // An object without a handle was never registered; it must not reach the
     // set's lookup either, since it does not order against valid sockets.
@@ -36,66 +134,79 @@ void CZySocketSelector::ClearSocket(SocketSet& sockets, ZyFdset& master, const C
     {
         sockets.erase(socket);
         master.clr(socket.GetSocketDescriptor());
+        if (m_mirror->state == Mirror::kInStep)
+            zyos::EventSetRemove(m_mirror->set, socket.GetSocketDescriptor(), interest);
+        else
+            m_mirror->Changed();
     }
+    m_changed = false;
+}
+
+void CZySocketSelector::ClearCategory(SocketSet& sockets, ZyFdset& master, ZyFdset& working, unsigned interest)
+{
+    if (m_mirror->state == Mirror::kInStep)
+    {
+        for (const CZySocket& socket : sockets)
+            zyos::EventSetRemove(m_mirror->set, socket.GetSocketDescriptor(), interest);
+    }
+    else if (!sockets.empty())
+        m_mirror->Changed();
+    master.zero();
+    working.zero();
+    sockets.clear();
     m_changed = false;
 }
 
 void CZySocketSelector::SetReadSocket(const CZySocket& socket)
 {
-    SetSocket(m_readSockets, m_readMaster, socket);
+    SetSocket(m_readSockets, m_readMaster, socket, zyos::EVENT_READ);
 }
 
 void CZySocketSelector::SetWriteSocket(const CZySocket& socket)
 {
-    SetSocket(m_writeSockets, m_writeMaster, socket);
+    SetSocket(m_writeSockets, m_writeMaster, socket, zyos::EVENT_WRITE);
 }
 
 void CZySocketSelector::SetExceptionSocket(const CZySocket& socket)
 {
-    SetSocket(m_exceptionSockets, m_exceptionMaster, socket);
+    SetSocket(m_exceptionSockets, m_exceptionMaster, socket, zyos::EVENT_EXCEPT);
 }
 
 void CZySocketSelector::ClearReadSocket(const CZySocket& socket)
 {
-    ClearSocket(m_readSockets, m_readMaster, socket);
+    ClearSocket(m_readSockets, m_readMaster, socket, zyos::EVENT_READ);
 }
 
 void CZySocketSelector::ClearWriteSocket(const CZySocket& socket)
 {
-    ClearSocket(m_writeSockets, m_writeMaster, socket);
+    ClearSocket(m_writeSockets, m_writeMaster, socket, zyos::EVENT_WRITE);
 }
 
 void CZySocketSelector::ClearExceptionSocket(const CZySocket& socket)
 {
-    ClearSocket(m_exceptionSockets, m_exceptionMaster, socket);
+    ClearSocket(m_exceptionSockets, m_exceptionMaster, socket, zyos::EVENT_EXCEPT);
 }
 
 void CZySocketSelector::ClearAllReadSockets()
 {
-    m_readMaster.zero();
-    m_readWorking.zero();
-    m_readSockets.clear();
-    m_changed = false;
+    ClearCategory(m_readSockets, m_readMaster, m_readWorking, zyos::EVENT_READ);
 }
 
 void CZySocketSelector::ClearAllWriteSockets()
 {
-    m_writeMaster.zero();
-    m_writeWorking.zero();
-    m_writeSockets.clear();
-    m_changed = false;
+    ClearCategory(m_writeSockets, m_writeMaster, m_writeWorking, zyos::EVENT_WRITE);
 }
 
 void CZySocketSelector::ClearAllExceptionSockets()
 {
-    m_exceptionMaster.zero();
-    m_exceptionWorking.zero();
-    m_exceptionSockets.clear();
-    m_changed = false;
+    ClearCategory(m_exceptionSockets, m_exceptionMaster, m_exceptionWorking, zyos::EVENT_EXCEPT);
 }
 
 void CZySocketSelector::ClearAll()
 {
+    // Nothing stays registered: the event set is made afresh when needed.
+    m_mirror->Drop();
+    m_mirror->lastReady = 0;
     ClearAllReadSockets();
     ClearAllWriteSockets();
     ClearAllExceptionSockets();
@@ -103,8 +214,130 @@ void CZySocketSelector::ClearAll()
     m_changed = true;
 }
 
+// Whether this wait can ask the event set: builds it when the registration
+// changed while it was not in step. The list wait stays in charge when the
+// previous wait found more than half of the registered entries ready.
+bool CZySocketSelector::MirrorReady()
+{
+    const size_t registered = m_readSockets.size() + m_writeSockets.size() + m_exceptionSockets.size();
+    if (registered == 0 || m_mirror->lastReady * 2 > registered)
+        return false;
+    Mirror& mirror = *m_mirror;
+    if (mirror.state == Mirror::kRebuild)
+    {
+        mirror.Drop();
+        mirror.set = zyos::EventSetCreate();
+        if (mirror.set == nullptr)
+        {
+            mirror.state = Mirror::kOutOfStep;
+            return false;
+        }
+        mirror.journalSeen = zyjournal::Generation();
+        mirror.state = Mirror::kInStep;
+        const SocketSet* sets[3] = {&m_readSockets, &m_writeSockets, &m_exceptionSockets};
+        for (int k = 0; k < 3 && mirror.state == Mirror::kInStep; ++k)
+        {
+            for (const CZySocket& socket : *sets[k])
+            {
+                if (zyos::EventSetAdd(mirror.set, socket.GetSocketDescriptor(), 1u << k) != zyos::EVENTSET_OK)
+                {
+                    mirror.state = Mirror::kOutOfStep;
+                    break;
+                }
+            }
+        }
+    }
+    return mirror.state == Mirror::kInStep;
+}
+
+// The wait through the event set. Anything but EVENTSET_OK leaves the
+// working sets untouched and the set out of step, so that the caller makes
+// the list wait instead, which reports what the set could not (10038 for a
+// registered socket that was closed).
+int CZySocketSelector::WaitOnMirror(int timeoutMs, int* ready)
+{
+    Mirror& mirror = *m_mirror;
+    // Sockets closed through the library since the last look: those still
+    // registered are checked (a closed one fails; a reused number is
+    // watched anew). Too many to tell apart: check every registered one.
+    const uint64_t generation = zyjournal::Generation();
+    if (generation != mirror.journalSeen)
+    {
+        int rc = zyos::EVENTSET_OK;
+        mirror.closed.clear();
+        if (zyjournal::ClosedSince(mirror.journalSeen, generation, mirror.closed))
+        {
+            for (ZYNET_SOCKET handle : mirror.closed)
+            {
+                rc = zyos::EventSetCheck(mirror.set, handle);
+                if (rc != zyos::EVENTSET_OK)
+                    break;
+            }
+        }
+        else
+            rc = zyos::EventSetCheckAll(mirror.set, nullptr);
+        if (rc != zyos::EVENTSET_OK)
+        {
+            mirror.state = Mirror::kOutOfStep;
+            return rc;
+        }
+        mirror.journalSeen = generation;
+    }
+
+    // Each working set gets room for every handle registered in its
+    // category (a copy of the master grows it, once).
+    ZyFdset* masters[3] = {&m_readMaster, &m_writeMaster, &m_exceptionMaster};
+    ZyFdset* working[3] = {&m_readWorking, &m_writeWorking, &m_exceptionWorking};
+    uint32_t capacity[3];
+    for (int k = 0; k < 3; ++k)
+    {
+        if (working[k]->capacity() < masters[k]->count())
+            *working[k] = *masters[k];
+        working[k]->get_fdsetp();  // allocates an unused set
+        capacity[k] = working[k]->capacity();
+    }
+
+    int rc = zyos::EventSetWait(mirror.set, 0, m_readWorking.get_fdsetp(), m_writeWorking.get_fdsetp(),
+                                m_exceptionWorking.get_fdsetp(), capacity, ready);
+    if (rc == zyos::EVENTSET_OK && *ready == 0)
+    {
+        // Nothing ready: before reporting that, or blocking, make sure no
+        // registered socket was closed behind the selector's back (the
+        // kernel forgets a closed descriptor silently).
+        rc = zyos::EventSetCheckAll(mirror.set, nullptr);
+        if (rc == zyos::EVENTSET_OK && timeoutMs != 0)
+            rc = zyos::EventSetWait(mirror.set, timeoutMs, m_readWorking.get_fdsetp(), m_writeWorking.get_fdsetp(),
+                                    m_exceptionWorking.get_fdsetp(), capacity, ready);
+    }
+    if (rc != zyos::EVENTSET_OK)
+        mirror.state = Mirror::kOutOfStep;
+    return rc;
+}
+
 CZyError CZySocketSelector::Select(const struct timeval* limit, bool* timedOut)
 {
+    // The event set serves a wait with a valid limit (converted as the list
+    // wait converts it); everything else goes to the list wait, which
+    // reports it as before.
+    if (limit == nullptr || (limit->tv_sec >= 0 && limit->tv_usec >= 0))
+    {
+        int timeoutMs = -1;
+        if (limit != nullptr)
+        {
+            long long ms = static_cast<long long>(limit->tv_sec) * 1000;
+            ms += (static_cast<long long>(limit->tv_usec) + 999) / 1000;
+            timeoutMs = ms > INT_MAX ? INT_MAX : static_cast<int>(ms);
+        }
+        int ready = 0;
+        if (MirrorReady() && WaitOnMirror(timeoutMs, &ready) == zyos::EVENTSET_OK)
+        {
+            m_mirror->lastReady = static_cast<size_t>(ready);
+            if (timedOut)
+                *timedOut = (ready == 0);
+            return CZyError::Success();
+        }
+    }
+
     m_readWorking = m_readMaster;
     m_writeWorking = m_writeMaster;
     m_exceptionWorking = m_exceptionMaster;
@@ -114,6 +347,7 @@ CZyError CZySocketSelector::Select(const struct timeval* limit, bool* timedOut)
                             m_exceptionWorking.get_fdsetp(), limit, &ready);
     if (code == 0)
     {
+        m_mirror->lastReady = static_cast<size_t>(ready);
         if (timedOut)
             *timedOut = (ready == 0);
         return CZyError::Success();

@@ -10,15 +10,20 @@
 // Sockets stay registered until cleared; each Select waits on all of them
 // again. The getters return copies of the registered objects that the last
 // Select found ready, in handle order. Registering an object without a
-// socket does nothing.
+// socket does nothing. Where the platform has a kernel event set (epoll on
+// Linux) the selector keeps one in step with its registered sockets, so that
+// a wait costs in proportion to the ready sockets; see docs/PLATFORMS.md.
 class ZYNET_API CZySocketSelector
 {
 public:
     typedef std::set<CZySocket> SocketSet;
 
     CZySocketSelector();
-    CZySocketSelector(const CZySocketSelector& other) = default;
-    CZySocketSelector& operator=(const CZySocketSelector& other) = default;
+    // A copy has the same registrations and results; it builds its own
+    // kernel event set at its first Select.
+    CZySocketSelector(const CZySocketSelector& other);
+    CZySocketSelector& operator=(const CZySocketSelector& other);
+    ~CZySocketSelector();
 
     void SetReadSocket(const CZySocket& socket);
     void SetWriteSocket(const CZySocket& socket);
@@ -40,9 +45,14 @@ public:
     SocketSet GetExceptionSelected();
 
 private:
-    CZyError SetSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket);
-    void ClearSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket);
+    struct Mirror;  // the kernel event set and its state (ZySocketSelector.cpp)
+
+    CZyError SetSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket, unsigned interest);
+    void ClearSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket, unsigned interest);
+    void ClearCategory(SocketSet& sockets, ZyFdset& master, ZyFdset& working, unsigned interest);
     SocketSet Selected(const SocketSet& sockets, ZyFdset& working);
+    bool MirrorReady();
+    int WaitOnMirror(int timeoutMs, int* ready);
 
     SocketSet m_readSockets;
     SocketSet m_writeSockets;
@@ -55,4 +65,5 @@ private:
     ZyFdset m_exceptionMaster;
     ZYNET_SOCKET m_highest;
     bool m_changed;
+    Mirror* m_mirror;
 };
