@@ -34,8 +34,15 @@ struct CZySocketSelector::Mirror
         kOutOfStep  // the set could not follow; the list wait is used until the registration changes
     };
 
+    // Handles below this are indexed.
+    static const ZYNET_SOCKET kIndexed = 1u << 16;
+
     zyos::EventSet* set = nullptr;
     State state = kRebuild;
+    // The registered object of each handle below kIndexed, per category:
+    // pointers into the ordered sets (whose nodes never move), so that the
+    // getters find a ready handle's object without a walk down the tree.
+    std::vector<const CZySocket*> index[3];
     uint64_t journalSeen = 0;  // closes of the journal already looked at
     size_t lastReady = 0;      // handles the previous wait kept, over the three sets
     std::vector<ZYNET_SOCKET> closed;
@@ -53,6 +60,33 @@ struct CZySocketSelector::Mirror
     {
         if (state != kInStep)
             Drop();
+    }
+    void Index(int category, ZYNET_SOCKET handle, const CZySocket* socket)
+    {
+        if (handle >= kIndexed)
+            return;
+        std::vector<const CZySocket*>& slots = index[category];
+        if (handle >= slots.size())
+        {
+            if (socket == nullptr)
+                return;
+            slots.resize(std::max<size_t>(size_t(handle) + 1, slots.size() * 2), nullptr);
+        }
+        slots[handle] = socket;
+    }
+    const CZySocket* Find(int category, ZYNET_SOCKET handle) const
+    {
+        const std::vector<const CZySocket*>& slots = index[category];
+        return handle < slots.size() ? slots[handle] : nullptr;
+    }
+    void Reindex(const SocketSet* sets[3])
+    {
+        for (int k = 0; k < 3; ++k)
+        {
+            index[k].clear();
+            for (const CZySocket& socket : *sets[k])
+                Index(k, socket.GetSocketDescriptor(), &socket);
+        }
     }
 };
 
@@ -76,6 +110,8 @@ CZySocketSelector::CZySocketSelector(const CZySocketSelector& other)
       m_mirror(new Mirror())
 {
     m_mirror->lastReady = other.m_mirror->lastReady;
+    const SocketSet* sets[3] = {&m_readSockets, &m_writeSockets, &m_exceptionSockets};
+    m_mirror->Reindex(sets);
 }
 
 CZySocketSelector& CZySocketSelector::operator=(const CZySocketSelector& other)
@@ -95,6 +131,8 @@ CZySocketSelector& CZySocketSelector::operator=(const CZySocketSelector& other)
     m_changed = other.m_changed;
     m_mirror->Drop();
     m_mirror->lastReady = other.m_mirror->lastReady;
+    const SocketSet* sets[3] = {&m_readSockets, &m_writeSockets, &m_exceptionSockets};
+    m_mirror->Reindex(sets);
     return *this;
 }
 
@@ -103,7 +141,7 @@ CZySocketSelector::~CZySocketSelector()
     delete m_mirror;
 }
 
-CZyError CZySocketSelector::SetSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket, unsigned interest)
+CZyError CZySocketSelector::SetSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket, int category)
 {
     if (!socket.IsValid())
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocketSelector::SetSocket"), 10038, "Invalid socket");
@@ -111,14 +149,15 @@ CZyError CZySocketSelector::SetSocket(SocketSet& sockets, ZyFdset& master, const
     CZyError err = master.set(handle);
     if (err.IsError())
         return err.Push(ZY_LOC("CZySocketSelector::SetSocket"));
-    sockets.insert(socket);
+    const CZySocket& registered = *sockets.insert(socket).first;
+    m_mirror->Index(category, handle, &registered);
     if (handle > m_highest)
         m_highest = handle;
     // Also when the handle was registered already: the set then checks that
     // it still watches the descriptor now open under that number.
     if (m_mirror->state == Mirror::kInStep)
     {
-        if (zyos::EventSetAdd(m_mirror->set, handle, interest) != zyos::EVENTSET_OK)
+        if (zyos::EventSetAdd(m_mirror->set, handle, 1u << category) != zyos::EVENTSET_OK)
             m_mirror->state = Mirror::kOutOfStep;
     }
     else
@@ -126,7 +165,7 @@ CZyError CZySocketSelector::SetSocket(SocketSet& sockets, ZyFdset& master, const
     return CZyError::Success();
 }
 
-void CZySocketSelector::ClearSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket, unsigned interest)
+void CZySocketSelector::ClearSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket, int category)
 {
     // An object without a handle was never registered; it must not reach the
     // set's lookup either, since it does not order against valid sockets.
@@ -134,23 +173,25 @@ void CZySocketSelector::ClearSocket(SocketSet& sockets, ZyFdset& master, const C
     {
         sockets.erase(socket);
         master.clr(socket.GetSocketDescriptor());
+        m_mirror->Index(category, socket.GetSocketDescriptor(), nullptr);
         if (m_mirror->state == Mirror::kInStep)
-            zyos::EventSetRemove(m_mirror->set, socket.GetSocketDescriptor(), interest);
+            zyos::EventSetRemove(m_mirror->set, socket.GetSocketDescriptor(), 1u << category);
         else
             m_mirror->Changed();
     }
     m_changed = false;
 }
 
-void CZySocketSelector::ClearCategory(SocketSet& sockets, ZyFdset& master, ZyFdset& working, unsigned interest)
+void CZySocketSelector::ClearCategory(SocketSet& sockets, ZyFdset& master, ZyFdset& working, int category)
 {
     if (m_mirror->state == Mirror::kInStep)
     {
         for (const CZySocket& socket : sockets)
-            zyos::EventSetRemove(m_mirror->set, socket.GetSocketDescriptor(), interest);
+            zyos::EventSetRemove(m_mirror->set, socket.GetSocketDescriptor(), 1u << category);
     }
     else if (!sockets.empty())
         m_mirror->Changed();
+    m_mirror->index[category].clear();
     master.zero();
     working.zero();
     sockets.clear();
@@ -159,47 +200,47 @@ void CZySocketSelector::ClearCategory(SocketSet& sockets, ZyFdset& master, ZyFds
 
 void CZySocketSelector::SetReadSocket(const CZySocket& socket)
 {
-    SetSocket(m_readSockets, m_readMaster, socket, zyos::EVENT_READ);
+    SetSocket(m_readSockets, m_readMaster, socket, 0);
 }
 
 void CZySocketSelector::SetWriteSocket(const CZySocket& socket)
 {
-    SetSocket(m_writeSockets, m_writeMaster, socket, zyos::EVENT_WRITE);
+    SetSocket(m_writeSockets, m_writeMaster, socket, 1);
 }
 
 void CZySocketSelector::SetExceptionSocket(const CZySocket& socket)
 {
-    SetSocket(m_exceptionSockets, m_exceptionMaster, socket, zyos::EVENT_EXCEPT);
+    SetSocket(m_exceptionSockets, m_exceptionMaster, socket, 2);
 }
 
 void CZySocketSelector::ClearReadSocket(const CZySocket& socket)
 {
-    ClearSocket(m_readSockets, m_readMaster, socket, zyos::EVENT_READ);
+    ClearSocket(m_readSockets, m_readMaster, socket, 0);
 }
 
 void CZySocketSelector::ClearWriteSocket(const CZySocket& socket)
 {
-    ClearSocket(m_writeSockets, m_writeMaster, socket, zyos::EVENT_WRITE);
+    ClearSocket(m_writeSockets, m_writeMaster, socket, 1);
 }
 
 void CZySocketSelector::ClearExceptionSocket(const CZySocket& socket)
 {
-    ClearSocket(m_exceptionSockets, m_exceptionMaster, socket, zyos::EVENT_EXCEPT);
+    ClearSocket(m_exceptionSockets, m_exceptionMaster, socket, 2);
 }
 
 void CZySocketSelector::ClearAllReadSockets()
 {
-    ClearCategory(m_readSockets, m_readMaster, m_readWorking, zyos::EVENT_READ);
+    ClearCategory(m_readSockets, m_readMaster, m_readWorking, 0);
 }
 
 void CZySocketSelector::ClearAllWriteSockets()
 {
-    ClearCategory(m_writeSockets, m_writeMaster, m_writeWorking, zyos::EVENT_WRITE);
+    ClearCategory(m_writeSockets, m_writeMaster, m_writeWorking, 1);
 }
 
 void CZySocketSelector::ClearAllExceptionSockets()
 {
-    ClearCategory(m_exceptionSockets, m_exceptionMaster, m_exceptionWorking, zyos::EVENT_EXCEPT);
+    ClearCategory(m_exceptionSockets, m_exceptionMaster, m_exceptionWorking, 2);
 }
 
 void CZySocketSelector::ClearAll()
@@ -358,76 +399,61 @@ CZyError CZySocketSelector::Select(const struct timeval* limit, bool* timedOut)
     return CZyError::Success();
 }
 
-// Walks the ready handles and finds each registered object by handle, so the
-// cost follows the number of ready sockets (times log n), not the number
-// registered. The ordered result comes out in handle order.
-CZySocketSelector::SocketSet CZySocketSelector::Selected(const SocketSet& sockets, ZyFdset& working)
+// Sorts the ready handles and finds each registered object through the
+// index (a tree look-up for handles too large for it), so the cost follows
+// the number of ready sockets, not the number registered. The results are
+// appended in handle order, so every insertion is a constant-time hinted
+// one.
+CZySocketSelector::SocketSet CZySocketSelector::Selected(const SocketSet& sockets, ZyFdset& working, int category)
 {
     SocketSet result;
     const ZYNET_fd_set* ready = working.get_fdsetp();
     if (!ready || sockets.empty() || ready->fd_count == 0)
         return result;
-    // The ready list is in registration order. Sorting a copy of it lets the
-    // results be appended in handle order, so every insertion into the
-    // result is a constant-time hinted one. A grown set keeps more slots
-    // than the record's declared array, so the handles are read through a
-    // pointer to the storage. The scratch vector is kept per thread so that
-    // repeated waits do not allocate for it.
+    // Every registered socket ready (each handle is listed once): the
+    // result is a copy of the ordered set, which copies the tree as it
+    // stands instead of inserting node by node.
+    if (ready->fd_count == sockets.size())
+        return sockets;
+    // A grown set keeps more slots than the record's declared array, so the
+    // handles are read through a pointer to the storage. The scratch vector
+    // is kept per thread so that repeated waits do not allocate for it.
     static thread_local std::vector<ZYNET_SOCKET> order;
     const uint32_t* handles = ready->fd_array;
     order.assign(handles, handles + ready->fd_count);
-    std::sort(order.begin(), order.end());
+    if (!std::is_sorted(order.begin(), order.end()))
+        std::sort(order.begin(), order.end());
 
-    const size_t registered = sockets.size();
-    size_t logRegistered = 1;
-    while ((static_cast<size_t>(1) << logRegistered) < registered)
-        ++logRegistered;
-    if (order.size() * logRegistered < registered)
-    {
-        // Few ready: one O(log n) look-up per ready handle.
-        CZySocket probe;
-        for (ZYNET_SOCKET handle : order)
-        {
-            if (handle == ZYNET_INVALID_SOCKET)
-                continue;
-            probe.AttachConnectedSocket(handle);
-            SocketSet::const_iterator found = sockets.find(probe);
-            if (found != sockets.end())
-                result.insert(result.end(), *found);
-        }
-        return result;
-    }
-    // Many ready: one ordered walk over the registered sockets alongside the
-    // sorted ready handles costs O(n) instead of O(ready * log n).
-    SocketSet::const_iterator next = sockets.begin();
     for (ZYNET_SOCKET handle : order)
     {
         if (handle == ZYNET_INVALID_SOCKET)
             continue;
-        while (next != sockets.end() && static_cast<ZYNET_SOCKET>(next->GetSocketDescriptor()) < handle)
-            ++next;
-        if (next == sockets.end())
-            break;
-        if (static_cast<ZYNET_SOCKET>(next->GetSocketDescriptor()) == handle)
+        const CZySocket* found = m_mirror->Find(category, handle);
+        if (found == nullptr && handle >= Mirror::kIndexed)
         {
-            result.insert(result.end(), *next);
-            ++next;
+            CZySocket probe;
+            probe.AttachConnectedSocket(handle);
+            SocketSet::const_iterator it = sockets.find(probe);
+            if (it != sockets.end())
+                found = &*it;
         }
+        if (found != nullptr)
+            result.insert(result.end(), *found);
     }
     return result;
 }
 
 CZySocketSelector::SocketSet CZySocketSelector::GetReadSelected()
 {
-    return Selected(m_readSockets, m_readWorking);
+    return Selected(m_readSockets, m_readWorking, 0);
 }
 
 CZySocketSelector::SocketSet CZySocketSelector::GetWriteSelected()
 {
-    return Selected(m_writeSockets, m_writeWorking);
+    return Selected(m_writeSockets, m_writeWorking, 1);
 }
 
 CZySocketSelector::SocketSet CZySocketSelector::GetExceptionSelected()
 {
-    return Selected(m_exceptionSockets, m_exceptionWorking);
+    return Selected(m_exceptionSockets, m_exceptionWorking, 2);
 }

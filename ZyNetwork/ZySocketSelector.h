@@ -45,12 +45,15 @@ public:
     SocketSet GetExceptionSelected();
 
 private:
-    struct Mirror;  // the kernel event set and its state (ZySocketSelector.cpp)
+    // The kernel event set, its state and an index of the registered
+    // objects by handle (ZySocketSelector.cpp). Categories are numbered
+    // 0 read, 1 write, 2 exception.
+    struct Mirror;
 
-    CZyError SetSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket, unsigned interest);
-    void ClearSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket, unsigned interest);
-    void ClearCategory(SocketSet& sockets, ZyFdset& master, ZyFdset& working, unsigned interest);
-    SocketSet Selected(const SocketSet& sockets, ZyFdset& working);
+    CZyError SetSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket, int category);
+    void ClearSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket, int category);
+    void ClearCategory(SocketSet& sockets, ZyFdset& master, ZyFdset& working, int category);
+    SocketSet Selected(const SocketSet& sockets, ZyFdset& working, int category);
     bool MirrorReady();
     int WaitOnMirror(int timeoutMs, int* ready);
 
