@@ -291,40 +291,40 @@ bool CZySocketSelector::MirrorReady()
     return mirror.state == Mirror::kInStep;
 }
 
-// The wait through the event set. Anything but EVENTSET_OK leaves the
-// working sets untouched and the set out of step, so that the caller makes
-// the list wait instead, which reports what the set could not (10038 for a
-// registered socket that was closed).
-int CZySocketSelector::WaitOnMirror(int timeoutMs, int* ready)
+// Sockets closed through the library since the last look: those still
+// registered are checked (a closed one fails; a reused number is watched
+// anew). More than the journal holds: the set is built again. Anything but
+// EVENTSET_OK leaves the set out of step, so that the list wait reports
+// what the set could not (10038 for a registered socket that was closed).
+int CZySocketSelector::CatchUpWithCloses()
 {
     Mirror& mirror = *m_mirror;
-    // Sockets closed through the library since the last look: those still
-    // registered are checked (a closed one fails; a reused number is
-    // watched anew). Too many to tell apart: check every registered one.
     const uint64_t generation = zyjournal::Generation();
-    if (generation != mirror.journalSeen)
+    if (generation == mirror.journalSeen)
+        return zyos::EVENTSET_OK;
+    mirror.closed.clear();
+    if (!zyjournal::ClosedSince(mirror.journalSeen, generation, mirror.closed))
     {
-        int rc = zyos::EVENTSET_OK;
-        mirror.closed.clear();
-        if (zyjournal::ClosedSince(mirror.journalSeen, generation, mirror.closed))
-        {
-            for (ZYNET_SOCKET handle : mirror.closed)
-            {
-                rc = zyos::EventSetCheck(mirror.set, handle);
-                if (rc != zyos::EVENTSET_OK)
-                    break;
-            }
-        }
-        else
-            rc = zyos::EventSetCheckAll(mirror.set, nullptr);
+        mirror.state = Mirror::kRebuild;
+        return MirrorReady() ? zyos::EVENTSET_OK : zyos::EVENTSET_FAILED;
+    }
+    for (ZYNET_SOCKET handle : mirror.closed)
+    {
+        const int rc = zyos::EventSetCheck(mirror.set, handle);
         if (rc != zyos::EVENTSET_OK)
         {
             mirror.state = Mirror::kOutOfStep;
             return rc;
         }
-        mirror.journalSeen = generation;
     }
+    mirror.journalSeen = generation;
+    return zyos::EVENTSET_OK;
+}
 
+// The wait through the event set, into the working sets. Anything but
+// EVENTSET_OK leaves the set out of step (the working sets untouched).
+int CZySocketSelector::WaitOnMirror(int timeoutMs, int* ready)
+{
     // Each working set gets room for every handle registered in its
     // category (a copy of the master grows it, once).
     ZyFdset* masters[3] = {&m_readMaster, &m_writeMaster, &m_exceptionMaster};
@@ -337,66 +337,99 @@ int CZySocketSelector::WaitOnMirror(int timeoutMs, int* ready)
         working[k]->get_fdsetp();  // allocates an unused set
         capacity[k] = working[k]->capacity();
     }
-
-    int rc = zyos::EventSetWait(mirror.set, 0, m_readWorking.get_fdsetp(), m_writeWorking.get_fdsetp(),
-                                m_exceptionWorking.get_fdsetp(), capacity, ready);
-    if (rc == zyos::EVENTSET_OK && *ready == 0)
-    {
-        // Nothing ready: before reporting that, or blocking, make sure no
-        // registered socket was closed behind the selector's back (the
-        // kernel forgets a closed descriptor silently).
-        rc = zyos::EventSetCheckAll(mirror.set, nullptr);
-        if (rc == zyos::EVENTSET_OK && timeoutMs != 0)
-            rc = zyos::EventSetWait(mirror.set, timeoutMs, m_readWorking.get_fdsetp(), m_writeWorking.get_fdsetp(),
-                                    m_exceptionWorking.get_fdsetp(), capacity, ready);
-    }
+    const int rc = zyos::EventSetWait(m_mirror->set, timeoutMs, m_readWorking.get_fdsetp(),
+                                      m_writeWorking.get_fdsetp(), m_exceptionWorking.get_fdsetp(), capacity, ready);
     if (rc != zyos::EVENTSET_OK)
-        mirror.state = Mirror::kOutOfStep;
+        m_mirror->state = Mirror::kOutOfStep;
     return rc;
 }
 
-CZyError CZySocketSelector::Select(const struct timeval* limit, bool* timedOut)
+// The list wait over every registered socket (the platform's select(), or
+// poll() on Linux), as Part 2.5 describes it.
+CZyError CZySocketSelector::ListWait(const struct timeval* limit, bool* timedOut, int* ready)
 {
-    // The event set serves a wait with a valid limit (converted as the list
-    // wait converts it); everything else goes to the list wait, which
-    // reports it as before.
-    if (limit == nullptr || (limit->tv_sec >= 0 && limit->tv_usec >= 0))
-    {
-        int timeoutMs = -1;
-        if (limit != nullptr)
-        {
-            long long ms = static_cast<long long>(limit->tv_sec) * 1000;
-            ms += (static_cast<long long>(limit->tv_usec) + 999) / 1000;
-            timeoutMs = ms > INT_MAX ? INT_MAX : static_cast<int>(ms);
-        }
-        int ready = 0;
-        if (MirrorReady() && WaitOnMirror(timeoutMs, &ready) == zyos::EVENTSET_OK)
-        {
-            m_mirror->lastReady = static_cast<size_t>(ready);
-            if (timedOut)
-                *timedOut = (ready == 0);
-            return CZyError::Success();
-        }
-    }
-
     m_readWorking = m_readMaster;
     m_writeWorking = m_writeMaster;
     m_exceptionWorking = m_exceptionMaster;
 
-    int ready = 0;
     int code = ZYNET_select(static_cast<int>(m_highest + 1), m_readWorking.get_fdsetp(), m_writeWorking.get_fdsetp(),
-                            m_exceptionWorking.get_fdsetp(), limit, &ready);
+                            m_exceptionWorking.get_fdsetp(), limit, ready);
     if (code == 0)
     {
-        m_mirror->lastReady = static_cast<size_t>(ready);
+        m_mirror->lastReady = static_cast<size_t>(*ready);
         if (timedOut)
-            *timedOut = (ready == 0);
+            *timedOut = (*ready == 0);
         return CZyError::Success();
     }
     int last = ZYNET_getlasterror();
     if (last != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocketSelector::Select"), last);
     return CZyError::Success();
+}
+
+CZyError CZySocketSelector::Select(const struct timeval* limit, bool* timedOut)
+{
+    int ready = 0;
+    // The event set serves a wait with a valid limit (converted as the list
+    // wait converts it); everything else goes to the list wait, which
+    // reports it as before.
+    if ((limit == nullptr || (limit->tv_sec >= 0 && limit->tv_usec >= 0)) && MirrorReady() &&
+        CatchUpWithCloses() == zyos::EVENTSET_OK && WaitOnMirror(0, &ready) == zyos::EVENTSET_OK)
+    {
+        if (ready == 0)
+        {
+            // Nothing ready at the first look. The kernel forgets a closed
+            // descriptor silently, so before reporting a time-out or
+            // blocking, one zero-limit list wait looks at every registered
+            // socket: it fails with 10038 for one that was closed, as a
+            // Select always did, and reports a number that now names a new
+            // socket the set does not watch (which the set then takes on).
+            const struct timeval noWait = {0, 0};
+            CZyError look = ListWait(&noWait, timedOut, &ready);
+            if (look.IsError() || ready != 0)
+            {
+                if (look.IsError())
+                    m_mirror->state = Mirror::kOutOfStep;
+                else
+                    RecheckListed();
+                return look;
+            }
+            int timeoutMs = -1;
+            if (limit != nullptr)
+            {
+                long long ms = static_cast<long long>(limit->tv_sec) * 1000;
+                ms += (static_cast<long long>(limit->tv_usec) + 999) / 1000;
+                timeoutMs = ms > INT_MAX ? INT_MAX : static_cast<int>(ms);
+            }
+            if (timeoutMs != 0 && WaitOnMirror(timeoutMs, &ready) != zyos::EVENTSET_OK)
+                return ListWait(limit, timedOut, &ready);
+        }
+        m_mirror->lastReady = static_cast<size_t>(ready);
+        if (timedOut)
+            *timedOut = (ready == 0);
+        return CZyError::Success();
+    }
+    return ListWait(limit, timedOut, &ready);
+}
+
+// After the list wait found sockets ready that the event set did not: each
+// is checked, so that a reused number is watched from now on.
+void CZySocketSelector::RecheckListed()
+{
+    ZyFdset* working[3] = {&m_readWorking, &m_writeWorking, &m_exceptionWorking};
+    for (ZyFdset* set : working)
+    {
+        const ZYNET_fd_set* listed = set->get_fdsetp();
+        const uint32_t* handles = listed ? listed->fd_array : nullptr;
+        for (uint32_t i = 0; handles && i < listed->fd_count; ++i)
+        {
+            if (zyos::EventSetCheck(m_mirror->set, handles[i]) != zyos::EVENTSET_OK)
+            {
+                m_mirror->state = Mirror::kOutOfStep;
+                return;
+            }
+        }
+    }
 }
 
 // Sorts the ready handles and finds each registered object through the

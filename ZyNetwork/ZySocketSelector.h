@@ -55,7 +55,10 @@ private:
     void ClearCategory(SocketSet& sockets, ZyFdset& master, ZyFdset& working, int category);
     SocketSet Selected(const SocketSet& sockets, ZyFdset& working, int category);
     bool MirrorReady();
+    int CatchUpWithCloses();
     int WaitOnMirror(int timeoutMs, int* ready);
+    void RecheckListed();
+    CZyError ListWait(const struct timeval* limit, bool* timedOut, int* ready);
 
     SocketSet m_readSockets;
     SocketSet m_writeSockets;

@@ -232,11 +232,18 @@ TEST(CZySocketSelector, RegisteredDescriptorClosedByTheOsIsFoundWhenNothingIsRea
 }
 
 // A registered number that was closed and now names a new socket is waited
-// on as that socket, as a wait over the number always did, whether or not
-// the new socket is registered again.
+// on as that socket, as a wait over the number always did: whether it was
+// closed through the library or by the OS, and whether or not the new
+// socket is registered again.
 TEST(CZySocketSelector, ReusedDescriptorNumberIsWatchedAsTheNewSocket)
 {
-    for (bool registerAgain : {false, true})
+    enum Mode
+    {
+        kLibraryClose,
+        kLibraryCloseRegisteredAgain,
+        kOsClose
+    };
+    for (Mode mode : {kLibraryClose, kLibraryCloseRegisteredAgain, kOsClose})
     {
         Pairs p(2), idle(8);
         ASSERT_FALSE(HasFailure());
@@ -247,7 +254,13 @@ TEST(CZySocketSelector, ReusedDescriptorNumberIsWatchedAsTheNewSocket)
         EXPECT_TRUE(Wait(selector, 0));
 
         const ZYNET_SOCKET number = H(p.b[0]);
-        p.b[0].Close();
+        if (mode == kOsClose)
+        {
+            ASSERT_EQ(::close(static_cast<int>(number)), 0);
+            p.b[0].AttachConnectedSocket(ZYNET_INVALID_SOCKET);
+        }
+        else
+            p.b[0].Close();
         p.a[0].Close();
         // The lowest free numbers come back: the pair reuses both.
         Pairs fresh(1);
@@ -256,11 +269,16 @@ TEST(CZySocketSelector, ReusedDescriptorNumberIsWatchedAsTheNewSocket)
         CZySocket peer = H(fresh.a[0]) == number ? fresh.b[0] : fresh.a[0];
         if (H(reused) != number)
             GTEST_SKIP() << "the number " << number << " was not reused";
-        if (registerAgain)
+        if (mode == kLibraryCloseRegisteredAgain)
             selector.SetReadSocket(reused);
         Transfer(peer, true);
-        EXPECT_FALSE(Wait(selector, 5)) << registerAgain;
-        EXPECT_EQ(HandlesOf(selector.GetReadSelected()), (Handles{number})) << registerAgain;
+        for (int round = 0; round < 2; ++round)
+        {
+            EXPECT_FALSE(Wait(selector, 5)) << mode << round;
+            EXPECT_EQ(HandlesOf(selector.GetReadSelected()), (Handles{number})) << mode << round;
+        }
+        Transfer(reused, false);
+        EXPECT_TRUE(Wait(selector, 0)) << mode;
     }
 }
 #endif

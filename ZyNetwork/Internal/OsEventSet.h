@@ -56,10 +56,6 @@ void EventSetRemove(EventSet* set, ZYNET_SOCKET handle, unsigned interest);
 // by a new one), the new descriptor is watched from now on, as a list wait
 // over the number would, and the answer is OK.
 int EventSetCheck(EventSet* set, ZYNET_SOCKET handle);
-// The same over every registered handle (one system call each). On CLOSED,
-// *closed (when given) names the first closed handle found.
-int EventSetCheckAll(EventSet* set, ZYNET_SOCKET* closed);
-
 // Waits up to timeoutMs (0: look only; -1: no limit) and rewrites the three
 // lists (each may be null) to the ready handles registered for that
 // interest, in the order the kernel reports them; capacity[k] is the number

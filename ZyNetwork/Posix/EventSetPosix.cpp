@@ -231,25 +231,6 @@ int EventSetCheck(EventSet* set, ZYNET_SOCKET handle)
     return Restate(set, fd, *slot, slot->interest);
 }
 
-int EventSetCheckAll(EventSet* set, ZYNET_SOCKET* closed)
-{
-    if (set == nullptr)
-        return EVENTSET_FAILED;
-    const size_t n = set->slots.size();
-    for (size_t fd = 0; fd < n; ++fd)
-    {
-        EventSet::Slot& slot = set->slots[fd];
-        if (slot.interest == 0)
-            continue;
-        const int rc = Restate(set, static_cast<int>(fd), slot, slot.interest);
-        if (rc == EVENTSET_CLOSED && closed != nullptr)
-            *closed = static_cast<ZYNET_SOCKET>(fd);
-        if (rc != EVENTSET_OK)
-            return rc;
-    }
-    return EVENTSET_OK;
-}
-
 int EventSetWait(EventSet* set, int timeoutMs, ZYNET_fd_set* read, ZYNET_fd_set* write, ZYNET_fd_set* except,
                  const uint32_t capacity[3], int* count)
 {

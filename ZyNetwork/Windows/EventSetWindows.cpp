@@ -28,11 +28,6 @@ int EventSetCheck(EventSet*, ZYNET_SOCKET)
     return EVENTSET_FAILED;
 }
 
-int EventSetCheckAll(EventSet*, ZYNET_SOCKET*)
-{
-    return EVENTSET_FAILED;
-}
-
 int EventSetWait(EventSet*, int, ZYNET_fd_set*, ZYNET_fd_set*, ZYNET_fd_set*, const uint32_t[3], int* count)
 {
     if (count != nullptr)
