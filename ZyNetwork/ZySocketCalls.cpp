@@ -13,6 +13,7 @@
 #include <cstring>
 #include <initializer_list>
 
+#include "ZyNetwork/Internal/CloseJournal.h"
 #include "ZyNetwork/Internal/OsApi.h"
 #include "ZyNetwork/Internal/SecondsWait.h"
 #include "ZyNetwork/ZyFdset.h"
@@ -253,8 +254,12 @@ int ZYNET_close(ZYNET_SOCKET handle)
         callback(handle);
     // Unlike the other calls, this one hands back closesocket's own result:
     // 0, or -1 (SOCKET_ERROR) with the code as the thread's last socket
-    // error.
-    return zyos::Close(handle) == 0 ? 0 : -1;
+    // error. Selectors watching kernel event sets learn of the close from
+    // the journal (recorded after the close, so that a check made after
+    // reading the entry finds the descriptor gone).
+    const int rc = zyos::Close(handle) == 0 ? 0 : -1;
+    zyjournal::NoteClosed(handle);
+    return rc;
 }
 
 int ZYNET_shutdown(ZYNET_SOCKET handle, int how)

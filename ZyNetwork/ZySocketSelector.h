@@ -10,15 +10,20 @@
 // Sockets stay registered until cleared; each Select waits on all of them
 // again. The getters return copies of the registered objects that the last
 // Select found ready, in handle order. Registering an object without a
-// socket does nothing.
+// socket does nothing. Where the platform has a kernel event set (epoll on
+// Linux) the selector keeps one in step with its registered sockets, so that
+// a wait costs in proportion to the ready sockets; see docs/PLATFORMS.md.
 class ZYNET_API CZySocketSelector
 {
 public:
     typedef std::set<CZySocket> SocketSet;
 
     CZySocketSelector();
-    CZySocketSelector(const CZySocketSelector& other) = default;
-    CZySocketSelector& operator=(const CZySocketSelector& other) = default;
+    // A copy has the same registrations and results; it builds its own
+    // kernel event set at its first Select.
+    CZySocketSelector(const CZySocketSelector& other);
+    CZySocketSelector& operator=(const CZySocketSelector& other);
+    ~CZySocketSelector();
 
     void SetReadSocket(const CZySocket& socket);
     void SetWriteSocket(const CZySocket& socket);
@@ -40,9 +45,20 @@ public:
     SocketSet GetExceptionSelected();
 
 private:
-    CZyError SetSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket);
-    void ClearSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket);
-    SocketSet Selected(const SocketSet& sockets, ZyFdset& working);
+    // The kernel event set, its state and an index of the registered
+    // objects by handle (ZySocketSelector.cpp). Categories are numbered
+    // 0 read, 1 write, 2 exception.
+    struct Mirror;
+
+    CZyError SetSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket, int category);
+    void ClearSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket, int category);
+    void ClearCategory(SocketSet& sockets, ZyFdset& master, ZyFdset& working, int category);
+    SocketSet Selected(const SocketSet& sockets, ZyFdset& working, int category);
+    bool MirrorReady();
+    int CatchUpWithCloses();
+    int WaitOnMirror(int timeoutMs, int* ready);
+    void RecheckListed();
+    CZyError ListWait(const struct timeval* limit, bool* timedOut, int* ready);
 
     SocketSet m_readSockets;
     SocketSet m_writeSockets;
@@ -55,4 +71,5 @@ private:
     ZyFdset m_exceptionMaster;
     ZYNET_SOCKET m_highest;
     bool m_changed;
+    Mirror* m_mirror;
 };

@@ -2,9 +2,12 @@
 // 8192 UDP sockets on 127.0.0.1 registered for reading, with 1% of them
 // (every hundredth) or all of them holding a datagram. Each call is a
 // zero-timeout wait plus the collection of the ready sockets:
-//   lib    CZySocketSelector::Select, then GetReadSelected
+//   lib    CZySocketSelector::Select, then GetReadSelected (the selector
+//          waits on its own epoll set when few sockets are ready, with one
+//          poll() when most are: docs/PLATFORMS.md)
 //   poll   poll() over a prepared pollfd array, then a scan of revents
-//   epoll  epoll_wait() on a level-triggered epoll set, then its event list
+//   epoll  epoll_wait() on a level-triggered epoll set over the same
+//          sockets, then its event list
 // Datagrams are never read during a measurement, so readiness stays put, and
 // every call checks that it found exactly the sockets made ready.
 #include <arpa/inet.h>

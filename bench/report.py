@@ -156,10 +156,14 @@ def rows():
                                   ("ratio per CPU second", path + "_cpu_bytes_per_second",
                                    "raw_cpu_bytes_per_second")))
     section = "Selector: Select + GetReadSelected (library / raw time)"
-    for readiness, text, target in (("ready1pct", "1% ready", 1.3), ("readyall", "all ready", 1.5)):
+    # With 1% ready the selector waits on its epoll set: within 2.0 of a raw
+    # epoll_wait() (and never worse than poll()); with every socket ready it
+    # makes one poll(), within 1.5 of the raw call.
+    for readiness, text, poll_target, epoll_target in (("ready1pct", "1% ready", 1.3, 2.0),
+                                                      ("readyall", "all ready", 1.5, None)):
         for n in (1024, 4096, 8192):
             name = "selector/%s/%d" % (readiness, n)
-            for raw, raw_text, row_target in (("poll", "poll()", target), ("epoll", "epoll_wait()", None)):
+            for raw, raw_text, row_target in (("poll", "poll()", poll_target), ("epoll", "epoll_wait()", epoll_target)):
                 result.append(Row(section, "%d sockets, %s: vs %s" % (n, text, raw_text),
                                   (name, "lib_ns"), (name, raw + "_ns"), row_target, False,
                                   [("raw", (name, raw + "_ns"), _time),

@@ -10,6 +10,7 @@
 
 #if !defined(_WIN32)
 #include <sys/resource.h>
+#include <unistd.h>
 #endif
 
 namespace
@@ -47,6 +48,15 @@ bool Wait(CZySocketSelector& selector, long seconds)
     return timedOut;
 }
 
+// A wait that must fail: returns the error's code (0 when it succeeded).
+int FailingWait(CZySocketSelector& selector)
+{
+    struct timeval limit = {0, 0};
+    bool timedOut = true;
+    CZyError err = selector.Select(&limit, &timedOut);
+    return err.IsError() ? err.GetErrorCode() : 0;
+}
+
 // a[i] is connected to b[i]; everything is closed at the end.
 struct Pairs
 {
@@ -62,6 +72,16 @@ struct Pairs
             a[i].Close(), b[i].Close();
     }
 };
+
+// Registers idle sockets for reading, so that the ready ones are few: the
+// selector then waits on the kernel's event set where it has one, rather
+// than making one list wait over all of them (which it prefers after most
+// registered sockets were found ready).
+void AddIdle(CZySocketSelector& selector, const Pairs& idle)
+{
+    for (const CZySocket& s : idle.b)
+        selector.SetReadSocket(s);
+}
 }  // namespace
 
 TEST(CZySocketSelector, ReportsExactlyTheReadySocketsAndKeepsRegistration)
@@ -141,5 +161,124 @@ TEST(CZySocketSelector, ThreeThousandSocketsPastDescriptor1024)
     ASSERT_GT(*expected.rbegin(), 1024u);
     EXPECT_FALSE(Wait(selector, 5));
     EXPECT_EQ(HandlesOf(selector.GetReadSelected()), expected);
+}
+#endif
+
+// A registered socket closed behind the selector's back (through the
+// library, as CZySocket::Close does) fails every Select with 10038, as
+// select() does, even while other registered sockets are ready, until it is
+// cleared; the selector then works on. See docs/PLATFORMS.md.
+TEST(CZySocketSelector, RegisteredSocketClosedThroughTheLibraryFailsSelectUntilCleared)
+{
+    Pairs p(3), idle(8);
+    ASSERT_FALSE(HasFailure());
+    CZySocketSelector selector;
+    AddIdle(selector, idle);
+    const CZySocket doomed = p.b[0];  // the registered copy keeps the handle
+    selector.SetReadSocket(p.b[0]);
+    selector.SetReadSocket(p.b[1]);
+    selector.SetWriteSocket(p.a[2]);
+    Transfer(p.a[1], true);
+    EXPECT_FALSE(Wait(selector, 5));
+    EXPECT_EQ(HandlesOf(selector.GetReadSelected()), (Handles{H(p.b[1])}));
+
+    p.b[0].Close();
+    for (int round = 0; round < 3; ++round)
+    {
+        ZYNET_setlasterror(0);
+        EXPECT_EQ(FailingWait(selector), 10038) << round;
+        EXPECT_EQ(ZYNET_getlasterror(), 10038) << round;
+    }
+    // Registering more does not cure it; clearing the closed socket does.
+    selector.SetReadSocket(p.b[2]);
+    EXPECT_EQ(FailingWait(selector), 10038);
+    selector.ClearReadSocket(doomed);
+    EXPECT_FALSE(Wait(selector, 5));
+    EXPECT_EQ(HandlesOf(selector.GetReadSelected()), (Handles{H(p.b[1])}));
+    EXPECT_EQ(HandlesOf(selector.GetWriteSelected()), (Handles{H(p.a[2])}));
+}
+
+#if !defined(_WIN32)
+// A registered descriptor closed with the OS's close(), which the library
+// does not see. The kernel's event set forgets it silently, so the selector
+// notices when a wait finds nothing ready: from then on every Select fails
+// with 10038 until the socket is cleared. While other registered sockets
+// are ready, the closed one is simply never reported (the limit documented
+// in docs/PLATFORMS.md).
+TEST(CZySocketSelector, RegisteredDescriptorClosedByTheOsIsFoundWhenNothingIsReady)
+{
+    Pairs p(2), idle(8);
+    ASSERT_FALSE(HasFailure());
+    CZySocketSelector selector;
+    AddIdle(selector, idle);
+    const CZySocket doomed = p.b[0];
+    selector.SetReadSocket(p.b[0]);
+    selector.SetReadSocket(p.b[1]);
+    EXPECT_TRUE(Wait(selector, 0));
+
+    ASSERT_EQ(::close(static_cast<int>(H(p.b[0]))), 0);
+    p.b[0].AttachConnectedSocket(ZYNET_INVALID_SOCKET);  // closed already; the number may be reused
+    Transfer(p.a[1], true);
+    EXPECT_FALSE(Wait(selector, 5));
+    EXPECT_EQ(HandlesOf(selector.GetReadSelected()), (Handles{H(p.b[1])}));
+
+    Transfer(p.b[1], false);  // nothing ready any more
+    EXPECT_EQ(FailingWait(selector), 10038);
+    Transfer(p.a[1], true);
+    EXPECT_EQ(FailingWait(selector), 10038) << "stays failed while the socket is registered";
+    selector.ClearReadSocket(doomed);
+    EXPECT_FALSE(Wait(selector, 5));
+    EXPECT_EQ(HandlesOf(selector.GetReadSelected()), (Handles{H(p.b[1])}));
+}
+
+// A registered number that was closed and now names a new socket is waited
+// on as that socket, as a wait over the number always did: whether it was
+// closed through the library or by the OS, and whether or not the new
+// socket is registered again.
+TEST(CZySocketSelector, ReusedDescriptorNumberIsWatchedAsTheNewSocket)
+{
+    enum Mode
+    {
+        kLibraryClose,
+        kLibraryCloseRegisteredAgain,
+        kOsClose
+    };
+    for (Mode mode : {kLibraryClose, kLibraryCloseRegisteredAgain, kOsClose})
+    {
+        Pairs p(2), idle(8);
+        ASSERT_FALSE(HasFailure());
+        CZySocketSelector selector;
+        AddIdle(selector, idle);
+        selector.SetReadSocket(p.b[0]);
+        selector.SetReadSocket(p.b[1]);
+        EXPECT_TRUE(Wait(selector, 0));
+
+        const ZYNET_SOCKET number = H(p.b[0]);
+        if (mode == kOsClose)
+        {
+            ASSERT_EQ(::close(static_cast<int>(number)), 0);
+            p.b[0].AttachConnectedSocket(ZYNET_INVALID_SOCKET);
+        }
+        else
+            p.b[0].Close();
+        p.a[0].Close();
+        // The lowest free numbers come back: the pair reuses both.
+        Pairs fresh(1);
+        ASSERT_FALSE(HasFailure());
+        CZySocket reused = H(fresh.a[0]) == number ? fresh.a[0] : fresh.b[0];
+        CZySocket peer = H(fresh.a[0]) == number ? fresh.b[0] : fresh.a[0];
+        if (H(reused) != number)
+            GTEST_SKIP() << "the number " << number << " was not reused";
+        if (mode == kLibraryCloseRegisteredAgain)
+            selector.SetReadSocket(reused);
+        Transfer(peer, true);
+        for (int round = 0; round < 2; ++round)
+        {
+            EXPECT_FALSE(Wait(selector, 5)) << mode << round;
+            EXPECT_EQ(HandlesOf(selector.GetReadSelected()), (Handles{number})) << mode << round;
+        }
+        Transfer(reused, false);
+        EXPECT_TRUE(Wait(selector, 0)) << mode;
+    }
 }
 #endif
