@@ -48,4 +48,14 @@ std::string TempSocketPath(const char* tag)
     std::remove(path);
     return path;
 }
+
+void SetEnv(const char* name, const char* value)
+{
+#if defined(_WIN32)
+    // msvcrt's environment, which getenv reads.
+    _putenv((std::string(name) + "=" + value).c_str());
+#else
+    setenv(name, value, 1);
+#endif
+}
 }  // namespace zytest

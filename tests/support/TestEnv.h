@@ -13,4 +13,6 @@ bool IsWindowsTarget();
 bool IsRoot();
 // A fresh path for a Unix-domain socket, unique per call.
 std::string TempSocketPath(const char* tag);
+// Sets an environment variable of this process (visible to getenv).
+void SetEnv(const char* name, const char* value);
 }  // namespace zytest
