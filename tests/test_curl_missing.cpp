@@ -41,12 +41,9 @@ TEST(CurlBindingMissing, EveryWrapperFallsBackAndTheFileIsLookedForOnce)
         EXPECT_EQ(rk_curl_easy_setopt(nullptr, CURLOPT_TIMEOUT, 5), CURLE_FAILED_INIT);
         EXPECT_EQ(rk_curl_easy_setopt(nullptr, CURLOPT_URL, "http://127.0.0.1/"), CURLE_FAILED_INIT);
         EXPECT_EQ(rk_curl_easy_setopt(nullptr, CURLOPT_MAXFILESIZE_LARGE, 1LL << 40), CURLE_FAILED_INIT);
-        EXPECT_EQ(rk_curl_easy_pause(nullptr, CURLPAUSE_ALL), CURLE_FAILED_INIT);
         long status = -7;
         EXPECT_EQ(rk_curl_easy_getinfo(nullptr, CURLINFO_RESPONSE_CODE, &status), CURLE_FAILED_INIT);
         EXPECT_EQ(status, -7);
-        EXPECT_EQ(rk_curl_easy_escape(nullptr, "a b", 0), nullptr);
-        EXPECT_EQ(rk_curl_easy_unescape(nullptr, "a%20b", 0, nullptr), nullptr);
         curl_httppost* first = nullptr;
         curl_httppost* last = nullptr;
         EXPECT_EQ(rk_curl_formadd(&first, &last, CURLFORM_COPYNAME, "name", CURLFORM_COPYCONTENTS, "value",
@@ -56,11 +53,8 @@ TEST(CurlBindingMissing, EveryWrapperFallsBackAndTheFileIsLookedForOnce)
         EXPECT_EQ(rk_curl_getdate(date, nullptr), -1);
         EXPECT_EQ(rk_curl_slist_append(nullptr, "X-A: 1"), nullptr);
         EXPECT_EQ(rk_curl_multi_init(), nullptr);
-        EXPECT_EQ(rk_curl_multi_add_handle(nullptr, nullptr), CURLM_BAD_HANDLE);
         int running = -1;
         EXPECT_EQ(rk_curl_multi_perform(nullptr, &running), CURLM_BAD_HANDLE);
-        long timeout = 0;
-        EXPECT_EQ(rk_curl_multi_timeout(nullptr, &timeout), CURLM_BAD_HANDLE);
         // The calls that return nothing do nothing.
         rk_curl_easy_cleanup(nullptr);
         rk_curl_free(nullptr);

