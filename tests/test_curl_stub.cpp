@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -65,6 +67,44 @@ std::string ExpectedStubPath()
         return "?";
     return directory + (zytest::IsWindowsTarget() ? "RKCurl.dll" : "libRKCurl.so");
 }
+
+// curl's global clean-up belongs to process exit: once the tests are done it
+// must not have run yet, and after the binding has released the library it
+// must have run exactly once. An exit handler registered before the first
+// wrapper call runs after the binding's own clean-up; it reads the stand-in's
+// counter through a reference of its own that keeps the module loaded, and
+// turns a wrong count into a failing exit status.
+long (*g_cleanupCalls)(const char*) = nullptr;
+
+void CheckCleanupAtExit()
+{
+    if (!g_cleanupCalls)
+        return;
+    const long calls = g_cleanupCalls("curl_global_cleanup");
+    if (calls != 1)
+    {
+        std::fprintf(stderr, "curl_global_cleanup ran %ld times at exit, expected once\n", calls);
+        std::fflush(stderr);
+        std::_Exit(3);
+    }
+}
+
+class CleanupAtExit : public ::testing::Environment
+{
+public:
+    void SetUp() override { std::atexit(&CheckCleanupAtExit); }
+    void TearDown() override
+    {
+        if (!*rk_curl_library_path())
+            return;
+        static CZyLibrary kept(false);  // never unloaded
+        if (kept.Load(rk_curl_library_path()).IsError())
+            return;
+        kept.GetFunction("rkstub_calls", g_cleanupCalls);
+        EXPECT_EQ(g_cleanupCalls("curl_global_cleanup"), 0);
+    }
+};
+::testing::Environment* const kCleanupAtExit = ::testing::AddGlobalTestEnvironment(new CleanupAtExit);
 }  // namespace
 
 // First in this program: run alone (as ctest does) it makes the process's
