@@ -2,6 +2,8 @@
 #pragma once
 
 #include "ZyNetwork/QosWaveApi.h"
+#include "ZyNetwork/CurlWrapper.h"
+#include "ZyNetwork/RkCURLError.h"
 #include "ZyNetwork/ZyFdset.h"
 #include "ZyNetwork/ZyIPAddr.h"
 #include "ZyNetwork/ZyIPAddrBlacklist.h"

@@ -62,4 +62,14 @@ ZYNET_SockAddr LoopbackRecord(int family)
         addr.in6.addr[15] = 1;
     return addr;
 }
+
+void SetEnv(const char* name, const char* value)
+{
+#if defined(_WIN32)
+    // msvcrt's environment, which getenv reads.
+    _putenv((std::string(name) + "=" + value).c_str());
+#else
+    setenv(name, value, 1);
+#endif
+}
 }  // namespace zytest

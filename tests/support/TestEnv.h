@@ -18,4 +18,6 @@ std::string TempSocketPath(const char* tag);
 // The loopback address of `family` (127.0.0.1 or ::1), port 0, in a zeroed
 // record.
 ZYNET_SockAddr LoopbackRecord(int family);
+// Sets an environment variable of this process (visible to getenv).
+void SetEnv(const char* name, const char* value);
 }  // namespace zytest

@@ -1,0 +1,28 @@
+// Where the curl binding finds the curl library file when no override is
+// given: the platform's file name and search rule
+// (ZyNetwork/Posix/CurlPosix.cpp, ZyNetwork/Windows/CurlWindows.cpp).
+// Internal: not installed, not exported.
+#pragma once
+
+#include <string>
+
+namespace zyos
+{
+// The path (or bare name, for the system's search order) of the curl library
+// file to load. `moduleAddress` is an address inside the module that holds
+// the binding; the file beside that module comes first.
+// - Windows: "RKCurl.dll" in that module's directory, the bare name when the
+//   directory cannot be found.
+// - Linux: "libRKCurl.so" in that module's directory when that file exists,
+//   otherwise the system's "libcurl.so.4".
+std::string DefaultCurlLibraryPath(const void* moduleAddress);
+
+// Called once the binding has loaded `path`. Linux: keeps the file (and so
+// the libraries it depends on) mapped until the process ends, even after the
+// binding releases it at exit. The system's libcurl pulls in libraries
+// (LDAP, TLS, SSH) whose global state would otherwise be unmapped while the
+// process is exiting, which turns that state into leaks and leaves their own
+// exit handlers pointing at unmapped code. Windows: nothing; the file needs
+// only system DLLs.
+void KeepCurlLibraryMapped(const char* path);
+}  // namespace zyos
