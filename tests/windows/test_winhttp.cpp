@@ -454,10 +454,11 @@ TEST_F(WinHttpTest, ConnectionIsKeptForTheSameHostAndPort)
     EXPECT_EQ(m_servers.Connections("http"), 1);
     EXPECT_EQ(Access::Connection(client), first);
 
-    std::string other = "http://127.0.0.1:" + std::to_string(m_servers.Port("proxy")) + "/";
-    ASSERT_FALSE(client.Connect(other.c_str()).IsError());
-    EXPECT_EQ(Access::Port(client), m_servers.Port("proxy"));
-    EXPECT_NE(Access::Connection(client), nullptr);
+    // Another port: a new connection, which the request then goes over.
+    ASSERT_FALSE(client.DownloadFile(file.c_str(), m_servers.Url("https", "/a").c_str()).IsError());
+    EXPECT_EQ(Access::Port(client), m_servers.Port("https"));
+    EXPECT_EQ(m_servers.Log("https").size(), 1u);
+    EXPECT_EQ(m_servers.Log("http").size(), 2u);
 }
 
 TEST_F(WinHttpTest, SilentServerGetsOneReconnectThenFails)
