@@ -364,6 +364,16 @@ TEST_F(WinHttpTest, ProxyAuthentication)
     EXPECT_TRUE(error.HasMessage("Proxy Authentication failed")) << error.AsString();
     EXPECT_EQ(m_servers.Log("http").size(), 1u);
     EXPECT_FALSE(FileExists(file));
+
+    // A bypass list naming the target sends the request past the proxy.
+    size_t proxied = m_servers.Log("proxy").size();
+    CZyHTTP2 bypassing;
+    bypassing.SetProxyAccess(proxy.c_str());
+    bypassing.SetProxyBypass("127.0.0.1");
+    error = bypassing.DownloadFile(file.c_str(), m_servers.Url("http", "/via").c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_EQ(m_servers.Log("proxy").size(), proxied);
+    EXPECT_EQ(m_servers.Log("http").size(), 2u);
 }
 
 TEST_F(WinHttpTest, NotFoundRemovesTheDestinationAndCreatedWritesNothing)
