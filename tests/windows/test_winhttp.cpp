@@ -583,8 +583,7 @@ TEST_F(WinHttpTest, ProxyDiscovery)
     ASSERT_FALSE(error.IsError()) << error.AsString();
     EXPECT_EQ(proxy, "");
 
-    // A script that cannot be fetched (the silent server never answers, so
-    // use the closed control path of a server that 404s it).
+    // A script that cannot be fetched.
     m_servers.Script("/gone.pac", "404");
     std::string url = "http://127.0.0.1:1/x";
     error = CZyHTTP2::GetProxyForUrl(url, m_servers.Url("http", "/gone.pac"), proxy, bypass);
