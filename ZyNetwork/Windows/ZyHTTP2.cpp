@@ -809,8 +809,8 @@ CZyError CZyHTTP2::GetProxyForUrl(const std::string& url, const std::string& aut
     const char* const kWhere = "CZyHTTP2::GetProxyForUrl";
     proxy.clear();
     bypass.clear();
-    HINTERNET session =
-        WinHttpOpen(L"HTTPProxyCheck", WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0);
+    HINTERNET session = WinHttpOpen(L"HTTPProxyCheck", WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
+                                    WINHTTP_NO_PROXY_BYPASS, 0);
     if (!session)
         return FXErrorUtil::ErrorWin32(ZY_LOC(kWhere), GetLastError(), "Failed to open WinHttp Session");
 

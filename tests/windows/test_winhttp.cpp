@@ -88,10 +88,10 @@ class Servers
 public:
     bool Load()
     {
-        const char* spec = std::getenv("ZYNET_TEST_SERVERS");
-        if (!spec)
+        const char* ports = std::getenv("ZYNET_TEST_SERVERS");
+        if (!ports)
             return false;
-        std::istringstream words(spec);
+        std::istringstream words(ports);
         std::string word;
         while (words >> word)
             m_ports[word.substr(0, word.find('='))] = std::stoi(word.substr(word.find('=') + 1));
