@@ -14,6 +14,11 @@ install(TARGETS ZyNetwork EXPORT ZyNetworkTargets
 # non-recursive glob never reaches.
 file(GLOB ZYNET_PUBLIC_HEADERS ${CMAKE_SOURCE_DIR}/ZyNetwork/*.h)
 file(GLOB ZYUTILS_PUBLIC_HEADERS ${CMAKE_SOURCE_DIR}/ZyUtils/*.h)
+# Windows-only public headers (the WinHTTP and WinINet clients) are
+# installed on Windows alone.
+if(NOT WIN32)
+  list(FILTER ZYNET_PUBLIC_HEADERS EXCLUDE REGEX "/ZyHTTP2?\\.h$")
+endif()
 install(FILES ${ZYNET_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZyNetwork COMPONENT dev)
 install(FILES ${ZYUTILS_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZyUtils COMPONENT dev)
 

@@ -280,7 +280,7 @@ def case_curl_version(tool):
 def case_usage(tool):
     out, _ = expect_run(tool, ["--help"], 0, r"^usage: zynet")
     commands = ["tour", "resolve", "reverse", "addr", "ifaces", "cidr", "mask", "probe", "blacklist", "ping",
-                "curl-version"]
+                "curl-version", "proxy"]
     for command in commands:
         expect(re.search(r"^  %s\s" % command, out, re.M), "%s missing from --help" % command)
         expect_run(tool, [command, "--help"], 0, r"^usage: zynet \[--json\] %s" % command)
@@ -298,6 +298,55 @@ def case_usage(tool):
     for args in odd:
         code, _, err = tool.run(*args)
         expect(code in (0, 1, 2), "zynet %r ended with %d:\n%s" % ([a[:40] for a in args], code, err))
+
+
+PROXY_VARIABLES = ("http_proxy", "https_proxy", "HTTP_PROXY", "HTTPS_PROXY", "no_proxy", "NO_PROXY", "all_proxy")
+PAC_SCRIPT = """function FindProxyForURL(url, host) {
+  if (shExpMatch(url, "*/via-proxy/*")) return "PROXY localhost:3128";
+  return "DIRECT";
+}
+"""
+
+
+def case_proxy(tool):
+    expect_run(tool, ["proxy", "--help"], 0, r"^usage: zynet \[--json\] proxy")
+    expect_run(tool, ["proxy", "--pac", "http://127.0.0.1:1/x.pac"], 2, None, r"--pac needs a URL")
+    if not tool.windows:
+        expect_run(tool, ["proxy"], 1, None, r"not available on this platform")
+        return
+    import functools
+    import http.server
+    import threading
+    saved = {name: os.environ.pop(name) for name in PROXY_VARIABLES if name in os.environ}
+    with tempfile.TemporaryDirectory() as tmp:
+        with open(os.path.join(tmp, "proxy.pac"), "w") as f:
+            f.write(PAC_SCRIPT)
+
+        class Quiet(http.server.SimpleHTTPRequestHandler):
+            def log_message(self, *args):
+                pass
+
+        server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), functools.partial(Quiet, directory=tmp))
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        try:
+            # WinHTTP's default configuration comes from http_proxy when the
+            # registry has none.
+            os.environ["http_proxy"] = "http://localhost:3128"
+            doc = tool.json("proxy")
+            expect(doc["default"]["proxy"] == "localhost:3128", "default proxy from http_proxy: %r" % doc)
+            expect(isinstance(doc["currentUser"]["autoDetect"], bool), "bad current-user record: %r" % doc)
+            del os.environ["http_proxy"]
+            pac = "http://127.0.0.1:%d/proxy.pac" % server.server_address[1]
+            doc = tool.json("proxy", "http://127.0.0.1:1/via-proxy/x", "--pac", pac)
+            expect(doc["default"]["proxy"] == "", "default proxy without http_proxy: %r" % doc)
+            expect(doc["forUrl"]["proxy"] == "localhost:3128", "PAC proxy: %r" % doc)
+            out, _ = expect_run(tool, ["proxy", "http://127.0.0.1:1/direct", "--pac", pac], 0,
+                                r"^for http://127.0.0.1:1/direct \(.*proxy.pac\): proxy \(direct\)")
+        finally:
+            server.shutdown()
+            server.server_close()
+            os.environ.pop("http_proxy", None)
+            os.environ.update(saved)
 
 
 CASES = {name[len("case_"):]: fn for name, fn in globals().items() if name.startswith("case_")}

@@ -104,6 +104,8 @@ int RunBlacklist(Output& out, const std::vector<std::string>& args);
 int RunPing(Output& out, const std::vector<std::string>& args);
 int RunTour(Output& out, const std::vector<std::string>& args);
 int RunCurlVersion(Output& out, const std::vector<std::string>& args);
+// Windows only; elsewhere it reports that it is not available.
+int RunProxy(Output& out, const std::vector<std::string>& args);
 
 // The tour's ping of 127.0.0.1: one echo request. Raw sockets need
 // privileges, so "not permitted" is an outcome of its own.

@@ -33,4 +33,7 @@ struct TransferClient
 
 // The clients of this platform.
 const std::vector<TransferClient>& TransferClients();
+
+// The Windows clients, each in its own file of tools/zynet/Windows/.
+TransferClient WinHttpClient();
 }  // namespace zynet

@@ -61,6 +61,13 @@ const std::vector<Command>& Commands()
          "ZyNetwork.dll on Windows, and on Linux \"libRKCurl.so\" beside libZyNetwork.so when it\n"
          "exists, else the system's libcurl.so.4.",
          RunCurlVersion},
+        {"proxy", "[URL [--pac PAC_URL]]", "proxy settings WinHTTP reports (Windows only)",
+         "Prints WinHTTP's default proxy configuration and the current user's (proxy, bypass list,\n"
+         "auto-configuration URL, auto-detection), and with URL the proxy for that URL.\n"
+         "  --pac PAC_URL  take the proxy for URL from this auto-configuration script; without it\n"
+         "                 the proxy is auto-detected (DHCP and DNS look-ups on the network)\n"
+         "Elsewhere than on Windows it reports that it is not available.",
+         RunProxy},
     };
     return commands;
 }

@@ -1,0 +1,292 @@
+#!/usr/bin/python3
+"""Scripted loopback HTTP servers for the Windows HTTP client tests.
+
+usage: scripted_servers.py [--emulator PROGRAM] -- TEST_PROGRAM [ARGS...]
+
+Wine cannot start Linux programs, so a test program cannot start its own
+Python servers. Instead CTest runs this script as the test's launcher (the
+test target's CROSSCOMPILING_EMULATOR): it starts the servers below on free
+loopback ports, runs the test program (under PROGRAM when given) with their
+ports in the environment variable ZYNET_TEST_SERVERS
+("control=P http=P https=P silent=P proxy=P"), stops them and exits with the
+program's status. Each test case gets its own servers. Listing the tests
+(--gtest_list_tests) starts none.
+
+Servers, all on 127.0.0.1:
+  http    HTTP/1.1 with keep-alive; answers from scripts (below).
+  https   the same over TLS 1.2 with a self-signed certificate made at start.
+  silent  accepts connections, reads, never answers (COUNT silent-requests
+          tells how many request heads it read).
+  proxy   a forward proxy for loopback targets; with PROXYAUTH set it asks
+          for Basic proxy credentials (407) until they match.
+  control one command per connection: a line, an optional payload, then the
+          answer and close.
+
+Control commands:
+  CONTENT <path> <length>\\n<bytes>  the body that GET <path> returns on 200
+  SCRIPT <path> <token>[,<token>...] the answers to the next requests for
+          <path>, one token each, the last one repeating. Tokens: a status
+          code (200 serves the content); basic=USER:PASSWORD (200 when the
+          request carries these Basic credentials, else 401 with a Basic
+          challenge); bogus (401 offering only an unknown scheme).
+  PROXYAUTH <user:password>           the proxy's credentials ("-": none)
+  LOG     every request seen so far, one line each: server, connection
+          number, method, path, header block, body; tab-separated, each
+          field percent-encoded.
+  COUNT <server>  connections that server has accepted.
+Paths without a script answer 200. Every answer has a Content-Length.
+"""
+import argparse
+import base64
+import http.client
+import http.server
+import os
+import socket
+import socketserver
+import ssl
+import subprocess
+import sys
+import tempfile
+import threading
+import urllib.parse
+
+
+class State:
+    def __init__(self):
+        self.lock = threading.Lock()
+        self.content = {}
+        self.scripts = {}
+        self.log = []
+        self.connections = {}
+        self.proxy_auth = None
+
+    def next_token(self, path):
+        with self.lock:
+            tokens = self.scripts.get(path)
+            if not tokens:
+                return "200"
+            return tokens.pop(0) if len(tokens) > 1 else tokens[0]
+
+    def record(self, server, connection, method, path, headers, body):
+        with self.lock:
+            self.log.append((server, connection, method, path, headers, body))
+
+    def connected(self, server):
+        with self.lock:
+            self.connections[server] = self.connections.get(server, 0) + 1
+            return self.connections[server]
+
+
+STATE = State()
+
+
+def basic(credentials):
+    return "Basic " + base64.b64encode(credentials.encode()).decode()
+
+
+class Handler(http.server.BaseHTTPRequestHandler):
+    protocol_version = "HTTP/1.1"
+    server_label = "http"
+
+    def setup(self):
+        super().setup()
+        self.connection_number = STATE.connected(self.server_label)
+
+    def log_message(self, *args):
+        pass
+
+    def read_body(self):
+        length = int(self.headers.get("Content-Length", "0") or "0")
+        return self.rfile.read(length) if length > 0 else b""
+
+    def answer(self, status, body=b"", headers=()):
+        self.send_response(status)
+        for name, value in headers:
+            self.send_header(name, value)
+        self.send_header("Content-Length", str(len(body)))
+        self.end_headers()
+        if body and self.command != "HEAD":
+            self.wfile.write(body)
+
+    def handle_any(self):
+        body = self.read_body()
+        STATE.record(self.server_label, self.connection_number, self.command, self.path, str(self.headers), body)
+        token = STATE.next_token(urllib.parse.urlsplit(self.path).path)
+        if token.startswith("basic="):
+            if self.headers.get("Authorization") != basic(token[len("basic="):]):
+                return self.answer(401, b"denied", [("WWW-Authenticate", 'Basic realm="zy"')])
+            token = "200"
+        if token == "bogus":
+            return self.answer(401, b"denied", [("WWW-Authenticate", 'Bogus realm="zy"')])
+        status = int(token)
+        if status == 200 and self.command == "GET":
+            with STATE.lock:
+                content = STATE.content.get(self.path, b"")
+            return self.answer(200, content)
+        self.answer(status, b"" if status == 200 else ("status %d" % status).encode())
+
+    do_GET = do_PUT = do_POST = do_HEAD = do_DELETE = handle_any
+
+
+class TlsHandler(Handler):
+    server_label = "https"
+
+
+class ProxyHandler(Handler):
+    server_label = "proxy"
+
+    def handle_any(self):
+        body = self.read_body()
+        STATE.record(self.server_label, self.connection_number, self.command, self.path, str(self.headers), body)
+        with STATE.lock:
+            wanted = STATE.proxy_auth
+        if wanted and self.headers.get("Proxy-Authorization") != basic(wanted):
+            return self.answer(407, b"proxy denied", [("Proxy-Authenticate", 'Basic realm="proxy"')])
+        target = urllib.parse.urlsplit(self.path)
+        if target.scheme != "http" or target.hostname not in ("127.0.0.1", "localhost", "::1"):
+            return self.answer(502, b"loopback http targets only")
+        headers = {k: v for k, v in self.headers.items() if k.lower() not in ("proxy-authorization", "connection",
+                                                                              "proxy-connection")}
+        upstream = http.client.HTTPConnection(target.hostname, target.port or 80, timeout=30)
+        try:
+            path = target.path + ("?" + target.query if target.query else "")
+            upstream.request(self.command, path or "/", body=body, headers=headers)
+            reply = upstream.getresponse()
+            payload = reply.read()
+            passed = [(k, v) for k, v in reply.getheaders()
+                      if k.lower() not in ("content-length", "connection", "transfer-encoding", "keep-alive")]
+            self.answer(reply.status, payload, passed)
+        finally:
+            upstream.close()
+
+    do_GET = do_PUT = do_POST = do_HEAD = do_DELETE = handle_any
+
+
+class Server(socketserver.ThreadingMixIn, http.server.HTTPServer):
+    daemon_threads = True
+    allow_reuse_address = True
+
+
+class TlsServer(Server):
+    def __init__(self, address, handler, context):
+        super().__init__(address, handler)
+        self.context = context
+
+    def get_request(self):
+        sock, address = super().get_request()
+        sock.settimeout(30)
+        return self.context.wrap_socket(sock, server_side=True), address
+
+
+class SilentHandler(socketserver.BaseRequestHandler):
+    def handle(self):
+        STATE.connected("silent")
+        self.request.settimeout(60)
+        seen = b""
+        try:
+            while True:
+                data = self.request.recv(65536)
+                if not data:
+                    break
+                seen += data
+                # Each complete request head counts once.
+                while b"\r\n\r\n" in seen:
+                    seen = seen.split(b"\r\n\r\n", 1)[1]
+                    STATE.connected("silent-requests")
+        except OSError:
+            pass
+
+
+def quote(value):
+    if isinstance(value, str):
+        value = value.encode("utf-8", "surrogateescape")
+    return urllib.parse.quote_from_bytes(value, safe="")
+
+
+class ControlHandler(socketserver.StreamRequestHandler):
+    def handle(self):
+        words = self.rfile.readline().decode().split()
+        reply = b"OK\n"
+        if words and words[0] == "CONTENT":
+            data = self.rfile.read(int(words[2]))
+            with STATE.lock:
+                STATE.content[words[1]] = data
+        elif words and words[0] == "SCRIPT":
+            with STATE.lock:
+                STATE.scripts[words[1]] = words[2].split(",")
+        elif words and words[0] == "PROXYAUTH":
+            with STATE.lock:
+                STATE.proxy_auth = None if words[1] == "-" else words[1]
+        elif words and words[0] == "LOG":
+            with STATE.lock:
+                lines = ["\t".join(quote(str(f)) if isinstance(f, int) else quote(f) for f in entry)
+                         for entry in STATE.log]
+            reply = "".join(line + "\n" for line in lines).encode()
+        elif words and words[0] == "COUNT":
+            with STATE.lock:
+                reply = b"%d\n" % STATE.connections.get(words[1], 0)
+        else:
+            reply = b"ERROR unknown command\n"
+        self.wfile.write(reply)
+
+
+def tls_context(directory):
+    key = os.path.join(directory, "key.pem")
+    cert = os.path.join(directory, "cert.pem")
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
+                    "-nodes", "-keyout", key, "-out", cert, "-days", "2", "-subj", "/CN=zynet-test"],
+                   check=True, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    # Wine's TLS stack speaks TLS 1.2 only.
+    context.minimum_version = ssl.TLSVersion.TLSv1_2
+    context.maximum_version = ssl.TLSVersion.TLSv1_2
+    context.load_cert_chain(cert, key)
+    return context
+
+
+def start(server):
+    thread = threading.Thread(target=server.serve_forever, kwargs={"poll_interval": 0.05}, daemon=True)
+    thread.start()
+    return server
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--emulator", default="")
+    parser.add_argument("command", nargs=argparse.REMAINDER)
+    options = parser.parse_args()
+    command = options.command[1:] if options.command[:1] == ["--"] else options.command
+    if not command:
+        parser.error("no test program given")
+    command = ([options.emulator] if options.emulator else []) + command
+
+    env = dict(os.environ)
+    # The clients under test must not find a proxy of the machine's own.
+    for name in ("http_proxy", "https_proxy", "HTTP_PROXY", "HTTPS_PROXY", "no_proxy", "NO_PROXY", "all_proxy"):
+        env.pop(name, None)
+    if "--gtest_list_tests" in command:
+        return subprocess.run(command, env=env, stdin=subprocess.DEVNULL).returncode
+
+    with tempfile.TemporaryDirectory(prefix="zynet-http-") as directory:
+        loopback = ("127.0.0.1", 0)
+        servers = {
+            "http": start(Server(loopback, Handler)),
+            "https": start(TlsServer(loopback, TlsHandler, tls_context(directory))),
+            "silent": start(socketserver.ThreadingTCPServer(loopback, SilentHandler)),
+            "proxy": start(Server(loopback, ProxyHandler)),
+            "control": start(socketserver.ThreadingTCPServer(loopback, ControlHandler)),
+        }
+        for server in servers.values():
+            server.daemon_threads = True
+        env["ZYNET_TEST_SERVERS"] = " ".join("%s=%d" % (name, server.server_address[1])
+                                             for name, server in servers.items())
+        try:
+            return subprocess.run(command, env=env, stdin=subprocess.DEVNULL).returncode
+        finally:
+            for server in servers.values():
+                server.shutdown()
+                server.server_close()
+
+
+if __name__ == "__main__":
+    sys.exit(main())

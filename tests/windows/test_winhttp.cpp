@@ -1,0 +1,592 @@
+// CZyHTTP2 against the scripted loopback servers of
+// tests/support/scripted_servers.py, which launches this program.
+#include <winsock2.h>
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "ZyNetwork/ZyHTTP2.h"
+#include "ZyUtils/LogWriter.h"
+#include "ZyUtils/ZyTime.h"
+
+// Reaches the client's private state and steps.
+class CZyHTTP2TestAccess
+{
+public:
+    static void* Connection(const CZyHTTP2& client) { return client.m_connection; }
+    static uint16_t Port(const CZyHTTP2& client) { return client.m_port; }
+    static bool Secured(const CZyHTTP2& client) { return client.m_secured; }
+    static void SetTarget(CZyHTTP2& client, const wchar_t* host, uint16_t port)
+    {
+        client.m_hostName = host;
+        client.m_port = port;
+    }
+    static CZyError Reconnect(CZyHTTP2& client) { return client.Reconnect(); }
+    static std::wstring EscapeUrlExtra(CZyHTTP2& client, const wchar_t* url)
+    {
+        std::wstring out;
+        client.EscapeUrlExtra(url, out);
+        return out;
+    }
+};
+
+namespace
+{
+typedef CZyHTTP2TestAccess Access;
+
+// One request as the servers saw it.
+struct Seen
+{
+    std::string server;
+    int connection = 0;
+    std::string method;
+    std::string path;
+    std::string headers;
+    std::string body;
+
+    std::string Header(const std::string& name) const
+    {
+        std::istringstream lines(headers);
+        std::string line;
+        while (std::getline(lines, line))
+        {
+            if (line.size() > name.size() + 1 && _strnicmp(line.c_str(), name.c_str(), name.size()) == 0 &&
+                line[name.size()] == ':')
+                return line.substr(name.size() + 2, line.find_last_not_of("\r") - name.size() - 1);
+        }
+        return "";
+    }
+};
+
+std::string PercentDecode(const std::string& text)
+{
+    std::string out;
+    for (size_t i = 0; i < text.size(); ++i)
+    {
+        if (text[i] == '%' && i + 2 < text.size())
+        {
+            out.push_back(static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16)));
+            i += 2;
+        }
+        else
+            out.push_back(text[i]);
+    }
+    return out;
+}
+
+// The servers' ports and the control channel.
+class Servers
+{
+public:
+    bool Load()
+    {
+        const char* ports = std::getenv("ZYNET_TEST_SERVERS");
+        if (!ports)
+            return false;
+        std::istringstream words(ports);
+        std::string word;
+        while (words >> word)
+            m_ports[word.substr(0, word.find('='))] = std::stoi(word.substr(word.find('=') + 1));
+        return true;
+    }
+
+    std::string Url(const char* server, const std::string& path) const
+    {
+        const char* scheme = std::string(server) == "https" ? "https" : "http";
+        return std::string(scheme) + "://127.0.0.1:" + std::to_string(Port(server)) + path;
+    }
+    int Port(const char* server) const { return m_ports.at(server); }
+
+    std::string Command(const std::string& line, const std::string& payload = "") const
+    {
+        SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<u_short>(Port("control")));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        std::string reply;
+        if (connect(s, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0)
+        {
+            std::string message = line + "\n" + payload;
+            send(s, message.data(), static_cast<int>(message.size()), 0);
+            char buffer[4096];
+            int n;
+            while ((n = recv(s, buffer, sizeof(buffer), 0)) > 0)
+                reply.append(buffer, n);
+        }
+        closesocket(s);
+        return reply;
+    }
+    void Content(const std::string& path, const std::string& bytes) const
+    {
+        Command("CONTENT " + path + " " + std::to_string(bytes.size()), bytes);
+    }
+    void Script(const std::string& path, const std::string& tokens) const { Command("SCRIPT " + path + " " + tokens); }
+    int Connections(const char* server) const { return std::stoi(Command(std::string("COUNT ") + server)); }
+
+    std::vector<Seen> Log(const char* server = nullptr) const
+    {
+        std::vector<Seen> seen;
+        std::istringstream lines(Command("LOG"));
+        std::string line;
+        while (std::getline(lines, line))
+        {
+            std::vector<std::string> f;
+            size_t start = 0;
+            for (size_t tab; (tab = line.find('\t', start)) != std::string::npos; start = tab + 1)
+                f.push_back(PercentDecode(line.substr(start, tab - start)));
+            f.push_back(PercentDecode(line.substr(start)));
+            if (f.size() != 6 || (server && f[0] != server))
+                continue;
+            Seen s;
+            s.server = f[0];
+            s.connection = std::stoi(f[1]);
+            s.method = f[2];
+            s.path = f[3];
+            s.headers = f[4];
+            s.body = f[5];
+            seen.push_back(s);
+        }
+        return seen;
+    }
+
+private:
+    std::map<std::string, int> m_ports;
+};
+
+std::string TempPath(const char* tag)
+{
+    char directory[MAX_PATH];
+    GetTempPathA(MAX_PATH, directory);
+    static int counter = 0;
+    return std::string(directory) + "zyhttp2-" + std::to_string(GetCurrentProcessId()) + "-" +
+           std::to_string(++counter) + "-" + tag;
+}
+
+bool FileExists(const std::string& path)
+{
+    return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+std::string ReadFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void WriteFile(const std::string& path, const std::string& bytes)
+{
+    std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::string RandomBytes(size_t size, unsigned seed)
+{
+    std::mt19937 generator(seed);
+    std::string bytes(size, '\0');
+    for (char& c : bytes)
+        c = static_cast<char>(generator() & 0xFF);
+    return bytes;
+}
+
+std::vector<unsigned> g_sleeps;
+void RecordSleep(unsigned int milliseconds, const char*, int, void*)
+{
+    g_sleeps.push_back(milliseconds);
+}
+
+class WinHttpTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (!m_servers.Load())
+            GTEST_SKIP() << "ZYNET_TEST_SERVERS is not set: run through tests/support/scripted_servers.py";
+        g_sleeps.clear();
+        ZySetSleepHook(&RecordSleep, nullptr);
+    }
+    void TearDown() override
+    {
+        ZySetSleepHook(nullptr, nullptr);
+        for (const std::string& path : m_files)
+            DeleteFileA(path.c_str());
+    }
+    std::string File(const char* tag)
+    {
+        m_files.push_back(TempPath(tag));
+        return m_files.back();
+    }
+
+    Servers m_servers;
+    std::vector<std::string> m_files;
+};
+
+TEST_F(WinHttpTest, DownloadsLargeAndEmptyFilesByteForByte)
+{
+    std::string large = RandomBytes(3 * 10240 + 123, 1);
+    m_servers.Content("/large.bin", large);
+    m_servers.Content("/empty.bin", "");
+    CZyHTTP2 client("zy-agent");
+    std::string largeFile = File("large");
+    std::string emptyFile = File("empty");
+
+    CZyError error = client.DownloadFile(largeFile.c_str(), m_servers.Url("http", "/large.bin").c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_TRUE(ReadFile(largeFile) == large);
+    error = client.DownloadFile(emptyFile.c_str(), m_servers.Url("http", "/empty.bin").c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_TRUE(FileExists(emptyFile));
+    EXPECT_EQ(ReadFile(emptyFile), "");
+
+    std::vector<Seen> seen = m_servers.Log("http");
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0].method, "GET");
+    EXPECT_EQ(seen[0].Header("User-Agent"), "zy-agent");
+}
+
+TEST_F(WinHttpTest, UploadsWithPutAndPostIncludingEmptyFiles)
+{
+    std::string bytes = RandomBytes(2 * 10240 + 7, 2);
+    std::string source = File("source");
+    std::string empty = File("empty");
+    WriteFile(source, bytes);
+    WriteFile(empty, "");
+    m_servers.Script("/put", "201");
+    CZyHTTP2 client;
+
+    CZyError error = client.UploadFile(source.c_str(), m_servers.Url("http", "/put").c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    error = client.UploadFile(empty.c_str(), m_servers.Url("http", "/put").c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    client.SetPostUpload(true);
+    error = client.UploadFile(source.c_str(), m_servers.Url("http", "/post").c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    error = client.UploadFile(empty.c_str(), m_servers.Url("http", "/post").c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+
+    std::vector<Seen> seen = m_servers.Log("http");
+    ASSERT_EQ(seen.size(), 4u);
+    const char* methods[] = {"PUT", "PUT", "POST", "POST"};
+    for (size_t i = 0; i < seen.size(); ++i)
+    {
+        EXPECT_EQ(seen[i].method, methods[i]);
+        EXPECT_TRUE(seen[i].body == (i % 2 == 0 ? bytes : std::string())) << "request " << i;
+    }
+
+    error = client.UploadFile(File("missing").c_str(), m_servers.Url("http", "/post").c_str());
+    EXPECT_TRUE(error.HasMessage("Failed to open source file " + m_files.back()));
+}
+
+TEST_F(WinHttpTest, ServiceUnavailableIsRetriedFiveTimesWithGrowingSleeps)
+{
+    m_servers.Content("/busy", "finally");
+    m_servers.Script("/busy", "503,503,503,503,503,200");
+    m_servers.Script("/down", "503");
+    CZyHTTP2 client;
+    std::string file = File("busy");
+
+    CZyError error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/busy").c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_EQ(ReadFile(file), "finally");
+    EXPECT_EQ(g_sleeps, (std::vector<unsigned>{2000, 4000, 6000, 8000, 10000}));
+    EXPECT_EQ(m_servers.Log("http").size(), 6u);
+
+    g_sleeps.clear();
+    error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/down").c_str());
+    EXPECT_TRUE(FXErrorUtil::IsHttp(error, 503)) << error.AsString();
+    EXPECT_EQ(g_sleeps.size(), 5u);
+    EXPECT_EQ(m_servers.Log("http").size(), 12u);
+    EXPECT_FALSE(FileExists(file));
+}
+
+TEST_F(WinHttpTest, ServerAuthentication)
+{
+    m_servers.Content("/secret", "for alice");
+    m_servers.Script("/secret", "basic=alice:s3cret");
+    m_servers.Script("/odd", "bogus");
+    CZyHTTP2 client;
+    client.SetUser("alice");
+    client.SetPassword("s3cret");
+    std::string file = File("secret");
+
+    CZyError error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/secret").c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_EQ(ReadFile(file), "for alice");
+    std::vector<Seen> seen = m_servers.Log("http");
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0].Header("Authorization"), "");
+    EXPECT_EQ(seen[1].Header("Authorization"), "Basic YWxpY2U6czNjcmV0");
+
+    // Credentials the server refuses: one retry, then failure.
+    CZyHTTP2 wrong;
+    wrong.SetUser("alice");
+    wrong.SetPassword("guess");
+    error = wrong.DownloadFile(file.c_str(), m_servers.Url("http", "/secret").c_str());
+    EXPECT_TRUE(error.HasMessage("Authentication failed")) << error.AsString();
+    EXPECT_EQ(m_servers.Log("http").size(), 4u);
+
+    // No scheme the client knows: the call ends quietly with nothing written.
+    error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/odd").c_str());
+    EXPECT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_EQ(ReadFile(file), "");
+}
+
+TEST_F(WinHttpTest, ProxyAuthentication)
+{
+    m_servers.Command("PROXYAUTH carol:pr0xy");
+    m_servers.Content("/via", "through the proxy");
+    // The proxy is named "localhost" and the target 127.0.0.1: Wine treats
+    // a proxy whose name equals the target's as no proxy at all.
+    std::string proxy = "localhost:" + std::to_string(m_servers.Port("proxy"));
+    std::string file = File("via");
+
+    CZyHTTP2 client;
+    client.SetProxyAccess(proxy.c_str());
+    client.SetProxyCredentials("carol", "pr0xy");
+    CZyError error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/via").c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_EQ(ReadFile(file), "through the proxy");
+    std::vector<Seen> atProxy = m_servers.Log("proxy");
+    ASSERT_GE(atProxy.size(), 2u);
+    EXPECT_EQ(atProxy.back().Header("Proxy-Authorization"), "Basic Y2Fyb2w6cHIweHk=");
+    EXPECT_EQ(m_servers.Log("http").size(), 1u);
+
+    CZyHTTP2 anonymous;
+    anonymous.SetProxyAccess(proxy.c_str());
+    error = anonymous.DownloadFile(file.c_str(), m_servers.Url("http", "/via").c_str());
+    EXPECT_TRUE(error.HasMessage("Proxy Authentication failed")) << error.AsString();
+    EXPECT_EQ(m_servers.Log("http").size(), 1u);
+    EXPECT_FALSE(FileExists(file));
+
+    // A bypass list naming the target sends the request past the proxy.
+    size_t proxied = m_servers.Log("proxy").size();
+    CZyHTTP2 bypassing;
+    bypassing.SetProxyAccess(proxy.c_str());
+    bypassing.SetProxyBypass("127.0.0.1");
+    error = bypassing.DownloadFile(file.c_str(), m_servers.Url("http", "/via").c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_EQ(m_servers.Log("proxy").size(), proxied);
+    EXPECT_EQ(m_servers.Log("http").size(), 2u);
+}
+
+TEST_F(WinHttpTest, NotFoundRemovesTheDestinationAndCreatedWritesNothing)
+{
+    m_servers.Script("/missing", "404");
+    m_servers.Content("/made", "body of a 201");
+    m_servers.Script("/made", "201");
+    CZyHTTP2 client;
+    std::string file = File("nf");
+    WriteFile(file, "old content");
+
+    CZyError error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/missing").c_str());
+    EXPECT_EQ(error.GetErrorCode(), 1168);
+    EXPECT_TRUE(error.HasMessage("URL not found")) << error.AsString();
+    EXPECT_FALSE(FileExists(file));
+
+    error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/made").c_str());
+    EXPECT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_TRUE(FileExists(file));
+    EXPECT_EQ(ReadFile(file), "");
+
+    m_servers.Script("/teapot", "418");
+    error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/teapot").c_str());
+    EXPECT_TRUE(FXErrorUtil::IsHttp(error, 418)) << error.AsString();
+}
+
+TEST_F(WinHttpTest, AutoEscapeDropsQueryCharacters)
+{
+    CZyHTTP2 client;
+    std::string file = File("esc");
+    ASSERT_FALSE(client.DownloadFile(file.c_str(), m_servers.Url("http", "/p?a=1&b=2").c_str()).IsError());
+    client.SetAutoEscapeUrl(false);
+    ASSERT_FALSE(client.DownloadFile(file.c_str(), m_servers.Url("http", "/p?a=1&b=2").c_str()).IsError());
+    std::vector<Seen> seen = m_servers.Log("http");
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0].path, "/pa1b2");
+    EXPECT_EQ(seen[1].path, "/p?a=1&b=2");
+
+    // Exactly these thirteen characters go; everything else printable stays.
+    std::wstring printable;
+    std::wstring kept;
+    for (wchar_t c = 0x21; c < 0x7F; ++c)
+    {
+        printable.push_back(c);
+        if (std::wstring(L"!$&'()*+,;=?@").find(c) == std::wstring::npos)
+            kept.push_back(c);
+    }
+    EXPECT_TRUE(Access::EscapeUrlExtra(client, printable.c_str()) == kept);
+}
+
+TEST_F(WinHttpTest, SchemeDecidesTlsAndSelfSignedCertificatesAreAccepted)
+{
+    m_servers.Content("/tls", "over tls");
+    m_servers.Content("/plain", "in clear");
+    CZyHTTP2 client;
+    std::string file = File("tls");
+
+    client.SetSecured(false);
+    CZyError error = client.DownloadFile(file.c_str(), m_servers.Url("https", "/tls").c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_EQ(ReadFile(file), "over tls");
+    EXPECT_TRUE(Access::Secured(client));
+
+    client.SetSecured(true);
+    error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/plain").c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_EQ(ReadFile(file), "in clear");
+    EXPECT_FALSE(Access::Secured(client));
+    EXPECT_EQ(m_servers.Log("https").size(), 1u);
+}
+
+TEST_F(WinHttpTest, ConnectionIsKeptForTheSameHostAndPort)
+{
+    // A body lets WinHTTP read the response to its end and keep the
+    // connection for the next request.
+    m_servers.Content("/a", "kept");
+    CZyHTTP2 client;
+    std::string url = m_servers.Url("http", "/a");
+    ASSERT_FALSE(client.Connect(url.c_str()).IsError());
+    void* first = Access::Connection(client);
+    ASSERT_NE(first, nullptr);
+    ASSERT_FALSE(client.Connect(m_servers.Url("http", "/b").c_str()).IsError());
+    EXPECT_EQ(Access::Connection(client), first);
+
+    std::string file = File("keep");
+    ASSERT_FALSE(client.DownloadFile(file.c_str(), url.c_str()).IsError());
+    ASSERT_FALSE(client.DownloadFile(file.c_str(), url.c_str()).IsError());
+    EXPECT_EQ(m_servers.Connections("http"), 1);
+    EXPECT_EQ(Access::Connection(client), first);
+
+    // Another port: a new connection, which the request then goes over.
+    ASSERT_FALSE(client.DownloadFile(file.c_str(), m_servers.Url("https", "/a").c_str()).IsError());
+    EXPECT_EQ(Access::Port(client), m_servers.Port("https"));
+    EXPECT_EQ(m_servers.Log("https").size(), 1u);
+    EXPECT_EQ(m_servers.Log("http").size(), 2u);
+}
+
+TEST_F(WinHttpTest, SilentServerGetsOneReconnectThenFails)
+{
+    CZyHTTP2 client;
+    client.SetInternetTimeoutSec(1);
+    std::string file = File("silent");
+    CZyError error = client.DownloadFile(file.c_str(), m_servers.Url("silent", "/").c_str());
+    EXPECT_TRUE(error.HasMessage("WinHttpReceiveResponse failed")) << error.AsString();
+    EXPECT_EQ(error.GetErrorCode(), 12002);
+    // Wine sends the second request over the same connection.
+    EXPECT_EQ(m_servers.Connections("silent-requests"), 2);
+    EXPECT_FALSE(FileExists(file));
+}
+
+TEST_F(WinHttpTest, ReconnectNeedsATargetAndAConnection)
+{
+    CZyHTTP2 client;
+    CZyError error = Access::Reconnect(client);
+    EXPECT_EQ(error.GetErrorCode(), 87);
+    EXPECT_TRUE(error.HasMessage("Invalid parameters to reconnect"));
+    Access::SetTarget(client, L"127.0.0.1", 80);
+    error = Access::Reconnect(client);
+    EXPECT_EQ(error.GetErrorCode(), 774);
+    EXPECT_TRUE(error.HasMessage("No connection to reconnect"));
+}
+
+TEST_F(WinHttpTest, HeadersGoOutInKeyOrderAndFirstValueWins)
+{
+    CZyHTTP2 client;
+    client.SetRequestHeader("X-Zeta", "last");
+    client.SetRequestHeader("X-Alpha", "first");
+    client.SetRequestHeader("X-Alpha", "ignored");
+    CZyHTTP2 copy(client);  // settings travel with a copy, handles do not
+    std::string file = File("hdr");
+    ASSERT_FALSE(copy.DownloadFile(file.c_str(), m_servers.Url("http", "/h").c_str()).IsError());
+    client.ClearRequestHeader();
+    ASSERT_FALSE(client.DownloadFile(file.c_str(), m_servers.Url("http", "/h").c_str()).IsError());
+
+    std::vector<Seen> seen = m_servers.Log("http");
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0].Header("X-Alpha"), "first");
+    EXPECT_EQ(seen[0].Header("X-Zeta"), "last");
+    EXPECT_LT(seen[0].headers.find("X-Alpha"), seen[0].headers.find("X-Zeta"));
+    EXPECT_EQ(seen[1].Header("X-Alpha"), "");
+}
+
+// Collects the diagnostics.
+class CaptureWriter : public CLogWriterInterface
+{
+public:
+    int GetLogLevel() const override { return 2; }
+    void SetLogLevel(int) override {}
+    void Flush() override {}
+    void Write(int level, const char*, int, int, int, int, const char* format, ...) override
+    {
+        char text[1024];
+        va_list args;
+        va_start(args, format);
+        vsnprintf(text, sizeof(text), format, args);
+        va_end(args);
+        lines.push_back(std::to_string(level) + " " + text);
+    }
+    std::vector<std::string> lines;
+};
+
+TEST_F(WinHttpTest, DiagnosticsReachAnInstalledLogWriter)
+{
+    boost::shared_ptr<CaptureWriter> writer(new CaptureWriter);
+    g_ptrLogWriter = writer;
+    CZyHTTP2 client;
+    std::string file = File("log");
+    CZyError error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/x").c_str());
+    g_ptrLogWriter.reset();
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    std::string all;
+    for (const std::string& line : writer->lines)
+        all += line + "\n";
+    EXPECT_NE(all.find("2 Connecting to 127.0.0.1:" + std::to_string(m_servers.Port("http")) + "\n"),
+              std::string::npos)
+        << all;
+    EXPECT_NE(all.find("2 Status Code: 200\n"), std::string::npos) << all;
+}
+
+TEST_F(WinHttpTest, ProxyDiscovery)
+{
+    // The launcher clears http_proxy, and a fresh prefix has no WinHTTP
+    // proxy in its registry (the tool's tests set http_proxy and see it).
+    std::string proxy = "unchanged";
+    std::string bypass = "unchanged";
+    CZyError error = CZyHTTP2::GetGlobalProxyConfiguration(proxy, bypass);
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_EQ(proxy, "");
+    EXPECT_EQ(bypass, "");
+
+    std::string autoConfigUrl = "unchanged";
+    bool autoDetect = false;
+    error = CZyHTTP2::GetProxyConfigurationForCurrentUser(proxy, bypass, autoConfigUrl, autoDetect);
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_EQ(autoConfigUrl, "");
+
+    m_servers.Content("/proxy.pac",
+                      "function FindProxyForURL(url, host) {\n"
+                      "  if (shExpMatch(url, \"*/via-proxy/*\")) return \"PROXY localhost:3128\";\n"
+                      "  return \"DIRECT\";\n"
+                      "}\n");
+    std::string pac = m_servers.Url("http", "/proxy.pac");
+    error = CZyHTTP2::GetProxyForUrl("http://127.0.0.1:1/via-proxy/x", pac, proxy, bypass);
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_EQ(proxy, "localhost:3128");
+    error = CZyHTTP2::GetProxyForUrl("http://127.0.0.1:1/direct", pac, proxy, bypass);
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_EQ(proxy, "");
+
+    // A script that cannot be fetched.
+    m_servers.Script("/gone.pac", "404");
+    std::string url = "http://127.0.0.1:1/x";
+    error = CZyHTTP2::GetProxyForUrl(url, m_servers.Url("http", "/gone.pac"), proxy, bypass);
+    EXPECT_TRUE(error.HasMessage("Failed to get proxy for URL [" + url + "]")) << error.AsString();
+}
+}  // namespace
