@@ -103,6 +103,8 @@ int RunIfaces(Output& out, const std::vector<std::string>& args);
 int RunBlacklist(Output& out, const std::vector<std::string>& args);
 int RunPing(Output& out, const std::vector<std::string>& args);
 int RunTour(Output& out, const std::vector<std::string>& args);
+// Windows only; elsewhere it fails with a message saying so.
+int RunUploadLog(Output& out, const std::vector<std::string>& args);
 
 // The tour's ping of 127.0.0.1: one echo request. Raw sockets need
 // privileges, so "not permitted" is an outcome of its own.

@@ -33,4 +33,6 @@ struct TransferClient
 
 // The clients of this platform.
 const std::vector<TransferClient>& TransferClients();
+
+TransferClient WinInetClient();  // Windows/ClientWinInet.cpp
 }  // namespace zynet

@@ -53,6 +53,16 @@ const std::vector<Command>& Commands()
          "  -s SIZE  payload bytes (default 56)\n"
          "  -W SEC   seconds to wait for each reply (default 1)",
          RunPing},
+        {"upload-log", "FILE URL [--ccid ID] [--jsp]", "upload a log file as a multipart form (Windows)",
+         "Uploads FILE to the log-collecting server at URL (the directory that holds the upload\n"
+         "handler) as a multipart form, over WinINet. Windows only.\n"
+         "  --ccid ID          the client identifier sent with the file (default \"NO CCID\")\n"
+         "  --jsp              post to httplogupload.do with the user name and password in the\n"
+         "                     form (otherwise upload.asp)\n"
+         "  --user USER:PASS   Basic authorization\n"
+         "  --insecure         accept any server certificate\n"
+         "  --timeout SEC      time limit for connecting and each wait for the server",
+         RunUploadLog},
     };
     return commands;
 }

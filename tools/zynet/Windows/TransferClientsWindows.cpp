@@ -5,7 +5,7 @@ namespace zynet
 // The Windows HTTP clients; each is defined in its own file of this folder.
 const std::vector<TransferClient>& TransferClients()
 {
-    static const std::vector<TransferClient> clients = {};
+    static const std::vector<TransferClient> clients = {WinInetClient()};
     return clients;
 }
 }  // namespace zynet
