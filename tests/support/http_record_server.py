@@ -8,6 +8,12 @@ with 200, and records each request: for METHOD and PATH it writes
 and ".body" (the body bytes as received, read up to the announced
 Content-Length or until the client stops sending).
 
+A request in absolute form ("GET http://host:port/path", as sent to a
+proxy) is served from the same root, so the server doubles as a proxy;
+below a "/proxy-auth/" directory it answers 407 until the request carries
+Proxy-Authorization, and below "/server-auth/" it answers 401 until the
+request carries Authorization.
+
 Listings link to the page itself ("./", "" and the absolute path), to the
 parent ("../") and to the site root, so that a client that follows such links
 never finishes; entries are percent-encoded, directories end in '/'.
@@ -83,6 +89,15 @@ class RecordingHandler(http.server.BaseHTTPRequestHandler):
 
     def do_GET(self):
         self._record(b"")
+        if self.path.startswith("http://") and "/proxy-auth/" in self.path and \
+                self.headers.get("Proxy-Authorization") is None:
+            # As a proxy that wants credentials.
+            self._send(407, b"proxy credentials needed\n", "text/plain",
+                       [("Proxy-Authenticate", 'Basic realm="records"')])
+            return
+        if "/server-auth/" in self.path and self.headers.get("Authorization") is None:
+            self._send(401, b"credentials needed\n", "text/plain", [("WWW-Authenticate", 'Basic realm="records"')])
+            return
         url_path = urllib.parse.urlsplit(self.path).path
         local = os.path.join(self.root, *[p for p in urllib.parse.unquote(url_path).split("/") if p])
         if os.path.isdir(local):

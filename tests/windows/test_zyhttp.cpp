@@ -198,7 +198,9 @@ TEST_F(ZyHttpTest, HttpsWithASelfSignedCertificateNeedsTheIgnoreOption)
     EXPECT_EQ(Url("/", "https", "ZYHTTP_TEST_HTTPS_PORT"), url.str());
 
     CZyError error = client.DownloadFile(nullptr, "tls.txt", m_local.c_str());
-    EXPECT_TRUE(error.IsError());
+    // A WinINet error (12000-12199), not a status from the server.
+    EXPECT_EQ(EErrorKind::Win32, error.GetErrorKind()) << error.AsString();
+    EXPECT_TRUE(error.GetErrorCode() >= 12000 && error.GetErrorCode() < 12200) << error.AsString();
     std::string got;
     EXPECT_FALSE(Get(m_local + "\\tls.txt", got));
 
@@ -219,6 +221,46 @@ TEST_F(ZyHttpTest, TheTimeLimitEndsARequestToASilentServer)
     EXPECT_TRUE(error.Is(12002) || error.Is(12030)) << error.AsString();
     std::string got;
     EXPECT_FALSE(Get(m_local + "\\never.bin", got));
+}
+
+TEST_F(ZyHttpTest, ProxySettingsRouteRequestsThroughTheProxy)
+{
+    CreateDirectoryA((m_root + "\\proxy-auth").c_str(), nullptr);
+    Put(m_root + "\\proxy-auth\\via.txt", "through the proxy");
+    // Port 1 refuses connections: only the proxy can answer. The proxy is
+    // named "localhost" so that its host differs from the target's.
+    ZyHTTP client("http://127.0.0.1:1/proxy-auth/");
+    client.SetProxyAccess(("localhost:" + m_port).c_str(), nullptr);
+    CZyError error = client.DownloadFile(nullptr, "via.txt", m_local.c_str());
+    EXPECT_TRUE(FXErrorUtil::IsHttp(error, 407)) << error.AsString();
+
+    client.SetProxyCreds("proxy user", "proxy:pw");
+    error = client.DownloadFile(nullptr, "via.txt", m_local.c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    std::string got, head, body, credentials;
+    ASSERT_TRUE(Get(m_local + "\\via.txt", got));
+    EXPECT_EQ("through the proxy", got);
+    ASSERT_NO_FATAL_FAILURE(Recorded("GET", "http://127.0.0.1:1/proxy-auth/via.txt", head, body));
+    const std::string authorization = Header(head, "Proxy-Authorization");
+    ASSERT_EQ(0u, authorization.find("Basic "));
+    ASSERT_TRUE(FXString::Base64Decode(authorization.substr(6), credentials));
+    EXPECT_EQ("proxy user:proxy:pw", credentials);
+}
+
+TEST_F(ZyHttpTest, CredentialsAnswerTheServersChallenge)
+{
+    CreateDirectoryA((m_root + "\\server-auth").c_str(), nullptr);
+    Put(m_root + "\\server-auth\\private.txt", "private");
+    ZyHTTP client(Url("/server-auth/").c_str());
+    EXPECT_TRUE(FXErrorUtil::IsHttp(client.DownloadFile(nullptr, "private.txt", m_local.c_str()), 401));
+    client.SetUser("reader");
+    client.SetPassword("pw");
+    CZyError error = client.DownloadFile(nullptr, "private.txt", m_local.c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    std::string head, body, credentials;
+    ASSERT_NO_FATAL_FAILURE(Recorded("GET", "/server-auth/private.txt", head, body));
+    ASSERT_TRUE(FXString::Base64Decode(Header(head, "Authorization").substr(6), credentials));
+    EXPECT_EQ("reader:pw", credentials);
 }
 
 TEST_F(ZyHttpTest, WorkingUrlAndIndependentCopies)
