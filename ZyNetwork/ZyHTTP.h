@@ -50,7 +50,8 @@ public:
     // parsed is a Win32 error 87 and leaves the previous settings alone.
     CZyError SetBaseURL(const char* baseUrl);
     // Replaces the server: "host", "host:port" or "[v6]:port" (a port here
-    // replaces the URL's port; none keeps it).
+    // replaces the URL's port; none keeps it). A text that names no server
+    // leaves the client without one: requests then fail with Win32 87.
     void SetWebServer(const char* server);
     // Replaces the path of the working URL (URL text; a leading and a
     // trailing '/' are added when missing).

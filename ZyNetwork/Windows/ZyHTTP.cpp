@@ -565,6 +565,10 @@ CZyError ZyHTTP::_sendRequestPost(const Target& target, const char* localFile, c
         return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), ERROR_FILE_TOO_LARGE,
                                        "%s is too large to upload", localFile);
 
+    if (HasLineBreak(m_user.str()) || HasLineBreak(m_password.str()))
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), kBadArgument,
+                                       "The user name or password holds a line break");
+
     Handles handles;
     error = _openRequest(target, "POST", false, handles);
     if (error.IsError())
@@ -573,9 +577,6 @@ CZyError ZyHTTP::_sendRequestPost(const Target& target, const char* localFile, c
     if (!m_user.IsEmpty())
         headers += "Authorization: " + zyhttp::BasicAuthorization(m_user.str(), m_password.str()) + "\r\n";
     headers += std::string("Content-Type: multipart/form-data; boundary=") + zyhttp::kUploadBoundary + "\r\n";
-    if (HasLineBreak(m_user.str()) || HasLineBreak(m_password.str()))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), kBadArgument,
-                                       "The user name or password holds a line break");
     if (!HttpAddRequestHeadersA(handles.request.Get(), headers.c_str(), static_cast<DWORD>(headers.size()),
                                 HTTP_ADDREQ_FLAG_ADD | HTTP_ADDREQ_FLAG_REPLACE))
         return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), GetLastError(),

@@ -2,8 +2,8 @@
 
 It serves the files below a root directory (every response carries a
 Content-Length), answers a directory with an HTML listing, accepts every POST
-with 200, and records each request: for METHOD and PATH it writes
-"<records>/<METHOD><PATH with every byte outside [A-Za-z0-9.-] as '_'>.head"
+with 200 except below "/reject/" (403), and records each request: for
+METHOD and PATH it writes "<records>/<METHOD><PATH with every byte outside [A-Za-z0-9.-] as '_'>.head"
 (the request line and the header lines exactly as received, CRLF-terminated)
 and ".body" (the body bytes as received, read up to the announced
 Content-Length or until the client stops sending).
@@ -113,7 +113,10 @@ class RecordingHandler(http.server.BaseHTTPRequestHandler):
 
     def do_POST(self):
         self._record(self._read_body())
-        self._send(200, b"OK\n", "text/plain")
+        if "/reject/" in self.path:
+            self._send(403, b"refused\n", "text/plain")
+        else:
+            self._send(200, b"OK\n", "text/plain")
 
 
 class _Server(http.server.ThreadingHTTPServer):

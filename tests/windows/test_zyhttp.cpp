@@ -121,8 +121,9 @@ TEST_F(ZyHttpTest, UploadSendsTheFormByteForByteInBothModes)
         ASSERT_TRUE(FXString::Base64Decode(authorization.substr(6), credentials));
         EXPECT_EQ("log user:p@ss:word", credentials);
     }
-    ZyHTTP client(Url("/").c_str());
-    EXPECT_TRUE(client.UploadFile((m_local + "\\missing.txt").c_str(), "x").IsError());
+    ZyHTTP client(Url("/reject/").c_str());
+    EXPECT_TRUE(FXErrorUtil::IsHttp(client.UploadFile(file.c_str(), "x"), 403));
+    EXPECT_TRUE(client.UploadFile((m_local + "\\missing.txt").c_str(), "x").Is(2));
 }
 
 TEST_F(ZyHttpTest, DownloadsMatchByteForByteAndFailuresLeaveNoFile)
