@@ -8,7 +8,7 @@ packages=(
   libboost-dev libcurl4-openssl-dev
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   g++-mingw-w64-x86-64-posix wine64
-  iproute2 util-linux procps python3
+  iproute2 util-linux procps python3 openssl
 )
 
 missing=()
