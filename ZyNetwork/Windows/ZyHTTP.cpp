@@ -99,17 +99,13 @@ struct ZyHTTP::Target
     std::string url;     // for messages
 };
 
-// The handles of one request, closed in reverse order of opening.
+// The handles of one request; members are destroyed in reverse order, so
+// the request closes first and the session last.
 struct ZyHTTP::Handles
 {
     InternetHandle session;
     InternetHandle connection;
     InternetHandle request;
-    ~Handles()
-    {
-        request.Reset(nullptr);
-        connection.Reset(nullptr);
-    }
 };
 
 ZyHTTP::ZyHTTP(const char* baseUrl)
