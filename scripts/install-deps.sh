@@ -9,7 +9,7 @@ packages=(
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   g++-mingw-w64-x86-64-posix wine64
   dpkg-dev
-  iproute2 util-linux procps python3
+  iproute2 util-linux procps python3 openssl
 )
 
 missing=()

@@ -106,6 +106,8 @@ int RunTour(Output& out, const std::vector<std::string>& args);
 int RunCurlVersion(Output& out, const std::vector<std::string>& args);
 // Windows only; elsewhere it reports that it is not available.
 int RunProxy(Output& out, const std::vector<std::string>& args);
+// Windows only; elsewhere it fails with a message saying so.
+int RunUploadLog(Output& out, const std::vector<std::string>& args);
 
 // The tour's ping of 127.0.0.1: one echo request. Raw sockets need
 // privileges, so "not permitted" is an outcome of its own.

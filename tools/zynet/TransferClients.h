@@ -36,4 +36,5 @@ const std::vector<TransferClient>& TransferClients();
 
 // The Windows clients, each in its own file of tools/zynet/Windows/.
 TransferClient WinHttpClient();
+TransferClient WinInetClient();  // Windows/ClientWinInet.cpp
 }  // namespace zynet

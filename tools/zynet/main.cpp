@@ -68,6 +68,16 @@ const std::vector<Command>& Commands()
          "                 the proxy is auto-detected (DHCP and DNS look-ups on the network)\n"
          "Elsewhere than on Windows it reports that it is not available.",
          RunProxy},
+        {"upload-log", "FILE URL [--ccid ID] [--jsp]", "upload a log file as a multipart form (Windows)",
+         "Uploads FILE to the log-collecting server at URL (the directory that holds the upload\n"
+         "handler) as a multipart form, over WinINet. Windows only.\n"
+         "  --ccid ID          the client identifier sent with the file (default \"NO CCID\")\n"
+         "  --jsp              post to httplogupload.do with the user name and password in the\n"
+         "                     form (otherwise upload.asp)\n"
+         "  --user USER:PASS   Basic authorization\n"
+         "  --insecure         accept any server certificate\n"
+         "  --timeout SEC      time limit for connecting and each wait for the server",
+         RunUploadLog},
     };
     return commands;
 }

@@ -5,7 +5,7 @@ namespace zynet
 // The Windows HTTP clients; each is defined in its own file of this folder.
 const std::vector<TransferClient>& TransferClients()
 {
-    static const std::vector<TransferClient> clients = {WinHttpClient()};
+    static const std::vector<TransferClient> clients = {WinHttpClient(), WinInetClient()};
     return clients;
 }
 }  // namespace zynet

@@ -1,0 +1,135 @@
+// The WinINet client's network-free pieces: base URLs, path encoding, the
+// upload form and the reading of directory listings.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "ZyNetwork/Internal/ZyHTTPInternal.h"
+#include "support/UploadLayout.h"
+
+namespace
+{
+size_t CountOf(const std::string& text, const std::string& what)
+{
+    size_t count = 0;
+    for (size_t pos = text.find(what); pos != std::string::npos; pos = text.find(what, pos + 1))
+        ++count;
+    return count;
+}
+
+TEST(ZyHttpText, UploadFormMatchesTheLayoutInBothModes)
+{
+    const std::string bytes("a\0b\r\nc--\r\n\xff", 11);
+    for (bool jsp : {false, true})
+    {
+        SCOPED_TRACE(jsp ? "six parts" : "four parts");
+        zyhttp::UploadFields fields;
+        fields.jsp = jsp;
+        fields.clientId = "CC 7";
+        fields.user = "u";
+        fields.password = "p:w";
+        fields.fileName = "my log.txt";
+        zyhttp::UploadForm form = zyhttp::BuildUploadForm(fields);
+        const std::string body = form.head + bytes + form.tail;
+        EXPECT_EQ(zytest::ExpectedUploadBody(jsp, "CC 7", "u", "p:w", "my log.txt", bytes), body);
+        // Delimiter lines: one per part, the closing line ending in four hyphens.
+        EXPECT_EQ(jsp ? 6u : 4u, CountOf(body, "----HTTP-LOGUPLOAD-DEFAULT-BOUNDARY--\r\n"));
+        EXPECT_EQ(1u, CountOf(body, "BOUNDARY----\r\n"));
+        EXPECT_EQ(jsp, body.find("name=\"password\"\r\n\r\np:w\r\n") != std::string::npos);
+        EXPECT_NE(std::string::npos, body.find("filename=my log.txt\r\n"));
+    }
+}
+
+TEST(ZyHttpText, BasicAuthorizationEncodesUserColonPassword)
+{
+    EXPECT_EQ("Basic dXNlcjpwQHNzOndvcmQ=", zyhttp::BasicAuthorization("user", "p@ss:word"));
+    EXPECT_EQ("Basic Og==", zyhttp::BasicAuthorization("", ""));
+}
+
+TEST(ZyHttpText, BaseUrlsAreTakenApart)
+{
+    zyhttp::UrlParts parts;
+    ASSERT_TRUE(zyhttp::ParseBaseUrl("HTTPS://Host.example:8443/a/b?x=1#frag", parts));
+    EXPECT_TRUE(parts.secure);
+    EXPECT_EQ("Host.example", parts.host);
+    EXPECT_EQ(8443, parts.port);
+    EXPECT_EQ("/a/b", parts.path);
+    EXPECT_EQ("?x=1", parts.query);
+    EXPECT_EQ("https://Host.example:8443", zyhttp::Origin(parts));
+
+    ASSERT_TRUE(zyhttp::ParseBaseUrl("hTtP://h#x/y", parts));
+    EXPECT_FALSE(parts.secure);
+    EXPECT_EQ("h", parts.host);
+    EXPECT_EQ(0, parts.port);
+    EXPECT_EQ("/", parts.path);
+
+    ASSERT_TRUE(zyhttp::ParseBaseUrl("h:80?q/z", parts));  // no scheme: http
+    EXPECT_EQ("/", parts.path);
+    EXPECT_EQ("?q/z", parts.query);
+    EXPECT_EQ("http://h", zyhttp::Origin(parts));
+
+    ASSERT_TRUE(zyhttp::ParseBaseUrl("http://[::1]:8080/logs", parts));
+    EXPECT_EQ("::1", parts.host);
+    EXPECT_EQ("http://[::1]:8080", zyhttp::Origin(parts));
+
+    for (const char* bad : {"ftp://h/", "http://", "http://:80/", "http://h:0/", "http://h:65536/", "http://h:8a/",
+                            "http://h/a b", "http://[::1/", "http://[::1]x/", ""})
+        EXPECT_FALSE(zyhttp::ParseBaseUrl(bad, parts)) << bad;
+}
+
+TEST(ZyHttpText, PathsAreEncodedForRequestsAndDecodedBack)
+{
+    const std::string plain = "dir one/50% \"x\"#?\xc3\xa9\\y";
+    const std::string encoded = zyhttp::EncodePath(plain);
+    EXPECT_EQ("dir%20one/50%25%20%22x%22%23%3F%C3%A9/y", encoded);
+    EXPECT_EQ("dir one/50% \"x\"#?\xc3\xa9/y", zyhttp::DecodePath(encoded));
+    EXPECT_EQ("100%", zyhttp::DecodePath("100%"));
+    EXPECT_EQ("%zz%4", zyhttp::DecodePath("%zz%4"));
+}
+
+TEST(ZyHttpText, LinksEndAtTheirQuoteAndNeverPastThePage)
+{
+    EXPECT_EQ((std::vector<std::string>{"a.txt", "", "Sub/"}),
+              zyhttp::ExtractLinks("<a href=\"a.txt\">x</a><A HREF=\"\"><a hReF=\"Sub/\">"));
+    // A link whose closing quote is missing ends the scan.
+    EXPECT_EQ((std::vector<std::string>{"ok"}), zyhttp::ExtractLinks("<a href=\"ok\"><a href=\"cut-off"));
+    EXPECT_TRUE(zyhttp::ExtractLinks("<a href=\"").empty());
+    EXPECT_TRUE(zyhttp::ExtractLinks("href=").empty());
+    EXPECT_TRUE(zyhttp::ExtractLinks("").empty());
+}
+
+TEST(ZyHttpText, ListingLinksLeadOnlyDownward)
+{
+    const std::string origin = "http://127.0.0.1:8080";
+    const std::string dir = "/top/sub/";
+    struct Case
+    {
+        const char* link;
+        zyhttp::ListingLink::Kind kind;
+        const char* name;
+    } cases[] = {
+        {"a.txt", zyhttp::ListingLink::kFile, "a.txt"},
+        {"d/", zyhttp::ListingLink::kDirectory, "d/"},
+        {"d/e/f.bin?x", zyhttp::ListingLink::kFile, "d/e/f.bin"},
+        {"a%20b.txt", zyhttp::ListingLink::kFile, "a b.txt"},
+        {"a&amp;b&#39;c&#x22;", zyhttp::ListingLink::kFile, "a&b'c\""},
+        {"/top/sub/x.bin", zyhttp::ListingLink::kFile, "x.bin"},
+        {"http://127.0.0.1:8080/top/sub/y", zyhttp::ListingLink::kFile, "y"},
+        {"HTTP://127.0.0.1:8080/top/sub/z/", zyhttp::ListingLink::kDirectory, "z/"},
+        {"//127.0.0.1:8080/top/sub/w", zyhttp::ListingLink::kFile, "w"},
+    };
+    for (const Case& c : cases)
+    {
+        zyhttp::ListingLink link = zyhttp::ClassifyListingLink(c.link, origin, dir);
+        EXPECT_EQ(c.kind, link.kind) << c.link;
+        EXPECT_EQ(c.name, link.name) << c.link;
+    }
+    // Up, the page itself, elsewhere: never followed.
+    for (const char* ignored : {"", "./", ".", "../", "..", "?C=N;O=D", "#top", "/top/sub/", "/top/sub", "/top/", "/",
+                                "d/../../x", "d//x", "%2e%2e/", "a%2Fb", "a%00b", "mailto:x@y",
+                                "http://127.0.0.1:80800/top/sub/y", "http://other/top/sub/y",
+                                "https://127.0.0.1:8080/top/sub/y", "http://127.0.0.1:8080"})
+        EXPECT_EQ(zyhttp::ListingLink::kIgnore, zyhttp::ClassifyListingLink(ignored, origin, dir).kind) << ignored;
+}
+}  // namespace

@@ -1,0 +1,296 @@
+// ZyHTTP against the scripted loopback servers that run_with_servers.py
+// starts: what the server received for uploads, downloads byte for byte,
+// listings, HTTPS with a self-signed certificate and the time limit.
+#include <gtest/gtest.h>
+
+#include <stdlib.h>
+
+#include <algorithm>
+#include <windows.h>
+
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "ZyNetwork/ZyHTTP.h"
+#include "ZyUtils/ZyFile.h"
+#include "ZyUtils/ZyString.h"
+#include "support/UploadLayout.h"
+
+namespace
+{
+std::string Env(const char* name)
+{
+    const char* value = getenv(name);
+    return value ? value : "";
+}
+
+class ZyHttpTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        m_root = Env("ZYHTTP_TEST_ROOT");
+        m_records = Env("ZYHTTP_TEST_RECORDS");
+        m_port = Env("ZYHTTP_TEST_HTTP_PORT");
+        if (m_root.empty() || m_records.empty() || m_port.empty())
+            GTEST_SKIP() << "needs the servers of tests/windows/run_with_servers.py";
+        m_local = m_root + "\\..\\local-" + ::testing::UnitTest::GetInstance()->current_test_info()->name();
+        CreateDirectoryA(m_local.c_str(), nullptr);
+    }
+
+    std::string Url(const std::string& path, const char* scheme = "http", const char* portVariable = nullptr) const
+    {
+        return std::string(scheme) + "://127.0.0.1:" + (portVariable ? Env(portVariable) : m_port) + path;
+    }
+
+    static void Put(const std::string& path, const std::string& bytes)
+    {
+        std::ofstream(path, std::ios::binary) << bytes;
+    }
+
+    static bool Get(const std::string& path, std::string& bytes)
+    {
+        std::ifstream in(path, std::ios::binary);
+        std::ostringstream content;
+        content << in.rdbuf();
+        bytes = content.str();
+        return in.is_open();
+    }
+
+    // What the server recorded for METHOD PATH: the request head and body.
+    void Recorded(const std::string& method, const std::string& path, std::string& head, std::string& body) const
+    {
+        std::string name = method + path;
+        std::replace_if(name.begin() + method.size(), name.end(),
+                        [](char c) { return !isalnum(static_cast<unsigned char>(c)) && c != '.' && c != '-'; }, '_');
+        ASSERT_TRUE(Get(m_records + "\\" + name + ".head", head)) << "no request " << method << " " << path;
+        ASSERT_TRUE(Get(m_records + "\\" + name + ".body", body));
+    }
+
+    static std::string Header(const std::string& head, const std::string& name)
+    {
+        std::string lower = FXString::ToLower(head);
+        size_t at = lower.find("\r\n" + FXString::ToLower(name) + ": ");
+        if (at == std::string::npos)
+            return "<missing>";
+        at += name.size() + 4;
+        return head.substr(at, head.find("\r\n", at) - at);
+    }
+
+    static std::string Binary(size_t size)
+    {
+        std::string bytes(size, '\0');
+        for (size_t i = 0; i < size; ++i)
+            bytes[i] = static_cast<char>((i * 7 + i / 251) & 0xFF);
+        return bytes;
+    }
+
+    std::string m_root, m_records, m_port, m_local;
+};
+
+TEST_F(ZyHttpTest, UploadSendsTheFormByteForByteInBothModes)
+{
+    const std::string bytes = std::string("first\0line\r\nsecond\r\n\0\0--", 25) + Binary(70000) + "\r\n";
+    const std::string file = m_local + "\\app log 1.txt";
+    Put(file, bytes);
+    for (bool jsp : {false, true})
+    {
+        SCOPED_TRACE(jsp ? "JSP mode" : "ASP mode");
+        ZyHTTP client(Url(jsp ? "/jsp/" : "/asp").c_str());
+        client.SetUser("log user");
+        client.SetPassword("p@ss:word");
+        if (jsp)
+            client.SetUploadMode("Use_JSP_for_Upload");
+        CZyError error = client.UploadFile(file.c_str(), jsp ? nullptr : "CCID-42");
+        ASSERT_FALSE(error.IsError()) << error.AsString();
+
+        const std::string object = jsp ? "/jsp/httplogupload.do" : "/asp/upload.asp";
+        std::string head, body;
+        ASSERT_NO_FATAL_FAILURE(Recorded("POST", object, head, body));
+        EXPECT_EQ("POST " + object + " HTTP/1.1", head.substr(0, head.find("\r\n")));
+        EXPECT_EQ(zytest::ExpectedUploadBody(jsp, jsp ? "NO CCID" : "CCID-42", "log user", "p@ss:word",
+                                             "app log 1.txt", bytes),
+                  body);
+        EXPECT_EQ(std::to_string(body.size()), Header(head, "Content-Length"));
+        EXPECT_EQ("multipart/form-data; boundary=--HTTP-LOGUPLOAD-DEFAULT-BOUNDARY--", Header(head, "Content-Type"));
+        std::string authorization = Header(head, "Authorization"), credentials;
+        ASSERT_EQ(0u, authorization.find("Basic "));
+        ASSERT_TRUE(FXString::Base64Decode(authorization.substr(6), credentials));
+        EXPECT_EQ("log user:p@ss:word", credentials);
+    }
+    ZyHTTP client(Url("/reject/").c_str());
+    EXPECT_TRUE(FXErrorUtil::IsHttp(client.UploadFile(file.c_str(), "x"), 403));
+    EXPECT_TRUE(client.UploadFile((m_local + "\\missing.txt").c_str(), "x").Is(2));
+}
+
+TEST_F(ZyHttpTest, DownloadsMatchByteForByteAndFailuresLeaveNoFile)
+{
+    CreateDirectoryA((m_root + "\\dir one").c_str(), nullptr);
+    const std::string big = Binary(1024 * 1024 + 12345);
+    Put(m_root + "\\dir one\\big file.bin", big);
+    Put(m_root + "\\small.txt", std::string("x\0y\r\n", 5));
+
+    ZyHTTP client(Url("/").c_str());
+    std::string got;
+    CZyError error = client.DownloadFile("dir one", "big file.bin", m_local.c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ASSERT_TRUE(Get(m_local + "\\big file.bin", got));
+    EXPECT_TRUE(got == big) << "got " << got.size() << " bytes";
+
+    std::map<CZyString, CZyString> headers = {{"X-Request-Tag", "tag 1"}, {"Accept-Language", "de"}};
+    error = client.DownloadFileFromUrl(Url("/small.txt?v=2").c_str(), m_local.c_str(), "copy.txt", headers);
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ASSERT_TRUE(Get(m_local + "\\copy.txt", got));
+    EXPECT_EQ(std::string("x\0y\r\n", 5), got);
+    std::string head, body;
+    ASSERT_NO_FATAL_FAILURE(Recorded("GET", "/small.txt?v=2", head, body));
+    EXPECT_EQ("tag 1", Header(head, "X-Request-Tag"));
+    EXPECT_EQ("de", Header(head, "Accept-Language"));
+    EXPECT_EQ("ZyHTTP", Header(head, "User-Agent"));
+
+    error = client.DownloadFile(nullptr, "missing.bin", m_local.c_str());
+    EXPECT_TRUE(FXErrorUtil::IsHttp(error, 404)) << error.AsString();
+    EXPECT_FALSE(Get(m_local + "\\missing.bin", got));
+    EXPECT_FALSE(Get(m_local + "\\missing.bin.part", got));
+    // A failed download leaves an existing file as it was.
+    Put(m_local + "\\missing.bin", "old");
+    EXPECT_TRUE(client.DownloadFileFromUrl(Url("/missing.bin").c_str(), m_local.c_str(), nullptr, {}).IsError());
+    EXPECT_TRUE(Get(m_local + "\\missing.bin", got));
+    EXPECT_EQ("old", got);
+}
+
+TEST_F(ZyHttpTest, FileListWalksNestedListingsAndStopsOnLoops)
+{
+    for (const char* dir : {"\\tree", "\\tree\\sub", "\\tree\\sub\\deeper", "\\tree\\empty"})
+        CreateDirectoryA((m_root + dir).c_str(), nullptr);
+    for (const char* file : {"\\tree\\a.txt", "\\tree\\b c&d.bin", "\\tree\\sub\\d.txt", "\\tree\\sub\\deeper\\e.txt"})
+        Put(m_root + file, file);
+
+    // Every listing page links to itself, its parent and the site root.
+    ZyHTTP client(Url("/").c_str());
+    std::vector<CZyString> files = {"stale"};
+    CZyError error = client.GetFileList(files, "tree");
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    std::vector<std::string> names;
+    for (const CZyString& file : files)
+        names.push_back(file.str());
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ((std::vector<std::string>{"a.txt", "b c&d.bin", "sub/d.txt", "sub/deeper/e.txt"}), names);
+
+    client.SetPath("/tree/sub");
+    ASSERT_FALSE(client.GetFileList(files, nullptr).IsError());
+    ASSERT_EQ(2u, files.size());
+    EXPECT_EQ("d.txt", files[0].str());
+    EXPECT_EQ("deeper/e.txt", files[1].str());
+
+    EXPECT_TRUE(FXErrorUtil::IsHttp(client.GetFileList(files, "no such dir"), 404));
+    EXPECT_TRUE(files.empty());
+}
+
+TEST_F(ZyHttpTest, HttpsWithASelfSignedCertificateNeedsTheIgnoreOption)
+{
+    Put(m_root + "\\tls.txt", "secret bytes");
+    ZyHTTP client(Url("/", "HTTPS", "ZYHTTP_TEST_HTTPS_PORT").c_str());
+    CZyString url;
+    ASSERT_FALSE(client.GetWorkingURL(url).IsError());
+    EXPECT_EQ(Url("/", "https", "ZYHTTP_TEST_HTTPS_PORT"), url.str());
+
+    CZyError error = client.DownloadFile(nullptr, "tls.txt", m_local.c_str());
+    // A WinINet error (12000-12199), not a status from the server.
+    EXPECT_EQ(EErrorKind::Win32, error.GetErrorKind()) << error.AsString();
+    EXPECT_TRUE(error.GetErrorCode() >= 12000 && error.GetErrorCode() < 12200) << error.AsString();
+    std::string got;
+    EXPECT_FALSE(Get(m_local + "\\tls.txt", got));
+
+    client.SetIgnoreCertificateErrors();
+    error = client.DownloadFile(nullptr, "tls.txt", m_local.c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ASSERT_TRUE(Get(m_local + "\\tls.txt", got));
+    EXPECT_EQ("secret bytes", got);
+}
+
+TEST_F(ZyHttpTest, TheTimeLimitEndsARequestToASilentServer)
+{
+    ZyHTTP client(Url("/", "http", "ZYHTTP_TEST_SILENT_PORT").c_str());
+    client.SetInternetTimeout(1500);
+    CZyError error = client.DownloadFile(nullptr, "never.bin", m_local.c_str());
+    // Windows reports ERROR_INTERNET_TIMEOUT; Wine's WinINet reports the
+    // ended wait as ERROR_INTERNET_CONNECTION_ABORTED.
+    EXPECT_TRUE(error.Is(12002) || error.Is(12030)) << error.AsString();
+    std::string got;
+    EXPECT_FALSE(Get(m_local + "\\never.bin", got));
+}
+
+TEST_F(ZyHttpTest, ProxySettingsRouteRequestsThroughTheProxy)
+{
+    CreateDirectoryA((m_root + "\\proxy-auth").c_str(), nullptr);
+    Put(m_root + "\\proxy-auth\\via.txt", "through the proxy");
+    // Port 1 refuses connections: only the proxy can answer. The proxy is
+    // named "localhost" so that its host differs from the target's.
+    ZyHTTP client("http://127.0.0.1:1/proxy-auth/");
+    client.SetProxyAccess(("localhost:" + m_port).c_str(), nullptr);
+    CZyError error = client.DownloadFile(nullptr, "via.txt", m_local.c_str());
+    EXPECT_TRUE(FXErrorUtil::IsHttp(error, 407)) << error.AsString();
+
+    client.SetProxyCreds("proxy user", "proxy:pw");
+    error = client.DownloadFile(nullptr, "via.txt", m_local.c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    std::string got, head, body, credentials;
+    ASSERT_TRUE(Get(m_local + "\\via.txt", got));
+    EXPECT_EQ("through the proxy", got);
+    ASSERT_NO_FATAL_FAILURE(Recorded("GET", "http://127.0.0.1:1/proxy-auth/via.txt", head, body));
+    const std::string authorization = Header(head, "Proxy-Authorization");
+    ASSERT_EQ(0u, authorization.find("Basic "));
+    ASSERT_TRUE(FXString::Base64Decode(authorization.substr(6), credentials));
+    EXPECT_EQ("proxy user:proxy:pw", credentials);
+}
+
+TEST_F(ZyHttpTest, CredentialsAnswerTheServersChallenge)
+{
+    CreateDirectoryA((m_root + "\\server-auth").c_str(), nullptr);
+    Put(m_root + "\\server-auth\\private.txt", "private");
+    ZyHTTP client(Url("/server-auth/").c_str());
+    EXPECT_TRUE(FXErrorUtil::IsHttp(client.DownloadFile(nullptr, "private.txt", m_local.c_str()), 401));
+    client.SetUser("reader");
+    client.SetPassword("pw");
+    CZyError error = client.DownloadFile(nullptr, "private.txt", m_local.c_str());
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    std::string head, body, credentials;
+    ASSERT_NO_FATAL_FAILURE(Recorded("GET", "/server-auth/private.txt", head, body));
+    ASSERT_TRUE(FXString::Base64Decode(Header(head, "Authorization").substr(6), credentials));
+    EXPECT_EQ("reader:pw", credentials);
+}
+
+TEST_F(ZyHttpTest, WorkingUrlAndIndependentCopies)
+{
+    Put(m_root + "\\copy.txt", "copied");
+    ZyHTTP original(Url("/files?x=1#top").c_str());
+    CZyString url;
+    ASSERT_FALSE(original.GetWorkingURL(url).IsError());
+    EXPECT_EQ(Url("/files/"), url.str());
+
+    ZyHTTP copy(original);
+    copy.SetWebServer("localhost:1");
+    copy.SetPath("other");
+    ASSERT_FALSE(copy.GetWorkingURL(url).IsError());
+    EXPECT_EQ("http://localhost:1/other/", url.str());
+    ASSERT_FALSE(original.GetWorkingURL(url).IsError());
+    EXPECT_EQ(Url("/files/"), url.str());
+
+    copy = original;
+    copy.SetPath("/");
+    original.SetPath("/");
+    EXPECT_FALSE(copy.DownloadFile(nullptr, "copy.txt", m_local.c_str()).IsError());
+    EXPECT_FALSE(original.DownloadFile("", "copy.txt", m_local.c_str()).IsError());
+
+    ZyHTTP broken("ftp://127.0.0.1/");
+    EXPECT_TRUE(broken.GetWorkingURL(url).Is(87));
+    EXPECT_TRUE(broken.DownloadFile(nullptr, "copy.txt", m_local.c_str()).Is(87));
+    EXPECT_TRUE(broken.SetBaseURL("http://[::1/").Is(87));
+    EXPECT_FALSE(broken.SetBaseURL(Url("/").c_str()).IsError());
+    EXPECT_FALSE(broken.DownloadFile(nullptr, "copy.txt", m_local.c_str()).IsError());
+}
+}  // namespace

@@ -1,0 +1,14 @@
+// upload-log exists on Windows only: it runs over the WinINet client.
+#include <string>
+#include <vector>
+
+#include "Tool.h"
+
+namespace zynet
+{
+int RunUploadLog(Output& out, const std::vector<std::string>& args)
+{
+    ParseArgs(args, {"--jsp", "--insecure"}, {"--ccid", "--user", "--timeout"}, 2, 2);
+    return out.Fail("upload-log is available on Windows only (it uses the WinINet client)");
+}
+}  // namespace zynet
