@@ -30,11 +30,14 @@ run_windows() {
   export WINEPREFIX="${WINEPREFIX:-$HOME/.wine-zynet}"
   # A warm-up start keeps Wine's background services off ctest's output
   # pipe; the persistent server keeps each test's start-up fast.
+  # Debian keeps wineserver beside wine64, off PATH.
+  local wineserver=/usr/lib/wine/wineserver
+  command -v wineserver >/dev/null 2>&1 && wineserver=$(command -v wineserver)
   /usr/lib/wine/wine64 cmd /c exit </dev/null >/dev/null 2>&1 || true
-  wineserver -p || true
+  "$wineserver" -p || true
   local rc=0
   ctest --preset windows -j "$jobs" || rc=$?
-  wineserver -k || true
+  "$wineserver" -k || true
   return $rc
 }
 
