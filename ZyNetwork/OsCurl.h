@@ -1,14 +1,28 @@
-// The platform's part of the transfer classes' defaults. Internal: not
-// installed, not exported. ZyNetwork/Posix/ and ZyNetwork/Windows/ each
-// implement it.
+// Where the curl binding finds the curl library file when no override is
+// given: the platform's file name and search rule
+// (ZyNetwork/Posix/CurlPosix.cpp, ZyNetwork/Windows/CurlWindows.cpp).
+// Internal: not installed, not exported.
 #pragma once
 
 #include <string>
 
 namespace zyos
 {
+// The path (or bare name, for the system's search order) of the curl library
+// file to load. `moduleAddress` is an address inside the module that holds
+// the binding; the file beside that module comes first.
+// - Windows: "RKCurl.dll" in that module's directory, the bare name when the
+//   directory cannot be found.
+// - Linux: "libRKCurl.so" in that module's directory when that file exists,
+//   otherwise the system's "libcurl.so.4".
+std::string DefaultCurlLibraryPath(const void* moduleAddress);
+
 // The CA bundle a request object verifies servers with unless told
-// otherwise. True with the file name to give curl; false when curl's own
-// default should stay (no name to set).
+// otherwise (ZyNetwork/Posix/CurlDefaultsPosix.cpp,
+// ZyNetwork/Windows/CurlDefaultsWindows.cpp). True with the file name to give
+// curl; false when curl's own default should stay.
+// - Windows: ".\curl-ca-bundle.crt", the bundle in the current directory.
+// - Linux: "./curl-ca-bundle.crt" when that file exists, otherwise the bundle
+//   the loaded libcurl was built with.
 bool DefaultCABundle(std::string& path);
 }  // namespace zyos

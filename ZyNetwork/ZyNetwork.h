@@ -1,6 +1,8 @@
 // Includes every public header of the library.
 #pragma once
 
+#include "ZyNetwork/CurlWrapper.h"
+#include "ZyNetwork/RkCURLError.h"
 #include "ZyNetwork/ZyFdset.h"
 #include "ZyNetwork/ZyIPAddr.h"
 #include "ZyNetwork/ZyIPAddrBlacklist.h"

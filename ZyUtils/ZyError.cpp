@@ -21,6 +21,8 @@ const char* ErrorKindName(EErrorKind kind)
         return "HTTP";
     case EErrorKind::RKResult:
         return "transfer";
+    case EErrorKind::RkCURL:
+        return "curl";
     case EErrorKind::None:
         break;
     }

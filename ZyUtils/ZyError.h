@@ -45,7 +45,8 @@ enum class EErrorKind
     ErrNo,
     Int,
     Http,
-    RKResult
+    RKResult,
+    RkCURL  // the transfer classes' curl codes (ZyNetwork/RkCURLError.h)
 };
 
 ZYNET_API const char* ErrorKindName(EErrorKind kind);

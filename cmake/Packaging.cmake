@@ -30,11 +30,14 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${ZYNET_DEB_RUNTIME})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS ON)
+# libcurl is loaded at run time, so shlibdeps cannot see it: without it the
+# transfer functions return their fallbacks.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "libcurl4")
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION
   "ZyNetwork shared library\n Sockets as flat functions and classes (IPv4, IPv6, Unix-domain, time limits),\n a selector, an address class with CIDR helpers and interface lists, an\n address blacklist and an ICMP ping client.")
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libzynetwork-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${ZYNET_DEB_RUNTIME} (= ${PROJECT_VERSION}), libboost-dev")
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${ZYNET_DEB_RUNTIME} (= ${PROJECT_VERSION}), libboost-dev, libcurl4-openssl-dev | libcurl-dev")
 set(CPACK_DEBIAN_DEV_DESCRIPTION
   "ZyNetwork development files\n Headers, the link library, the CMake package (find_package(ZyNetwork CONFIG))\n and the pkg-config file (zynetwork).")
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME zynet)

@@ -1,0 +1,19 @@
+// The curl library file on Windows: "RKCurl.dll" beside the module that holds
+// the binding.
+#include "ZyNetwork/OsCurl.h"
+
+#include "ZyUtils/ZyLibrary.h"
+
+namespace zyos
+{
+std::string DefaultCurlLibraryPath(const void* moduleAddress)
+{
+    static const char kFileName[] = "RKCurl.dll";
+    std::string directory;
+    // When the module cannot be found, the bare name leaves the choice to the
+    // system's search order.
+    if (!CZyLibrary::ModuleDirectoryOf(moduleAddress, directory))
+        return kFileName;
+    return directory + kFileName;
+}
+}  // namespace zyos
