@@ -523,6 +523,12 @@ RkHTTPReq::~RkHTTPReq()
 CZyError RkHTTPReq::isOperationSuccess(bool& success)
 {
     const long code = responseCode();
+    if (m_operationType == OP_CHECK_CONNECTION)
+    {
+        // Any answer shows that the server can be reached.
+        success = code > 0;
+        return CZyError::Success();
+    }
     success = (code >= 200 && code <= 299) || (code >= 300 && code <= 399 && !getLinkRedirects());
     return CZyError::Success();
 }

@@ -35,6 +35,8 @@ enum HTTPProtocol
 // tells where it points. While redirects are followed, curl asks the new
 // place and a final 3xx is a failure. Anything else is the "Requested
 // Operation Failed" error with curl's 0 and the server's code.
+// checkConnection asks for the base URL alone and succeeds on any answer of
+// the server (it tests that the server can be reached, not a resource).
 //
 // Operations and methods: doGetOperation, download and
 // getFilesAndDirsInfoInFile send GET; doPostOperation POST (the text or the

@@ -8,7 +8,10 @@
 
 #if defined(_WIN32)
 #include <winsock2.h>
+#include <windows.h>
+#include <psapi.h>
 #else
+#include <sys/resource.h>
 #include <unistd.h>
 #endif
 
@@ -47,5 +50,41 @@ std::string TempSocketPath(const char* tag)
     snprintf(path, sizeof(path), "/tmp/zynet-%s-%lu-%d.sock", tag, FXProcess::getProcessId(), counter++);
     std::remove(path);
     return path;
+}
+
+void SetEnv(const char* name, const char* value)
+{
+#if defined(_WIN32)
+    _putenv_s(name, value ? value : "");
+#else
+    if (value)
+        setenv(name, value, 1);
+    else
+        unsetenv(name);
+#endif
+}
+
+std::string HostPath(const std::string& path)
+{
+#if defined(_WIN32)
+    return (!path.empty() && path[0] == '/') ? "Z:" + path : path;
+#else
+    return path;
+#endif
+}
+
+uint64_t PeakResidentBytes()
+{
+#if defined(_WIN32)
+    PROCESS_MEMORY_COUNTERS counters;
+    if (!GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof(counters)))
+        return 0;
+    return counters.PeakWorkingSetSize;
+#else
+    struct rusage usage;
+    if (getrusage(RUSAGE_SELF, &usage) != 0)
+        return 0;
+    return static_cast<uint64_t>(usage.ru_maxrss) * 1024;  // kilobytes on Linux
+#endif
 }
 }  // namespace zytest

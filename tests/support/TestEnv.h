@@ -1,6 +1,8 @@
 // Process set-up and small helpers shared by the test programs.
 #pragma once
 
+#include <stdint.h>
+
 #include <string>
 
 namespace zytest
@@ -13,4 +15,12 @@ bool IsWindowsTarget();
 bool IsRoot();
 // A fresh path for a Unix-domain socket, unique per call.
 std::string TempSocketPath(const char* tag);
+// Sets (or, with a null value, removes) an environment variable of this
+// process.
+void SetEnv(const char* name, const char* value);
+// A host path as this target's file functions take it: unchanged on Linux,
+// under Wine's drive Z: on the Windows target.
+std::string HostPath(const std::string& path);
+// The process's peak resident memory so far, in bytes.
+uint64_t PeakResidentBytes();
 }  // namespace zytest
