@@ -486,7 +486,6 @@ size_t LineEnd(const std::string& text, size_t from, size_t limit)
 RkHTTPReq::RkHTTPReq(HTTPProtocol protocol)
     : m_protocol(protocol),
       m_headerList(nullptr),
-      m_downloadToFile(false),
       m_sendPosition(nullptr),
       m_sendRemaining(0)
 {
@@ -497,7 +496,6 @@ RkHTTPReq::RkHTTPReq(const RkHTTPReq& other)
       m_protocol(other.m_protocol),
       m_headers(other.m_headers),
       m_headerList(nullptr),
-      m_downloadToFile(false),
       m_sendPosition(nullptr),
       m_sendRemaining(0)
 {
@@ -667,29 +665,6 @@ CZyError RkHTTPReq::setDefaults()
     return CZyError::Success();
 }
 
-size_t RkHTTPReq::writeToFile(char* data, size_t size, size_t count, void* self)
-{
-    RkHTTPReq* request = static_cast<RkHTTPReq*>(self);
-    const size_t total = size * count;
-    CZyError error = request->m_file.Write(data, static_cast<uint32_t>(total));
-    if (error.IsError())
-    {
-        request->m_fileError = error;
-        return 0;  // curl stops with its write error (23)
-    }
-    return total;
-}
-
-size_t RkHTTPReq::writeToListing(char* data, size_t size, size_t count, void* self)
-{
-    RkHTTPReq* request = static_cast<RkHTTPReq*>(self);
-    const size_t total = size * count;
-    if (request->m_listing.size() + total > kMaxListingSize)
-        return 0;
-    request->m_listing.append(data, total);
-    return total;
-}
-
 size_t RkHTTPReq::readFromBuffer(char* data, size_t size, size_t count, void* self)
 {
     RkHTTPReq* request = static_cast<RkHTTPReq*>(self);
@@ -702,31 +677,10 @@ size_t RkHTTPReq::readFromBuffer(char* data, size_t size, size_t count, void* se
     return n;
 }
 
-size_t RkHTTPReq::readFromFile(char* data, size_t size, size_t count, void* self)
-{
-    RkHTTPReq* request = static_cast<RkHTTPReq*>(self);
-    const size_t room = size * count;
-    const uint32_t want = static_cast<uint32_t>(std::min<int64_t>(request->m_sendRemaining, static_cast<int64_t>(room)));
-    if (want == 0)
-        return 0;
-    uint32_t got = 0;
-    CZyError error = request->m_file.Read(data, want, got);
-    if (error.IsError() || got == 0)
-    {
-        request->m_fileError = error.IsError() ? error
-                                               : FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::readFromFile"), 1,
-                                                                       "The file ended before the size to send");
-        return CURL_READFUNC_ABORT;
-    }
-    request->m_sendRemaining -= got;
-    return got;
-}
-
 CZyError RkHTTPReq::setMethodParameter()
 {
     static const char kFunction[] = "RkCURL::RkHTTPReq::setMethodParameter";
     void* curl = handle();
-    m_fileError = CZyError::Success();
 
     // Headers: those of setHeaders, those added one by one, those of this
     // call; "Expect:" (empty) keeps curl from waiting for "100 Continue".
@@ -772,14 +726,8 @@ CZyError RkHTTPReq::setMethodParameter()
     {
     case OP_GET:
     case OP_DOWNLOAD:
-        RK_HTTP_SET(CURLOPT_HTTPGET, 1L);
-        if (m_operationType == OP_DOWNLOAD && m_downloadToFile)
-            setOperationWriteCallback(this, &RkHTTPReq::writeToFile);
-        break;
     case OP_DIR_LIST:
         RK_HTTP_SET(CURLOPT_HTTPGET, 1L);
-        m_listing.clear();
-        setOperationWriteCallback(this, &RkHTTPReq::writeToListing);
         break;
     case OP_POST_STRING:
         RK_HTTP_SET(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(m_postString.size()));
@@ -797,21 +745,10 @@ CZyError RkHTTPReq::setMethodParameter()
         setOperationReadCallback(this, &RkHTTPReq::readFromBuffer);
         break;
     case OP_UPLOAD:
-    {
-        CZyError error = m_file.Open(m_sourceFile.c_str(), CZyFile::kReadOnly);
-        uint64_t fileSize = 0;
-        if (!error.IsError())
-            error = m_file.Size(fileSize);
-        if (error.IsError())
-            return error.Push(ZY_LOC(kFunction), "Cannot read the file [%s]", m_sourceFile.c_str());
-        if (m_dataSize > 0 && static_cast<uint64_t>(m_dataSize) > fileSize)
-            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid Buffer size.");
-        m_sendRemaining = m_dataSize > 0 ? m_dataSize : static_cast<int64_t>(fileSize);
+        // The core reads the file while curl sends it.
         RK_HTTP_SET(CURLOPT_UPLOAD, 1L);
-        RK_HTTP_SET(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(m_sendRemaining));
-        setOperationReadCallback(this, &RkHTTPReq::readFromFile);
+        RK_HTTP_SET(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(m_dataSize));
         break;
-    }
     case OP_DELETE:
         if (m_dataSize > 0)
         {
@@ -863,54 +800,6 @@ CZyError RkHTTPReq::unsetOpTypeParameter()
     }
     m_sendPosition = nullptr;
     m_sendRemaining = 0;
-    if (m_operationType == OP_UPLOAD && m_file.IsValid())
-        m_file.Close();
-    if (m_fileError.IsError())
-    {
-        CZyError error = m_fileError;
-        m_fileError = CZyError::Success();
-        return error.Push(ZY_LOC("RkCURL::RkHTTPReq::unsetOpTypeParameter"));
-    }
-    return CZyError::Success();
-}
-
-CZyError RkHTTPReq::downloadToFile(const char* urlPath, const char* localFile, const std::vector<commandInfo>& commands)
-{
-    static const char kFunction[] = "RkCURL::RkHTTPReq::downloadToFile";
-    if (!isInitialized())
-        return download(urlPath, commands).Push(ZY_LOC(kFunction));
-    if (!localFile || !localFile[0])
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid destination file path.");
-    if (!urlPath)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid source url.");
-    CZyError error = m_file.Open(localFile, CZyFile::kWriteCreate);
-    if (error.IsError())
-        return error.Push(ZY_LOC(kFunction), "Cannot create the file [%s]", localFile);
-    m_downloadToFile = true;
-    error = download(urlPath, commands);
-    m_downloadToFile = false;
-    CZyError closed = m_file.Close();
-    if (error.IsError())
-        return error.Push(ZY_LOC(kFunction));
-    if (closed.IsError())
-        return closed.Push(ZY_LOC(kFunction));
-    return CZyError::Success();
-}
-
-CZyError RkHTTPReq::listDirectory(const std::string& path, std::vector<FileDirInfo>& entries)
-{
-    static const char kFunction[] = "RkCURL::RkHTTPReq::listDirectory";
-    // A directory's page is at its name with a trailing '/'; without it
-    // servers answer with a redirect.
-    std::string directory = path;
-    if (!directory.empty() && !EndsWith(directory, '/'))
-        directory.push_back('/');
-    CZyError error = getFilesAndDirsInfoInFile(directory);
-    if (error.IsError())
-        return error.Push(ZY_LOC(kFunction));
-    error = collectFilesAndDir(m_listing, &entries, directory);
-    if (error.IsError())
-        return error.Push(ZY_LOC(kFunction));
     return CZyError::Success();
 }
 

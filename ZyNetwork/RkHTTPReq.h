@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "ZyNetwork/RkProtocolReq.h"
-#include "ZyUtils/ZyFile.h"
 
 namespace RkCURL
 {
@@ -79,33 +78,14 @@ public:
     // A listing name ending in '/' is a directory.
     CZyError IsFile(const std::string& name, bool& isFile) override;
 
-    // Downloads `urlPath` into the local file `localFile` (created or
-    // truncated), writing each piece as it arrives.
-    CZyError downloadToFile(const char* urlPath, const char* localFile,
-                            const std::vector<commandInfo>& commands = std::vector<commandInfo>());
-    // Fetches the listing page of the directory `path` and parses it.
-    CZyError listDirectory(const std::string& path, std::vector<FileDirInfo>& entries);
-    // The page of the last getFilesAndDirsInfoInFile or listDirectory.
-    const std::string& getListing() const { return m_listing; }
-    // The largest listing page kept (bytes); a longer one fails with curl's
-    // write error (23).
-    static const size_t kMaxListingSize = 64u << 20;
-
 private:
-    static size_t writeToFile(char* data, size_t size, size_t count, void* self);
-    static size_t writeToListing(char* data, size_t size, size_t count, void* self);
     static size_t readFromBuffer(char* data, size_t size, size_t count, void* self);
-    static size_t readFromFile(char* data, size_t size, size_t count, void* self);
     std::string baseURL() const;
 
     HTTPProtocol m_protocol;
     std::map<std::string, std::string> m_headers;
     curl_slist* m_headerList;
-    CZyFile m_file;           // the file being uploaded or downloaded into
-    bool m_downloadToFile;
-    CZyError m_fileError;     // a failed write or read of m_file during the transfer
     const char* m_sendPosition;
     int64_t m_sendRemaining;
-    std::string m_listing;
 };
 }  // namespace RkCURL

@@ -90,7 +90,9 @@ RkProtocolReq::RkProtocolReq()
       m_traceData(nullptr),
       m_traceFunction(nullptr),
       m_progressData(nullptr),
-      m_progressFunction(nullptr)
+      m_progressFunction(nullptr),
+      m_writeLocalFile(false),
+      m_localRemaining(0)
 {
 }
 
@@ -716,14 +718,134 @@ CZyError RkProtocolReq::uploadFile(const char* sourceFile, const char* urlPath, 
         return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid URL path.");
     m_sourceFile = sourceFile;
     m_urlPath = urlPath;
-    m_dataSize = size;
     m_commands = commands;
     m_operationType = OP_UPLOAD;
     m_operationName = "PUT";
-    CZyError error = SendReqest();
+
+    // The file is read piece by piece while curl sends it; the protocol
+    // class learns the byte count from the data size.
+    CZyError error = m_localFile.Open(sourceFile, CZyFile::kReadOnly);
+    uint64_t fileSize = 0;
+    if (!error.IsError())
+        error = m_localFile.Size(fileSize);
     if (error.IsError())
-        error.Push(ZY_LOC(kFunction));
+    {
+        m_localFile.Close();
+        return error.Push(ZY_LOC(kFunction), "Cannot read the file [%s]", sourceFile);
+    }
+    if (size > fileSize)
+    {
+        m_localFile.Close();
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kInvalidBufferSize);
+    }
+    m_dataSize = size > 0 ? static_cast<int64_t>(size) : static_cast<int64_t>(fileSize);
+    m_localRemaining = m_dataSize;
+    m_localFileError = CZyError::Success();
+    error = SendReqest();
+    m_localFile.Close();
+    return takeLocalFileError(error, kFunction);
+}
+
+// A failure of the local file during the transfer is what the caller needs
+// to see (curl only reports that the callback stopped it).
+CZyError RkProtocolReq::takeLocalFileError(CZyError error, const char* function)
+{
+    if (m_localFileError.IsError())
+    {
+        CZyError fileError = m_localFileError;
+        m_localFileError = CZyError::Success();
+        return fileError.Push(ZY_LOC(function), "The local file failed during the transfer");
+    }
+    if (error.IsError())
+        error.Push(ZY_LOC(function));
     return error;
+}
+
+size_t RkProtocolReq::writeToLocalFile(char* data, size_t size, size_t count, void* self)
+{
+    RkProtocolReq* request = static_cast<RkProtocolReq*>(self);
+    const size_t total = size * count;
+    CZyError error = request->m_localFile.Write(data, static_cast<uint32_t>(total));
+    if (error.IsError())
+    {
+        request->m_localFileError = error;
+        return 0;  // curl stops with its write error (23)
+    }
+    return total;
+}
+
+size_t RkProtocolReq::readFromLocalFile(char* data, size_t size, size_t count, void* self)
+{
+    RkProtocolReq* request = static_cast<RkProtocolReq*>(self);
+    const size_t room = size * count;
+    const int64_t want64 = request->m_localRemaining < static_cast<int64_t>(room) ? request->m_localRemaining
+                                                                                 : static_cast<int64_t>(room);
+    const uint32_t want = static_cast<uint32_t>(want64);
+    if (want == 0)
+        return 0;
+    uint32_t got = 0;
+    CZyError error = request->m_localFile.Read(data, want, got);
+    if (error.IsError() || got == 0)
+    {
+        request->m_localFileError =
+            error.IsError() ? error
+                            : FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::uploadFile"), 1,
+                                                    "The file ended before the size to send");
+        return CURL_READFUNC_ABORT;
+    }
+    request->m_localRemaining -= got;
+    return got;
+}
+
+size_t RkProtocolReq::writeToListing(char* data, size_t size, size_t count, void* self)
+{
+    RkProtocolReq* request = static_cast<RkProtocolReq*>(self);
+    const size_t total = size * count;
+    if (request->m_listing.size() + total > kMaxListingSize)
+        return 0;
+    request->m_listing.append(data, total);
+    return total;
+}
+
+CZyError RkProtocolReq::downloadToFile(const char* sourceURL, const char* localFile,
+                                       const std::vector<commandInfo>& commands)
+{
+    static const char kFunction[] = "RkCURL::RkProtocolReq::downloadToFile";
+    RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
+    if (!sourceURL)
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid source url.");
+    if (!localFile || !localFile[0])
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid destination file path.");
+    CZyError error = m_localFile.Open(localFile, CZyFile::kWriteCreate);
+    if (error.IsError())
+        return error.Push(ZY_LOC(kFunction), "Cannot create the file [%s]", localFile);
+    m_localFileError = CZyError::Success();
+    m_writeLocalFile = true;
+    error = download(sourceURL, commands);
+    m_writeLocalFile = false;
+    CZyError closed = m_localFile.Close();
+    error = takeLocalFileError(error, kFunction);
+    if (!error.IsError() && closed.IsError())
+        return closed.Push(ZY_LOC(kFunction));
+    return error;
+}
+
+CZyError RkProtocolReq::listDirectory(const std::string& path, std::vector<FileDirInfo>& entries)
+{
+    static const char kFunction[] = "RkCURL::RkProtocolReq::listDirectory";
+    RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
+    // A directory is named with a trailing '/': web servers redirect
+    // without it and curl lists an FTP directory only with it.
+    std::string directory = path.empty() ? std::string("/") : path;
+    if (directory.back() != '/')
+        directory.push_back('/');
+    CZyError error = getFilesAndDirsInfoInFile(directory);
+    if (error.IsError())
+        return error.Push(ZY_LOC(kFunction));
+    error = collectFilesAndDir(m_listing, &entries, directory);
+    if (error.IsError())
+        return error.Push(ZY_LOC(kFunction));
+    return CZyError::Success();
 }
 
 CZyError RkProtocolReq::sendFileInfoRequest(const std::string& path, operationType type, double& size)
@@ -820,6 +942,7 @@ CZyError RkProtocolReq::getFilesAndDirsInfoInFile(const std::string& sourcePath)
     m_commands.clear();
     m_operationType = OP_DIR_LIST;
     m_operationName = "GET";
+    m_listing.clear();
     CZyError error = SendReqest();
     if (error.IsError())
         error.Push(ZY_LOC(kFunction));
@@ -898,6 +1021,12 @@ CZyError RkProtocolReq::PrepareForRequest()
     // caller's; without either the body is discarded and an upload is empty
     // (curl's own defaults would write to or read from a null stream).
     void* curl = handle();
+    if (!m_opWriteFunction && m_writeLocalFile && m_operationType == OP_DOWNLOAD)
+        setOperationWriteCallback(this, &RkProtocolReq::writeToLocalFile);
+    else if (!m_opWriteFunction && m_operationType == OP_DIR_LIST)
+        setOperationWriteCallback(this, &RkProtocolReq::writeToListing);
+    if (!m_opReadFunction && m_operationType == OP_UPLOAD && m_localFile.IsValid())
+        setOperationReadCallback(this, &RkProtocolReq::readFromLocalFile);
     const bool opWrite = m_opWriteFunction != nullptr;
     const bool opRead = m_opReadFunction != nullptr;
     CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_WRITEDATA, opWrite ? m_opWriteData : m_writeData);

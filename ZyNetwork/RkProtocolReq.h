@@ -22,6 +22,7 @@
 #include "ZyNetwork/RkCURLError.h"
 #include "ZyUtils/ZyError.h"
 #include "ZyUtils/ZyExport.h"
+#include "ZyUtils/ZyFile.h"
 
 namespace RkCURL
 {
@@ -247,9 +248,23 @@ public:
     // Existence of a file or directory. A directory counts as missing when
     // curl reports 9 (access denied) or the server answers 404.
     CZyError checkIfFileOrDirExists(const std::string& path, bool isFile, bool& exists);
-    // Fetches the listing of `sourcePath`; the protocol class parses it.
+    // Fetches the listing of `sourcePath` (kept, see getListing); the
+    // protocol class parses it.
     CZyError getFilesAndDirsInfoInFile(const std::string& sourcePath);
     CZyError checkConnection();
+
+    // Downloads `sourceURL` (as download) into the local file `localFile`,
+    // created or truncated, writing each piece as it arrives.
+    CZyError downloadToFile(const char* sourceURL, const char* localFile,
+                            const std::vector<commandInfo>& commands = std::vector<commandInfo>());
+    // Fetches the listing of the directory `path` (a '/' is added to its
+    // end) and parses it into `entries` (appended).
+    CZyError listDirectory(const std::string& path, std::vector<FileDirInfo>& entries);
+    // The listing text of the last getFilesAndDirsInfoInFile or listDirectory.
+    const std::string& getListing() const { return m_listing; }
+    // The longest listing kept (bytes); a longer one fails with curl's write
+    // error (23).
+    static const size_t kMaxListingSize = 64u << 20;
 
     CZyError URLEncode(const std::string& in, std::string& out);
     CZyError URLDecode(const std::string& in, std::string& out);
@@ -314,6 +329,10 @@ private:
     void copySettings(const RkProtocolReq& other);
     void releaseHandle();
     CZyError sendFileInfoRequest(const std::string& path, operationType type, double& size);
+    CZyError takeLocalFileError(CZyError error, const char* function);
+    static size_t writeToLocalFile(char* data, size_t size, size_t count, void* self);
+    static size_t readFromLocalFile(char* data, size_t size, size_t count, void* self);
+    static size_t writeToListing(char* data, size_t size, size_t count, void* self);
 
     static bool m_gbInit;
     // Declared for TLS locking callbacks; no operation uses it (libcurl
@@ -348,5 +367,14 @@ private:
 
     std::vector<std::pair<std::string, std::string>> m_requestedHeaders;
     std::vector<RecordedOption> m_options;
+
+    // The local file of downloadToFile or uploadFile during the transfer,
+    // what remains to be sent from it, and the first failure reading or
+    // writing it.
+    CZyFile m_localFile;
+    bool m_writeLocalFile;
+    int64_t m_localRemaining;
+    CZyError m_localFileError;
+    std::string m_listing;
 };
 }  // namespace RkCURL
