@@ -8,6 +8,7 @@ packages=(
   libboost-dev libcurl4-openssl-dev
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   g++-mingw-w64-x86-64-posix wine64
+  dpkg-dev
   iproute2 util-linux procps python3
 )
 

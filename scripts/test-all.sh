@@ -19,8 +19,11 @@ run_linux() {
 }
 
 run_windows() {
+  echo "=== [windows] libcurl for Windows (RKCurl.dll; cached under build/win-deps)"
+  local win_curl
+  win_curl=$(bash scripts/build-win-curl.sh | tail -1)
   echo "=== [windows] configure and build"
-  cmake --preset windows >/dev/null
+  cmake --preset windows -DZYNET_WIN_CURL_DLL="$win_curl" >/dev/null
   cmake --build --preset windows -j "$jobs"
   echo "=== [windows] test under Wine"
   export WINEDEBUG=-all
