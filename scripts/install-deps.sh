@@ -10,6 +10,7 @@ packages=(
   g++-mingw-w64-x86-64-posix wine64
   dpkg-dev
   iproute2 util-linux procps python3
+  nginx tinyproxy openssl apache2 curl
 )
 
 missing=()
