@@ -56,4 +56,10 @@ python3 bench/report.py \
   --elapsed "$elapsed" \
   --extra "compiler=$("${compiler:-c++}" --version | head -n1)" \
   --extra "commit=$(git rev-parse --short HEAD 2>/dev/null || echo unknown)$(git diff --quiet HEAD -- ZyNetwork ZyUtils 2>/dev/null || echo ' (library sources modified)')"
+# The HTTP download against the curl tool (its own section of the report,
+# written after the report above). ZYNET_BENCH_HTTP=0 leaves it out.
+if [ "${ZYNET_BENCH_HTTP:-1}" = 1 ]; then
+  echo "=== [bench] HTTP download against the curl tool"
+  /usr/bin/python3 scripts/bench_http.py "$bin/bench_http" docs/PERFORMANCE.md "$repetitions"
+fi
 echo "=== [bench] done in ${elapsed}s: docs/PERFORMANCE.md"

@@ -9,7 +9,8 @@ packages=(
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   g++-mingw-w64-x86-64-posix wine64
   dpkg-dev
-  iproute2 util-linux procps python3 openssl
+  iproute2 util-linux procps python3
+  nginx tinyproxy openssl apache2 curl
 )
 
 missing=()

@@ -17,6 +17,15 @@ namespace zyos
 //   otherwise the system's "libcurl.so.4".
 std::string DefaultCurlLibraryPath(const void* moduleAddress);
 
+// The CA bundle a request object verifies servers with unless told
+// otherwise (ZyNetwork/Posix/CurlDefaultsPosix.cpp,
+// ZyNetwork/Windows/CurlDefaultsWindows.cpp). True with the file name to give
+// curl; false when curl's own default should stay.
+// - Windows: ".\curl-ca-bundle.crt", the bundle in the current directory.
+// - Linux: "./curl-ca-bundle.crt" when that file exists, otherwise the bundle
+//   the loaded libcurl was built with.
+bool DefaultCABundle(std::string& path);
+
 // Called once the binding has loaded `path`. Linux: keeps the file (and so
 // the libraries it depends on) mapped until the process ends, even after the
 // binding releases it at exit. The system's libcurl pulls in libraries

@@ -10,7 +10,10 @@
 
 #if defined(_WIN32)
 #include <winsock2.h>
+#include <windows.h>
+#include <psapi.h>
 #else
+#include <sys/resource.h>
 #include <unistd.h>
 #endif
 
@@ -66,10 +69,36 @@ ZYNET_SockAddr LoopbackRecord(int family)
 void SetEnv(const char* name, const char* value)
 {
 #if defined(_WIN32)
-    // msvcrt's environment, which getenv reads.
-    _putenv((std::string(name) + "=" + value).c_str());
+    _putenv_s(name, value ? value : "");
 #else
-    setenv(name, value, 1);
+    if (value)
+        setenv(name, value, 1);
+    else
+        unsetenv(name);
+#endif
+}
+
+std::string HostPath(const std::string& path)
+{
+#if defined(_WIN32)
+    return (!path.empty() && path[0] == '/') ? "Z:" + path : path;
+#else
+    return path;
+#endif
+}
+
+uint64_t PeakResidentBytes()
+{
+#if defined(_WIN32)
+    PROCESS_MEMORY_COUNTERS counters;
+    if (!GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof(counters)))
+        return 0;
+    return counters.PeakWorkingSetSize;
+#else
+    struct rusage usage;
+    if (getrusage(RUSAGE_SELF, &usage) != 0)
+        return 0;
+    return static_cast<uint64_t>(usage.ru_maxrss) * 1024;  // kilobytes on Linux
 #endif
 }
 }  // namespace zytest

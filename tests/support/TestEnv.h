@@ -1,6 +1,8 @@
 // Process set-up and small helpers shared by the test programs.
 #pragma once
 
+#include <stdint.h>
+
 #include <string>
 
 #include "ZyNetwork/ZySockAddr.h"
@@ -18,6 +20,12 @@ std::string TempSocketPath(const char* tag);
 // The loopback address of `family` (127.0.0.1 or ::1), port 0, in a zeroed
 // record.
 ZYNET_SockAddr LoopbackRecord(int family);
-// Sets an environment variable of this process (visible to getenv).
+// Sets (or, with a null value, removes) an environment variable of this
+// process.
 void SetEnv(const char* name, const char* value);
+// A host path as this target's file functions take it: unchanged on Linux,
+// under Wine's drive Z: on the Windows target.
+std::string HostPath(const std::string& path);
+// The process's peak resident memory so far, in bytes.
+uint64_t PeakResidentBytes();
 }  // namespace zytest

@@ -103,6 +103,10 @@ int RunIfaces(Output& out, const std::vector<std::string>& args);
 int RunBlacklist(Output& out, const std::vector<std::string>& args);
 int RunPing(Output& out, const std::vector<std::string>& args);
 int RunTour(Output& out, const std::vector<std::string>& args);
+int RunGet(Output& out, const std::vector<std::string>& args);
+int RunPut(Output& out, const std::vector<std::string>& args);
+int RunLs(Output& out, const std::vector<std::string>& args);
+int RunHead(Output& out, const std::vector<std::string>& args);
 int RunCurlVersion(Output& out, const std::vector<std::string>& args);
 // Windows only; elsewhere it reports that it is not available.
 int RunProxy(Output& out, const std::vector<std::string>& args);

@@ -53,6 +53,46 @@ const std::vector<Command>& Commands()
          "  -s SIZE  payload bytes (default 56)\n"
          "  -W SEC   seconds to wait for each reply (default 1)",
          RunPing},
+        {"get", "URL [-o FILE] [OPTIONS]", "download a URL to a file or stdout",
+         "Downloads URL into FILE (or to stdout without -o; --json needs -o), following redirects.\n"
+         "  --user USER:PASSWORD        credentials for the server\n"
+         "  --proxy HOST:PORT           an HTTP proxy (--proxy-user USER:PASSWORD for its login)\n"
+         "  --cacert FILE               verify the server with the CA certificates in FILE\n"
+         "  --insecure, -k              accept any server certificate\n"
+         "  --timeout SEC               give up after SEC seconds\n"
+         "  --client NAME               curl (default) or another client of this platform\n"
+         "URLs: http:// and https://. A progress line is drawn on stderr when it is a terminal.",
+         RunGet},
+        {"put", "FILE URL [OPTIONS]", "upload a file to a URL",
+         "Sends the local FILE to URL (HTTP PUT), reading it while it is sent.\n"
+         "  --user USER:PASSWORD        credentials for the server\n"
+         "  --proxy HOST:PORT           an HTTP proxy (--proxy-user USER:PASSWORD for its login)\n"
+         "  --cacert FILE               verify the server with the CA certificates in FILE\n"
+         "  --insecure, -k              accept any server certificate\n"
+         "  --timeout SEC               give up after SEC seconds\n"
+         "  --client NAME               curl (default) or another client of this platform\n"
+         "URLs: http:// and https://. A progress line is drawn on stderr when it is a terminal.",
+         RunPut},
+        {"ls", "URL [OPTIONS]", "list a directory",
+         "Lists the directory at URL (a server's generated listing page): type, size, date, name.\n"
+         "  --user USER:PASSWORD        credentials for the server\n"
+         "  --proxy HOST:PORT           an HTTP proxy (--proxy-user USER:PASSWORD for its login)\n"
+         "  --cacert FILE               verify the server with the CA certificates in FILE\n"
+         "  --insecure, -k              accept any server certificate\n"
+         "  --timeout SEC               give up after SEC seconds\n"
+         "  --client NAME               curl (default) or another client of this platform\n"
+         "URLs: http:// and https://. A progress line is drawn on stderr when it is a terminal.",
+         RunLs},
+        {"head", "URL [OPTIONS]", "status and size of a URL without its body",
+         "Asks for URL's headers only and prints the status and the size.\n"
+         "  --user USER:PASSWORD        credentials for the server\n"
+         "  --proxy HOST:PORT           an HTTP proxy (--proxy-user USER:PASSWORD for its login)\n"
+         "  --cacert FILE               verify the server with the CA certificates in FILE\n"
+         "  --insecure, -k              accept any server certificate\n"
+         "  --timeout SEC               give up after SEC seconds\n"
+         "  --client NAME               curl (default) or another client of this platform\n"
+         "URLs: http:// and https://. A progress line is drawn on stderr when it is a terminal.",
+         RunHead},
         {"curl-version", "", "the curl library file loaded, its version and protocols",
          "Loads the curl library as the transfer functions do and shows which file was loaded,\n"
          "curl's version text, its protocols and its TLS back-end, or \"Failed to load libcurl\"\n"

@@ -1,0 +1,30 @@
+// Default CA bundle on Linux: a "curl-ca-bundle.crt" in the current directory
+// when there is one (as on Windows), otherwise the bundle that the loaded
+// libcurl was built to use, so that HTTPS verifies out of the box.
+#include <unistd.h>
+
+#include "ZyNetwork/CurlWrapper.h"
+#include "ZyNetwork/Internal/OsCurl.h"
+
+namespace zyos
+{
+bool DefaultCABundle(std::string& path)
+{
+    static const char kLocalBundle[] = "./curl-ca-bundle.crt";
+    if (access(kLocalBundle, R_OK) == 0)
+    {
+        path = kLocalBundle;
+        return true;
+    }
+    // The built-in default of libcurl. Naming it again (rather than setting
+    // nothing) lets a later setSecured with an empty name put it back after
+    // another file was chosen.
+    const curl_version_info_data* info = CurlWrapper::rk_curl_version_info(CURLVERSION_NOW);
+    if (info && info->age >= CURLVERSION_SEVENTH && info->cainfo && info->cainfo[0])
+    {
+        path = info->cainfo;
+        return true;
+    }
+    return false;
+}
+}  // namespace zyos

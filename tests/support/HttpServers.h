@@ -1,0 +1,37 @@
+// The loopback servers of the HTTP transfer tests. tests/support/http_servers.py
+// starts them before the tests (a CTest fixture) and describes them in a
+// JSON file named by the environment variable ZYTEST_HTTP_SERVERS.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+
+namespace zytest
+{
+struct HttpServers
+{
+    bool available = false;
+    std::string problem;  // why they are not available
+    int http = 0;         // nginx
+    int https = 0;        // nginx with the test CA's certificate (localhost, 127.0.0.1)
+    int pythonHttp = 0;   // Python's http.server over the listing tree
+    int apache = 0;       // Apache with mod_autoindex; 0 when apache2 is not installed
+    int proxy = 0;        // tinyproxy with basic authentication
+    int echo = 0;         // scripted: answers with the method, target and body it received
+    int silent = 0;       // scripted: reads the request and never answers
+    int cut = 0;          // scripted: promises 1 MiB, closes after 64 KiB
+    int lying = 0;        // scripted: says 100 bytes, sends 10
+    int64_t bigSize = 0;  // bytes of /big/1GiB.bin
+    std::string www;      // nginx's root (host path as this target's file functions take it)
+    std::string caFile;
+    std::string wrongCaFile;
+    std::string user, password;
+    std::string proxyUser, proxyPassword;
+};
+
+// Read once per process.
+const HttpServers& GetHttpServers();
+// "http://127.0.0.1:PORT".
+std::string LoopbackURL(int port, bool https = false);
+}  // namespace zytest

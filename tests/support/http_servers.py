@@ -1,0 +1,432 @@
+#!/usr/bin/python3
+"""Loopback servers for the HTTP transfer tests.
+
+usage: http_servers.py start STATE_DIR   start every server, write STATE_DIR/servers.json
+       http_servers.py stop STATE_DIR    stop the servers started there and remove STATE_DIR
+       http_servers.py misbehave PORTS.json   (internal) the scripted server
+
+Each server listens on a free port of 127.0.0.1 with its own configuration
+and files under STATE_DIR:
+- nginx over HTTP and HTTPS (a CA and a server certificate made here with
+  openssl): static files, autoindex listings, WebDAV PUT/DELETE/MKCOL under
+  /dav/, basic authentication under /auth/, a redirect, 404 and 503;
+- Python's http.server serving the listing tree;
+- Apache's httpd with mod_autoindex serving the listing tree, when apache2
+  is installed;
+- tinyproxy with basic authentication;
+- a scripted server for what nginx will not do: an echo of the request
+  (method and body), a connection that stays silent, a body cut off in the
+  middle and a Content-Length that is not honoured.
+"""
+import json
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import threading
+import time
+
+PYTHON = "/usr/bin/python3"
+USER = "zyuser"
+PASSWORD = "zy pass:1"
+PROXY_USER = "proxyuser"
+PROXY_PASSWORD = "proxypass"
+BIG_SIZE = 1 << 30
+
+# The listing tree: names with spaces and non-ASCII letters, an empty file,
+# a directory. Sizes stay under 1 KiB so that every listing shows them in
+# bytes.
+LIST_FILES = {
+    "a file.txt": b"first file\n",
+    "\u00fcber gr\u00f6\u00dfe.txt": b"non-ASCII name\n" * 3,
+    "empty.txt": b"",
+    "percent%sign & more.txt": b"odd characters\n",
+    "sub dir/inner.txt": b"inside\n",
+    # Longer than the 50 characters nginx shows of a name.
+    "a long file name that listing pages cut short when they show it.txt": b"long\n",
+}
+LIST_DIRS = ["sub dir", "\u00e9t\u00e9"]
+
+
+def free_port():
+    with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as s:
+        s.bind(("127.0.0.1", 0))
+        return s.getsockname()[1]
+
+
+def wait_port(port, proc, what, timeout=20):
+    deadline = time.monotonic() + timeout
+    while time.monotonic() < deadline:
+        if proc is not None and proc.poll() is not None:
+            raise RuntimeError("%s exited with %d" % (what, proc.returncode))
+        try:
+            with socket.create_connection(("127.0.0.1", port), timeout=1):
+                return
+        except OSError:
+            time.sleep(0.05)
+    raise RuntimeError("%s did not listen on %d" % (what, port))
+
+
+def run(args, **kwargs):
+    subprocess.run(args, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, **kwargs)
+
+
+def make_certificates(state):
+    ca_key, ca_crt = os.path.join(state, "ca.key"), os.path.join(state, "ca.crt")
+    key, csr, crt = (os.path.join(state, n) for n in ("server.key", "server.csr", "server.crt"))
+    ext = os.path.join(state, "server.ext")
+    run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", ca_key, "-out", ca_crt, "-days", "2",
+         "-subj", "/CN=ZyNetwork test CA", "-addext", "basicConstraints=critical,CA:TRUE",
+         "-addext", "keyUsage=critical,keyCertSign,cRLSign"])
+    run(["openssl", "req", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", csr, "-subj", "/CN=localhost"])
+    with open(ext, "w") as f:
+        f.write("subjectAltName=DNS:localhost,IP:127.0.0.1\nbasicConstraints=CA:FALSE\n"
+                "keyUsage=digitalSignature,keyEncipherment\nextendedKeyUsage=serverAuth\n")
+    run(["openssl", "x509", "-req", "-in", csr, "-CA", ca_crt, "-CAkey", ca_key, "-CAcreateserial", "-out", crt,
+         "-days", "2", "-extfile", ext])
+    # A second CA that signed nothing of the server's.
+    other_key, other_crt = os.path.join(state, "other-ca.key"), os.path.join(state, "other-ca.crt")
+    run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", other_key, "-out", other_crt,
+         "-days", "2", "-subj", "/CN=ZyNetwork unrelated CA", "-addext", "basicConstraints=critical,CA:TRUE"])
+    return ca_crt, crt, key, other_crt
+
+
+def make_tree(root):
+    www = os.path.join(root, "www")
+    listing = os.path.join(www, "list")
+    for d in LIST_DIRS:
+        os.makedirs(os.path.join(listing, d), exist_ok=True)
+    for name, data in LIST_FILES.items():
+        with open(os.path.join(listing, name), "wb") as f:
+            f.write(data)
+    with open(os.path.join(www, "hello.txt"), "wb") as f:
+        f.write(b"hello from nginx\n")
+    os.makedirs(os.path.join(www, "dav"), exist_ok=True)
+    # nginx's workers may run as another user than its master (root).
+    os.chmod(os.path.join(www, "dav"), 0o777)
+    os.makedirs(os.path.join(www, "auth"), exist_ok=True)
+    with open(os.path.join(www, "auth", "secret.txt"), "wb") as f:
+        f.write(b"authorised bytes\n")
+    os.makedirs(os.path.join(www, "big"), exist_ok=True)
+    # Sparse: 1 GiB of zeros that takes no disk space.
+    with open(os.path.join(www, "big", "1GiB.bin"), "wb") as f:
+        f.truncate(BIG_SIZE)
+    return www
+
+
+def nginx_config(state, www, http_port, https_port, crt, key):
+    htpasswd = os.path.join(state, "htpasswd")
+    hashed = subprocess.run(["openssl", "passwd", "-apr1", PASSWORD], check=True, capture_output=True,
+                            text=True).stdout.strip()
+    with open(htpasswd, "w") as f:
+        f.write("%s:%s\n" % (USER, hashed))
+    temp = os.path.join(state, "nginx-temp")
+    os.makedirs(temp, exist_ok=True)
+    os.chmod(temp, 0o777)
+    conf = """
+worker_processes 1;
+error_log {state}/nginx-error.log warn;
+pid {state}/nginx.pid;
+events {{ worker_connections 256; }}
+http {{
+    access_log off;
+    default_type application/octet-stream;
+    sendfile on;
+    client_body_temp_path {temp}/body;
+    proxy_temp_path {temp}/proxy;
+    fastcgi_temp_path {temp}/fastcgi;
+    uwsgi_temp_path {temp}/uwsgi;
+    scgi_temp_path {temp}/scgi;
+    server {{
+        listen 127.0.0.1:{http_port};
+        listen 127.0.0.1:{https_port} ssl;
+        server_name localhost;
+        ssl_certificate {crt};
+        ssl_certificate_key {key};
+        ssl_protocols TLSv1.2 TLSv1.3;
+        root {www};
+        location /list/ {{ autoindex on; }}
+        location /dav/ {{
+            autoindex on;
+            dav_methods PUT DELETE MKCOL;
+            create_full_put_path on;
+            client_max_body_size 0;
+        }}
+        location /auth/ {{
+            auth_basic "zynetwork tests";
+            auth_basic_user_file {htpasswd};
+        }}
+        location = /redirect {{ return 302 /hello.txt; }}
+        location = /unavailable {{ return 503; }}
+    }}
+}}
+""".format(state=state, temp=temp, http_port=http_port, https_port=https_port, crt=crt, key=key, www=www,
+           htpasswd=htpasswd)
+    path = os.path.join(state, "nginx.conf")
+    with open(path, "w") as f:
+        f.write(conf)
+    return path
+
+
+def apache_config(state, www, port):
+    modules = "/usr/lib/apache2/modules"
+    conf = """
+ServerRoot "{state}"
+Listen 127.0.0.1:{port}
+PidFile "{state}/apache.pid"
+ErrorLog "{state}/apache-error.log"
+LoadModule mpm_event_module {m}/mod_mpm_event.so
+LoadModule authz_core_module {m}/mod_authz_core.so
+LoadModule dir_module {m}/mod_dir.so
+LoadModule mime_module {m}/mod_mime.so
+LoadModule autoindex_module {m}/mod_autoindex.so
+LoadModule alias_module {m}/mod_alias.so
+ServerName localhost
+DocumentRoot "{www}"
+TypesConfig /etc/mime.types
+StartServers 1
+ServerLimit 1
+<Directory "{www}">
+    Options Indexes
+    Require all granted
+    IndexOptions FancyIndexing VersionSort HTMLTable NameWidth=* DescriptionWidth=* Charset=UTF-8
+</Directory>
+""".format(state=state, port=port, m=modules, www=www)
+    path = os.path.join(state, "apache.conf")
+    with open(path, "w") as f:
+        f.write(conf)
+    return path
+
+
+def tinyproxy_config(state, port):
+    conf = """
+Port {port}
+Listen 127.0.0.1
+Allow 127.0.0.1
+BasicAuth {user} {password}
+Timeout 60
+MaxClients 20
+LogFile "{state}/tinyproxy.log"
+LogLevel Info
+PidFile "{state}/tinyproxy.pid"
+DisableViaHeader Yes
+""".format(port=port, user=PROXY_USER, password=PROXY_PASSWORD, state=state)
+    path = os.path.join(state, "tinyproxy.conf")
+    with open(path, "w") as f:
+        f.write(conf)
+    return path
+
+
+def spawn(args, state, name):
+    log = open(os.path.join(state, name + ".out"), "wb")
+    return subprocess.Popen(args, stdin=subprocess.DEVNULL, stdout=log, stderr=subprocess.STDOUT,
+                            start_new_session=True, cwd=state)
+
+
+def start(state):
+    state = os.path.realpath(state)
+    if os.path.exists(state):
+        stop(state)
+    os.makedirs(state)
+    info = {"pids": [], "user": USER, "password": PASSWORD, "proxyUser": PROXY_USER,
+            "proxyPassword": PROXY_PASSWORD, "bigSize": BIG_SIZE, "state": state}
+    try:
+        www = make_tree(state)
+        info["www"] = www
+        ca, crt, key, other = make_certificates(state)
+        info["caFile"] = ca
+        info["wrongCaFile"] = other
+
+        http_port, https_port = free_port(), free_port()
+        conf = nginx_config(state, www, http_port, https_port, crt, key)
+        proc = spawn(["nginx", "-p", state, "-c", conf, "-g", "daemon off;"], state, "nginx")
+        info["pids"].append(proc.pid)
+        wait_port(http_port, proc, "nginx")
+        wait_port(https_port, proc, "nginx")
+        info["http"] = http_port
+        info["https"] = https_port
+
+        # A free port can be taken by another program before the server
+        # binds it: try again with another.
+        for attempt in range(3):
+            port = free_port()
+            proc = spawn([PYTHON, "-m", "http.server", str(port), "--bind", "127.0.0.1", "--directory",
+                          os.path.join(www, "list")], state, "pyhttp")
+            try:
+                wait_port(port, proc, "http.server")
+                break
+            except RuntimeError:
+                if attempt == 2:
+                    raise
+        info["pids"].append(proc.pid)
+        info["pythonHttp"] = port
+
+        if os.path.exists("/usr/sbin/apache2"):
+            port = free_port()
+            conf = apache_config(state, www, port)
+            proc = spawn(["/usr/sbin/apache2", "-f", conf, "-DFOREGROUND"], state, "apache")
+            info["pids"].append(proc.pid)
+            wait_port(port, proc, "apache2")
+            info["apache"] = port
+
+        port = free_port()
+        conf = tinyproxy_config(state, port)
+        proc = spawn(["tinyproxy", "-d", "-c", conf], state, "tinyproxy")
+        info["pids"].append(proc.pid)
+        wait_port(port, proc, "tinyproxy")
+        info["proxy"] = port
+
+        ports = {name: free_port() for name in ("echo", "silent", "cut", "lying")}
+        with open(os.path.join(state, "scripted.json"), "w") as f:
+            json.dump(ports, f)
+        proc = spawn([PYTHON, os.path.abspath(__file__), "misbehave", os.path.join(state, "scripted.json")], state,
+                     "scripted")
+        info["pids"].append(proc.pid)
+        for port in ports.values():
+            wait_port(port, proc, "scripted server")
+        info.update(ports)
+    finally:
+        with open(os.path.join(state, "servers.json"), "w") as f:
+            json.dump(info, f, indent=1)
+    return info
+
+
+def stop(state):
+    path = os.path.join(state, "servers.json")
+    if os.path.exists(path):
+        with open(path) as f:
+            info = json.load(f)
+        for pid in info.get("pids", []):
+            try:
+                os.killpg(pid, signal.SIGTERM)
+            except OSError:
+                pass
+        deadline = time.monotonic() + 10
+        for pid in info.get("pids", []):
+            while time.monotonic() < deadline:
+                try:
+                    os.killpg(pid, 0)
+                except OSError:
+                    break
+                time.sleep(0.05)
+            try:
+                os.killpg(pid, signal.SIGKILL)
+            except OSError:
+                pass
+    shutil.rmtree(state, ignore_errors=True)
+
+
+# ---- the scripted server -----------------------------------------------------
+
+def read_request(conn):
+    data = b""
+    while b"\r\n\r\n" not in data:
+        chunk = conn.recv(65536)
+        if not chunk:
+            return None, None, b"", b""
+        data += chunk
+    head, body = data.split(b"\r\n\r\n", 1)
+    lines = head.decode("latin-1").split("\r\n")
+    method, target = lines[0].split(" ")[:2]
+    headers = {}
+    for line in lines[1:]:
+        if ":" in line:
+            k, v = line.split(":", 1)
+            headers[k.strip().lower()] = v.strip()
+    length = int(headers.get("content-length", "0"))
+    while len(body) < length:
+        chunk = conn.recv(65536)
+        if not chunk:
+            break
+        body += chunk
+    return method, target, body, head
+
+
+def handle_echo(conn):
+    # Answers with the method, the target and the body it received; under
+    # /headers with the request's header lines instead.
+    while True:
+        method, target, body, head = read_request(conn)
+        if method is None:
+            return
+        if target.startswith("/headers"):
+            payload = head + b"\r\n"
+        else:
+            payload = ("%s %s\n" % (method, target)).encode() + body
+        conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\nContent-Length: %d\r\n\r\n"
+                     % len(payload) + payload)
+
+
+def handle_silent(conn):
+    # Reads the request and never answers; the client has to give up.
+    conn.settimeout(120)
+    try:
+        while conn.recv(65536):
+            pass
+    except OSError:
+        pass
+
+
+def handle_cut(conn):
+    # Promises 1 MiB and closes after 64 KiB.
+    read_request(conn)
+    conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 1048576\r\n\r\n" + b"x" * 65536)
+
+
+def handle_lying(conn):
+    # Says 100 bytes, sends 10 and closes.
+    read_request(conn)
+    conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n0123456789")
+
+
+def serve(port, handler):
+    listener = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
+    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    listener.bind(("127.0.0.1", port))
+    listener.listen(16)
+    while True:
+        conn, _ = listener.accept()
+
+        def run_one(c=conn):
+            try:
+                handler(c)
+            except OSError:
+                pass
+            finally:
+                c.close()
+        threading.Thread(target=run_one, daemon=True).start()
+
+
+def misbehave(ports_file):
+    with open(ports_file) as f:
+        ports = json.load(f)
+    handlers = {"echo": handle_echo, "silent": handle_silent, "cut": handle_cut, "lying": handle_lying}
+    for name, port in ports.items():
+        threading.Thread(target=serve, args=(port, handlers[name]), daemon=True).start()
+    signal.sigwait([signal.SIGTERM, signal.SIGINT])
+
+
+def main():
+    if len(sys.argv) != 3 or sys.argv[1] not in ("start", "stop", "misbehave"):
+        sys.stderr.write(__doc__)
+        return 2
+    if sys.argv[1] == "start":
+        try:
+            start(sys.argv[2])
+        except (RuntimeError, OSError, subprocess.CalledProcessError) as error:
+            detail = getattr(error, "stderr", b"") or b""
+            sys.stderr.write("http_servers: %s %s\n" % (error, detail.decode("utf-8", "replace")))
+            stop(sys.argv[2])
+            return 1
+    elif sys.argv[1] == "stop":
+        stop(sys.argv[2])
+    else:
+        signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTERM, signal.SIGINT])
+        misbehave(sys.argv[2])
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,582 @@
+// HTTP(S) requests against real loopback servers: nginx (plain and TLS,
+// autoindex, WebDAV, basic authentication, redirect, 404, 503), Python's
+// http.server, Apache's mod_autoindex, tinyproxy and a scripted server that
+// misbehaves (see support/http_servers.py).
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "ZyNetwork/RkHTTPReq.h"
+#include "ZyUtils/ZyFile.h"
+#include "support/HttpServers.h"
+#include "support/TestEnv.h"
+
+using namespace RkCURL;
+
+namespace
+{
+const std::vector<commandInfo> kNoCommands;
+
+#define REQUIRE_SERVERS()                                              \
+    const zytest::HttpServers& servers = zytest::GetHttpServers();    \
+    if (!servers.available)                                            \
+    GTEST_SKIP() << servers.problem
+
+size_t Collect(char* data, size_t size, size_t count, void* user)
+{
+    static_cast<std::string*>(user)->append(data, size * count);
+    return size * count;
+}
+
+struct Counter
+{
+    uint64_t bytes = 0;
+};
+
+size_t Count(char* data, size_t size, size_t count, void* user)
+{
+    static_cast<Counter*>(user)->bytes += size * count;
+    return size * count;
+}
+
+// An initialised request for a loopback server whose body lands in `body`.
+void Open(RkHTTPReq& request, int port, std::string* body, bool https = false)
+{
+    ASSERT_FALSE(request.initialize(0).IsError());
+    request.setURL(zytest::LoopbackURL(port, https));
+    if (body)
+        request.setWriteFunctionPointer(body, &Collect);
+}
+
+std::string ReadFile(const std::string& path)
+{
+    std::string content;
+    CZyFile::ReadWholeFile(path.c_str(), content);
+    return content;
+}
+
+bool FileExists(const std::string& path)
+{
+    CZyFile file;
+    return !file.Open(path.c_str(), CZyFile::kReadOnly).IsError();
+}
+
+std::string ErrorText(const CZyError& error)
+{
+    return error.AsString();
+}
+
+std::string Pattern(size_t size)
+{
+    std::string data(size, '\0');
+    uint32_t x = 12345;
+    for (size_t i = 0; i < size; ++i)
+    {
+        x = x * 1103515245u + 12345u;
+        data[i] = static_cast<char>(x >> 24);
+    }
+    return data;
+}
+}  // namespace
+
+TEST(HttpRequest, GetPutDeleteRoundTripThroughWebDav)
+{
+    REQUIRE_SERVERS();
+    std::string body;
+    RkHTTPReq request;
+    Open(request, servers.http, &body);
+
+    // PUT from a buffer, into a directory that does not exist yet; the name
+    // has a space and non-ASCII letters, encoded on the way.
+    const std::string data = Pattern(100000);
+    const std::string name = "round trip/\xC3\xA9t\xC3\xA9 file.bin";
+    CZyError error = request.doPutOperation(("dav/" + name).c_str(), data.data(), static_cast<long>(data.size()),
+                                            kNoCommands);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ(data, ReadFile(servers.www + "/dav/" + name));
+
+    // GET it back.
+    error = request.doGetOperation(("/dav/" + name).c_str(), kNoCommands);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ(data, body);
+
+    // DELETE, then the server no longer has it and a GET is a 404 failure.
+    error = request.doDeleteOperation(("dav/" + name).c_str(), "", 0, kNoCommands);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_FALSE(FileExists(servers.www + "/dav/" + name));
+    body.clear();
+    error = request.doGetOperation(("dav/" + name).c_str(), kNoCommands);
+    ASSERT_TRUE(error.IsError());
+    EXPECT_TRUE(IsRkCURL(error, 0));
+    EXPECT_EQ(0, GetRkCURL(error));
+    EXPECT_TRUE(error.HasMessage("Requested Operation Failed. Return value from CURL: [0] Response code from server: [404]"))
+        << ErrorText(error);
+    int code = 0;
+    request.getLastServerResponseCode(code);
+    EXPECT_EQ(404, code);
+}
+
+TEST(HttpRequest, UploadFileAndDownloadToFileStreamWholeFiles)
+{
+    REQUIRE_SERVERS();
+    RkHTTPReq request;
+    Open(request, servers.http, nullptr);
+    const std::string local = servers.www + "/../upload-source.bin";
+    const std::string data = Pattern(3 * 1024 * 1024 + 7);
+    {
+        CZyFile file;
+        ASSERT_FALSE(file.Open(local.c_str(), CZyFile::kWriteCreate).IsError());
+        ASSERT_FALSE(file.Write(data.data(), static_cast<uint32_t>(data.size())).IsError());
+    }
+    CZyError error = request.uploadFile(local.c_str(), "dav/uploaded.bin", 0, kNoCommands);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ(data, ReadFile(servers.www + "/dav/uploaded.bin"));
+
+    // Only the first bytes when a size is given; more than the file holds is
+    // refused before anything is sent.
+    error = request.uploadFile(local.c_str(), "dav/part.bin", 1000, kNoCommands);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ(data.substr(0, 1000), ReadFile(servers.www + "/dav/part.bin"));
+    error = request.uploadFile(local.c_str(), "dav/toolong.bin", static_cast<unsigned>(data.size() + 1), kNoCommands);
+    EXPECT_TRUE(error.HasMessage("Invalid Buffer size.")) << ErrorText(error);
+    EXPECT_FALSE(FileExists(servers.www + "/dav/toolong.bin"));
+    error = request.uploadFile((local + ".missing").c_str(), "dav/missing.bin", 0, kNoCommands);
+    EXPECT_TRUE(error.IsError());
+
+    const std::string copy = servers.www + "/../downloaded.bin";
+    error = request.downloadToFile("dav/uploaded.bin", copy.c_str());
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ(data, ReadFile(copy));
+
+    EXPECT_FALSE(request.doDeleteOperation("dav/uploaded.bin", "", 0, kNoCommands).IsError());
+    EXPECT_FALSE(request.doDeleteOperation("dav/part.bin", "", 0, kNoCommands).IsError());
+    FXFile::RemoveFile(local.c_str());
+    FXFile::RemoveFile(copy.c_str());
+}
+
+TEST(HttpRequest, PostSendsTextOrBufferWithQueryParameters)
+{
+    REQUIRE_SERVERS();
+    std::string body;
+    RkHTTPReq request;
+    Open(request, servers.echo, &body);
+
+    CZyError error = request.doPostOperation("form", "name=value&x=1", kNoCommands);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ("POST /form\nname=value&x=1", body);
+
+    // A buffer with zero bytes inside, and query parameters encoded.
+    body.clear();
+    const std::string buffer("a\0b\0c", 5);
+    const std::vector<commandInfo> commands = {commandInfo(commandInfo::CMD_QUERY, "q", "a b&c"),
+                                               commandInfo(commandInfo::CMD_HEADER, "X-Test", "1")};
+    error = request.doPostOperation("bin", buffer.data(), static_cast<long>(buffer.size()), commands);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ("POST /bin?q=a%20b%26c\n" + buffer, body);
+
+    // An empty body is a valid POST; the GET after it is a GET again.
+    body.clear();
+    EXPECT_FALSE(request.doPostOperation("empty", buffer.data(), 0, kNoCommands).IsError());
+    EXPECT_EQ("POST /empty\n", body);
+    body.clear();
+    EXPECT_FALSE(request.doGetOperation("after", kNoCommands).IsError());
+    EXPECT_EQ("GET /after\n", body);
+
+    // A DELETE with a body, then a raw protocol command, which HTTP refuses.
+    body.clear();
+    EXPECT_FALSE(request.doDeleteOperation("thing", "why", 3, kNoCommands).IsError());
+    EXPECT_EQ("DELETE /thing\nwhy", body);
+    error = request.doGetOperation("x", {commandInfo(commandInfo::CMD_QUOTE, "NOOP")});
+    EXPECT_EQ(EErrorKind::Int, error.GetErrorKind());
+}
+
+TEST(HttpRequest, HeadersOfEveryKindAreSent)
+{
+    REQUIRE_SERVERS();
+    std::string body;
+    RkHTTPReq request;
+    Open(request, servers.echo, &body);
+    ASSERT_FALSE(request.setHeaders({{"X-Set", "one"}, {"Accept", "text/zy"}}).IsError());
+    request.addRequestedHeaders("X-Added", "two");
+    request.skipExpectContinue100(true);
+    const std::string data(2 << 20, 'p');
+    CZyError error = request.doPutOperation("headers", data.data(), static_cast<long>(data.size()),
+                                            {commandInfo(commandInfo::CMD_HEADER, "X-Call", "three")});
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_NE(std::string::npos, body.find("\r\nX-Set: one")) << body;
+    EXPECT_NE(std::string::npos, body.find("\r\nAccept: text/zy")) << body;
+    EXPECT_NE(std::string::npos, body.find("\r\nX-Added: two")) << body;
+    EXPECT_NE(std::string::npos, body.find("\r\nX-Call: three")) << body;
+    EXPECT_EQ(std::string::npos, body.find("Expect:")) << body;
+
+    // The call's header is for that call only; a header that would split
+    // the request is refused.
+    body.clear();
+    ASSERT_FALSE(request.doGetOperation("headers", kNoCommands).IsError());
+    EXPECT_EQ(std::string::npos, body.find("X-Call")) << body;
+    EXPECT_NE(std::string::npos, body.find("X-Set: one")) << body;
+    EXPECT_TRUE(request.setHeaders({{"X-Bad", "a\r\nInjected: 1"}}).IsError());
+}
+
+TEST(HttpRequest, StatusCodesDecideSuccess)
+{
+    REQUIRE_SERVERS();
+    std::string body;
+    RkHTTPReq request;
+    Open(request, servers.http, &body);
+
+    CZyError error = request.doGetOperation("unavailable", kNoCommands);
+    EXPECT_TRUE(IsRkCURL(error, 0));
+    EXPECT_TRUE(error.HasMessage("Requested Operation Failed. Return value from CURL: [0] Response code from server: [503]"))
+        << ErrorText(error);
+
+    // Basic authentication: refused without credentials, served with them.
+    error = request.doGetOperation("auth/secret.txt", kNoCommands);
+    EXPECT_TRUE(error.HasMessage("Requested Operation Failed. Return value from CURL: [0] Response code from server: [401]"))
+        << ErrorText(error);
+    ASSERT_FALSE(request.setCredentials(servers.user, servers.password).IsError());
+    body.clear();
+    error = request.doGetOperation("auth/secret.txt", kNoCommands);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ(ReadFile(servers.www + "/auth/secret.txt"), body);
+
+    // Not following redirects, the 302 is the answer and tells where it leads.
+    body.clear();
+    error = request.doGetOperation("redirect", kNoCommands);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    std::string target;
+    request.setURLPath("redirect");
+    ASSERT_FALSE(request.getInfo(CURL_INFO_REDIRECT_URL, target).IsError());
+    EXPECT_EQ(zytest::LoopbackURL(servers.http) + "/hello.txt", target);
+
+    // Following them, the body is the target's.
+    ASSERT_FALSE(request.setLinkRedirects(true).IsError());
+    body.clear();
+    error = request.doGetOperation("redirect", kNoCommands);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ(ReadFile(servers.www + "/hello.txt"), body);
+    request.setURLPath("redirect");
+    ASSERT_FALSE(request.getInfo(CURL_INFO_EFFECTIVE_URL, target).IsError());
+    EXPECT_EQ(zytest::LoopbackURL(servers.http) + "/hello.txt", target);
+}
+
+TEST(HttpRequest, FileInformationAndExistence)
+{
+    REQUIRE_SERVERS();
+    RkHTTPReq request;
+    Open(request, servers.http, nullptr);
+
+    double size = 0;
+    CZyError error = request.getFileInfo("hello.txt", size);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ(static_cast<double>(ReadFile(servers.www + "/hello.txt").size()), size);
+    error = request.getFileInfo("big/1GiB.bin", size);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ(static_cast<double>(servers.bigSize), size);
+    EXPECT_TRUE(request.getFileInfo("no-such-file", size).HasMessage(
+        "Requested Operation Failed. Return value from CURL: [0] Response code from server: [404]"));
+    // A listing page has no length.
+    EXPECT_TRUE(request.getFileInfo("list/", size).HasMessage("File size recieved from server is invalid"));
+
+    bool exists = false;
+    ASSERT_FALSE(request.checkIfFileOrDirExists("list/a file.txt", true, exists).IsError());
+    EXPECT_TRUE(exists);
+    ASSERT_FALSE(request.checkIfFileOrDirExists("list/none.txt", true, exists).IsError());
+    EXPECT_FALSE(exists);
+    exists = false;
+    ASSERT_FALSE(request.checkIfFileOrDirExists("list/sub dir/", false, exists).IsError());
+    EXPECT_TRUE(exists);
+    ASSERT_FALSE(request.checkIfFileOrDirExists("list/nothing/", false, exists).IsError());
+    EXPECT_FALSE(exists);
+
+    // Nothing listening: the file check reports curl's failure.
+    RkHTTPReq closed;
+    Open(closed, servers.http, nullptr);
+    closed.setURL("http://127.0.0.1:1");
+    error = closed.checkIfFileOrDirExists("x", true, exists);
+    EXPECT_EQ(EErrorKind::Int, error.GetErrorKind());
+    EXPECT_EQ(0u, error.GetErrorMessage().find("Failed to check if File exists.Error Code : [7]. Error Message ["))
+        << ErrorText(error);
+    error = closed.checkIfFileOrDirExists("x/", false, exists);
+    EXPECT_EQ(0u, error.GetErrorMessage().find("Failed to check if Directory exists. Error Code : [7]."));
+    EXPECT_TRUE(IsRkCURL(closed.checkConnection(), 7));
+    EXPECT_FALSE(request.checkConnection().IsError());
+}
+
+TEST(HttpRequest, TlsVerifiesWithTheTestCA)
+{
+    REQUIRE_SERVERS();
+    std::string body;
+    RkHTTPReq request(HTTPS);
+    ASSERT_FALSE(request.initialize(1).IsError());
+    request.setWriteFunctionPointer(&body, &Collect);
+    // No scheme in the base URL: the protocol supplies "https://".
+    request.setURL("localhost");
+    request.setPortNumber(servers.https);
+
+    // The default bundle does not know the test CA, nor does an unrelated
+    // certificate.
+    CZyError error = request.doGetOperation("hello.txt", kNoCommands);
+    if (zytest::IsWindowsTarget())
+        EXPECT_TRUE(error.IsError());  // ".\curl-ca-bundle.crt" is missing here
+    else
+        EXPECT_TRUE(IsRkCURL(error, CURLE_PEER_FAILED_VERIFICATION)) << ErrorText(error);
+    ASSERT_FALSE(request.setSecured(true, servers.wrongCaFile).IsError());
+    error = request.doGetOperation("hello.txt", kNoCommands);
+    EXPECT_TRUE(IsRkCURL(error, CURLE_PEER_FAILED_VERIFICATION)) << ErrorText(error);
+
+    ASSERT_FALSE(request.setSecured(true, servers.caFile).IsError());
+    error = request.doGetOperation("hello.txt", kNoCommands);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ(ReadFile(servers.www + "/hello.txt"), body);
+
+    // Not secured: any certificate will do.
+    RkHTTPReq insecure(HTTPS);
+    ASSERT_FALSE(insecure.initialize(0).IsError());
+    insecure.setURL(zytest::LoopbackURL(servers.https, true));
+    body.clear();
+    insecure.setWriteFunctionPointer(&body, &Collect);
+    ASSERT_FALSE(insecure.setSecured(false, "").IsError());
+    error = insecure.doGetOperation("hello.txt", kNoCommands);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ(ReadFile(servers.www + "/hello.txt"), body);
+}
+
+TEST(HttpRequest, CopiesKeepSettingsWithTheirOwnHandle)
+{
+    REQUIRE_SERVERS();
+    std::string body;
+    RkHTTPReq original;
+    Open(original, servers.http, &body);
+    ASSERT_FALSE(original.setCredentials(servers.user, servers.password).IsError());
+    ASSERT_FALSE(original.setLinkRedirects(true).IsError());
+    {
+        RkHTTPReq copy(original);
+        ASSERT_TRUE(copy.isInitialized());
+        EXPECT_EQ(original.getURL(), copy.getURL());
+        EXPECT_TRUE(copy.getLinkRedirects());
+        CZyError error = copy.doGetOperation("auth/secret.txt", kNoCommands);
+        ASSERT_FALSE(error.IsError()) << ErrorText(error);
+        EXPECT_EQ(ReadFile(servers.www + "/auth/secret.txt"), body);
+        body.clear();
+        error = copy.doGetOperation("redirect", kNoCommands);
+        ASSERT_FALSE(error.IsError()) << ErrorText(error);
+        EXPECT_EQ(ReadFile(servers.www + "/hello.txt"), body);
+    }
+    // The copy is gone; the original's handle still works.
+    body.clear();
+    CZyError error = original.doGetOperation("auth/secret.txt", kNoCommands);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+
+    RkHTTPReq assigned;
+    assigned = original;
+    body.clear();
+    error = assigned.doGetOperation("auth/secret.txt", kNoCommands);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ(ReadFile(servers.www + "/auth/secret.txt"), body);
+
+    // A copy of an object that was never initialised is not initialised.
+    RkHTTPReq fresh;
+    RkHTTPReq freshCopy(fresh);
+    EXPECT_FALSE(freshCopy.isInitialized());
+}
+
+// What the listing tree on the server's disk holds, as entries.
+std::map<std::string, FileDirInfo> ExpectedListing(const std::string& directory)
+{
+    std::map<std::string, FileDirInfo> expected;
+    for (const auto& item : std::filesystem::directory_iterator(std::filesystem::u8path(directory)))
+    {
+        FileDirInfo entry;
+        entry.name = item.path().filename().u8string();
+        entry.isDirectory = item.is_directory();
+        entry.size = entry.isDirectory ? -1 : static_cast<int64_t>(item.file_size());
+        expected[entry.name] = entry;
+    }
+    return expected;
+}
+
+void ExpectListing(const std::vector<FileDirInfo>& entries, const std::string& directory, const std::string& listed,
+                   bool sizesAndDates)
+{
+    const std::map<std::string, FileDirInfo> expected = ExpectedListing(directory);
+    ASSERT_EQ(expected.size(), entries.size());
+    for (const FileDirInfo& entry : entries)
+    {
+        auto it = expected.find(entry.name);
+        ASSERT_NE(expected.end(), it) << "unexpected entry '" << entry.name << "'";
+        EXPECT_EQ(it->second.isDirectory, entry.isDirectory) << entry.name;
+        EXPECT_EQ(listed + "/" + entry.name, entry.fullPath);
+        if (sizesAndDates)
+        {
+            EXPECT_EQ(it->second.size, entry.size) << entry.name;
+            EXPECT_FALSE(entry.modificationText.empty()) << entry.name;
+            EXPECT_GT(entry.modificationTime, 0) << entry.name;
+        }
+        else
+        {
+            EXPECT_EQ(-1, entry.size);
+            EXPECT_EQ(-1, entry.modificationTime);
+        }
+    }
+}
+
+TEST(HttpListing, NginxAutoindexApacheAndPythonPages)
+{
+    REQUIRE_SERVERS();
+    const std::string tree = servers.www + "/list";
+
+    RkHTTPReq nginx;
+    Open(nginx, servers.http, nullptr);
+    std::vector<FileDirInfo> entries;
+    CZyError error = nginx.listDirectory("/list", entries);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ExpectListing(entries, tree, "/list", true);
+
+    // Below a base URL with a path of its own.
+    RkHTTPReq below;
+    Open(below, servers.http, nullptr);
+    below.setURL(zytest::LoopbackURL(servers.http) + "/list");
+    entries.clear();
+    error = below.listDirectory("sub dir", entries);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ExpectListing(entries, tree + "/sub dir", "sub dir", true);
+
+    RkHTTPReq python;
+    Open(python, servers.pythonHttp, nullptr);
+    entries.clear();
+    error = python.listDirectory("/", entries);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ExpectListing(entries, tree, "", false);
+
+    if (servers.apache == 0)
+        GTEST_SKIP() << "apache2 is not installed; its pages are covered by the captured page test";
+    RkHTTPReq apache;
+    Open(apache, servers.apache, nullptr);
+    entries.clear();
+    error = apache.listDirectory("list", entries);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ExpectListing(entries, tree, "list", true);
+}
+
+TEST(HttpFailures, SilentCutAndLyingServers)
+{
+    REQUIRE_SERVERS();
+    std::string body;
+    RkHTTPReq request;
+    Open(request, servers.silent, &body);
+    const long limit = 1;
+    ASSERT_FALSE(request.SetTimeOut(limit).IsError());
+    const auto start = std::chrono::steady_clock::now();
+    CZyError error = request.doGetOperation("anything", kNoCommands);
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    EXPECT_TRUE(IsRkCURL(error, CURLE_OPERATION_TIMEDOUT)) << ErrorText(error);
+    EXPECT_LT(elapsed, std::chrono::seconds(limit + 1));
+    int code = 0;
+    std::string message;
+    request.getLastCurlErrorCodeAndErrorMsg(code, message);
+    EXPECT_EQ(CURLE_OPERATION_TIMEDOUT, code);
+    EXPECT_FALSE(message.empty());
+    request.resetCurlErrorCodeAndErrorMsg();
+    request.getLastCurlErrorCodeAndErrorMsg(code, message);
+    EXPECT_EQ(0, code);
+    EXPECT_EQ("", message);
+
+    for (int port : {servers.cut, servers.lying})
+    {
+        RkHTTPReq broken;
+        Open(broken, port, &body);
+        body.clear();
+        error = broken.doGetOperation("file", kNoCommands);
+        EXPECT_TRUE(IsRkCURL(error, CURLE_PARTIAL_FILE)) << ErrorText(error);
+        EXPECT_TRUE(error.GetErrorMessage().find("CURL perform failed.Curl ErrorCode : [18], Error Message : [") == 0)
+            << ErrorText(error);
+    }
+}
+
+TEST(HttpProxy, AuthenticationBypassAndDisable)
+{
+    REQUIRE_SERVERS();
+    if (servers.proxy == 0)
+        GTEST_SKIP() << "tinyproxy did not start";
+    std::string body;
+    const std::string proxyPort = std::to_string(servers.proxy);
+    const std::string expected = ReadFile(servers.www + "/hello.txt");
+
+    // Through the proxy: refused with a wrong password, served with the
+    // right one. The proxy is named `localhost`, the target 127.0.0.1.
+    RkHTTPReq request;
+    Open(request, servers.http, &body);
+    ASSERT_FALSE(request.setProyAuth(CURLAUTH_BASIC).IsError());
+    ASSERT_FALSE(request.setProxyDetails("localhost", proxyPort, servers.proxyUser, "wrong").IsError());
+    CZyError error = request.doGetOperation("hello.txt", kNoCommands);
+    // tinyproxy answers a wrong password with 401, missing credentials with 407.
+    EXPECT_TRUE(IsRkCURL(error, 0)) << ErrorText(error);
+    int code = 0;
+    request.getLastServerResponseCode(code);
+    EXPECT_EQ(401, code);
+    ASSERT_FALSE(request.setProxyDetails("localhost", proxyPort, servers.proxyUser, servers.proxyPassword).IsError());
+    body.clear();
+    error = request.doGetOperation("hello.txt", kNoCommands);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ(expected, body);
+
+    // The default bypass list holds 127.0.0.1: the wrong password no longer
+    // matters because the proxy is not asked.
+    ASSERT_FALSE(request.setProxyDetails("localhost", proxyPort, servers.proxyUser, "wrong").IsError());
+    ASSERT_FALSE(request.setProxyBypass("").IsError());
+    body.clear();
+    error = request.doGetOperation("hello.txt", kNoCommands);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ(expected, body);
+
+    // A proxy from the environment is used unless proxies are disabled.
+    const std::string environmentProxy = "http://localhost:" + proxyPort;
+    zytest::SetEnv("http_proxy", environmentProxy.c_str());
+    RkHTTPReq fromEnvironment;
+    Open(fromEnvironment, servers.http, &body);
+    error = fromEnvironment.doGetOperation("hello.txt", kNoCommands);
+    EXPECT_TRUE(error.HasMessage("Requested Operation Failed. Return value from CURL: [0] Response code from server: [407]"))
+        << ErrorText(error);
+    ASSERT_FALSE(fromEnvironment.DisableProxy().IsError());
+    body.clear();
+    error = fromEnvironment.doGetOperation("hello.txt", kNoCommands);
+    zytest::SetEnv("http_proxy", nullptr);
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ(expected, body);
+}
+
+TEST(HttpDownload, OneGibibyteWithFlatMemory)
+{
+    REQUIRE_SERVERS();
+    RkHTTPReq request;
+    Open(request, servers.http, nullptr);
+    Counter counter;
+    request.setWriteFunctionPointer(&counter, &Count);
+    const uint64_t before = zytest::PeakResidentBytes();
+    CZyError error = request.download("big/1GiB.bin", kNoCommands);
+    const uint64_t after = zytest::PeakResidentBytes();
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_EQ(static_cast<uint64_t>(servers.bigSize), counter.bytes);
+    ASSERT_GT(before, 0u);
+    EXPECT_LT(after - before, 16u << 20) << "peak resident memory grew from " << before << " to " << after;
+}
+
+TEST(HttpRequest, UrlEncodingKeepsPathSeparators)
+{
+    RkHTTPReq request;
+    std::string encoded, decoded;
+    ASSERT_FALSE(request.URLEncode("a b/\xC3\xA9?", encoded).IsError());
+    EXPECT_EQ("a%20b%2F%C3%A9%3F", encoded);
+    ASSERT_FALSE(request.URLEncodePath("dir one/sub\\x y", encoded).IsError());
+    EXPECT_EQ("dir%20one/sub\\x%20y", encoded);
+    ASSERT_FALSE(request.URLDecode("a%20b%00c", decoded).IsError());
+    EXPECT_EQ(std::string("a b\0c", 5), decoded);
+    ASSERT_FALSE(request.URLDecodePath("dir%20one/x", decoded).IsError());
+    EXPECT_EQ("dir one/x", decoded);
+}

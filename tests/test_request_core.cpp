@@ -1,0 +1,317 @@
+// The request core against a stand-in for libcurl (support/fakecurl) that
+// counts calls, logs options and fails on request: what an uninitialised
+// object refuses, the defaults and their order, the failure texts of the
+// settings and of the request steps, and how copies get their settings.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ZyNetwork/CurlWrapper.h"
+#include "ZyNetwork/RkHTTPReq.h"
+#include "ZyUtils/ZyLibrary.h"
+#include "support/TestEnv.h"
+
+using namespace RkCURL;
+
+namespace
+{
+const std::string kFakePath = zytest::HostPath(ZYTEST_FAKE_CURL);
+// The binding decides which file to load on its first call; this runs
+// before any test does.
+const bool kFakeChosen = (zytest::SetEnv("ZYNET_CURL_LIBRARY", kFakePath.c_str()), true);
+
+const char kPlural[] = "RkProtocol class is not initialized yet. Call initialize function before any other functions.";
+const char kSingular[] = "RkProtocol class is not initialized yet. Call initialize function before any other function.";
+const std::vector<commandInfo> kNone;
+
+struct Fake
+{
+    CZyLibrary library{false};
+    void (*reset)() = nullptr;
+    int (*calls)() = nullptr;
+    void (*failOption)(int, int) = nullptr;
+    void (*failInit)(int) = nullptr;
+    void (*setPerform)(int, long, double) = nullptr;
+    int (*optionCount)() = nullptr;
+    int (*option)(int, long*, const char**) = nullptr;
+
+    Fake()
+    {
+        EXPECT_FALSE(library.Load(kFakePath.c_str()).IsError());
+        library.GetFunction("zyfake_reset", reset);
+        library.GetFunction("zyfake_calls", calls);
+        library.GetFunction("zyfake_fail_option", failOption);
+        library.GetFunction("zyfake_fail_init", failInit);
+        library.GetFunction("zyfake_set_perform", setPerform);
+        library.GetFunction("zyfake_option_count", optionCount);
+        library.GetFunction("zyfake_option", option);
+    }
+
+    // The options set since the last reset, in order.
+    std::vector<std::pair<int, std::string>> Options()
+    {
+        std::vector<std::pair<int, std::string>> list;
+        for (int i = 0; i < optionCount(); ++i)
+        {
+            long number = 0;
+            const char* text = nullptr;
+            const int id = option(i, &number, &text);
+            list.emplace_back(id, text && text[0] ? std::string(text) : std::to_string(number));
+        }
+        return list;
+    }
+    // The last value set for `id` ("" when it was not set).
+    std::string Last(int id)
+    {
+        std::string value;
+        for (const auto& entry : Options())
+        {
+            if (entry.first == id)
+                value = entry.second;
+        }
+        return value;
+    }
+};
+
+class RequestCore : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(kFakeChosen);
+        ASSERT_EQ(kFakePath, std::string(CurlWrapper::rk_curl_library_path()));
+        ASSERT_NE(nullptr, fake.calls);
+        fake.reset();
+    }
+    Fake fake;
+};
+}  // namespace
+
+TEST_F(RequestCore, UninitialisedObjectRefusesEveryOperationWithoutCallingCurl)
+{
+    RkHTTPReq request;
+    request.setURL("http://127.0.0.1:1");
+    std::string text;
+    double size = 0;
+    bool exists = false;
+    std::vector<FileDirInfo> entries;
+    const std::vector<std::pair<const char*, std::function<CZyError()>>> operations = {
+        {kSingular, [&] { return request.setCredentials("u", "p"); }},
+        {kPlural, [&] { return request.SetTimeOut(5); }},
+        {kPlural, [&] { return request.SetConnectionTimeOut(5); }},
+        {kSingular, [&] { return request.setKeepAlive(true, 1, 1); }},
+        {kSingular, [&] { return request.setLogging(true); }},
+        {kSingular, [&] { return request.setMaxSSLVersion(CURL_SSLVERSION_MAX_TLSv1_2); }},
+        {kSingular, [&] { return request.setSecured(true, "ca.pem"); }},
+        {kSingular, [&] { return request.setProxyDetails("localhost", "1", "u", "p"); }},
+        {kSingular, [&] { return request.setProxyBypass(""); }},
+        {kPlural, [&] { return request.DisableProxy(); }},
+        {kPlural, [&] { return request.setProyAuth(CURLAUTH_BASIC); }},
+        {kPlural, [&] { return request.setSessionIDCaching(1); }},
+        {kPlural, [&] { return request.setTraceCallBack(&text, [](CURL*, curl_infotype, char*, size_t, void*) { return 0; }); }},
+        {kSingular, [&] { return request.doGetOperation("x", kNone); }},
+        {kSingular, [&] { return request.doPostOperation("x", "body", kNone); }},
+        {kSingular, [&] { return request.doPostOperation("x", "body", 4L, kNone); }},
+        {kSingular, [&] { return request.doPutOperation("x", "body", 4, kNone); }},
+        {kSingular, [&] { return request.doDeleteOperation("x", "", 0, kNone); }},
+        {kPlural, [&] { return request.download("x", kNone); }},
+        {kPlural, [&] { return request.uploadFile("f", "x", 0, kNone); }},
+        {kSingular, [&] { return request.getFileInfo("x", size); }},
+        {kSingular, [&] { return request.getInfo(CURL_INFO_EFFECTIVE_URL, text); }},
+        {kSingular, [&] { return request.checkIfFileOrDirExists("x", true, exists); }},
+        {kPlural, [&] { return request.getFilesAndDirsInfoInFile("x"); }},
+        {kPlural, [&] { return request.checkConnection(); }},
+        {kPlural, [&] { return request.listDirectory("x", entries); }},
+        {kPlural, [&] { return request.downloadToFile("x", "local"); }},
+        {kSingular, [&] { return request.SendReqest(); }},
+        {kPlural, [&] { return request.PrepareForRequest(); }},
+        {kPlural, [&] { return request.Execute(); }},
+    };
+    for (size_t i = 0; i < operations.size(); ++i)
+    {
+        CZyError error = operations[i].second();
+        EXPECT_EQ(EErrorKind::Int, error.GetErrorKind()) << "operation " << i;
+        EXPECT_EQ(1, error.GetErrorCode()) << "operation " << i;
+        EXPECT_TRUE(error.HasMessage(operations[i].first)) << "operation " << i << ": " << error.AsString();
+    }
+    EXPECT_EQ(0, fake.calls());
+
+    // The same fake sees the calls of an initialised object.
+    ASSERT_FALSE(request.initialize(0).IsError());
+    EXPECT_FALSE(request.doGetOperation("x", kNone).IsError());
+    EXPECT_GT(fake.calls(), 0);
+}
+
+TEST_F(RequestCore, InitializeAppliesTheDefaultsInOrder)
+{
+    RkHTTPReq request;
+    ASSERT_FALSE(request.setLinkRedirects(true).IsError());  // kept until initialize
+    ASSERT_FALSE(request.initialize(1).IsError());
+    EXPECT_EQ(1u, request.getUseCAFile());
+    const auto options = fake.Options();
+    const std::vector<std::pair<int, std::string>> expected = {
+        {CURLOPT_TIMEOUT, "1080"},        {CURLOPT_ERRORBUFFER, "1"},    {CURLOPT_FOLLOWLOCATION, "1"},
+        {CURLOPT_POSTREDIR, "7"},         {CURLOPT_SSL_VERIFYPEER, "1"}, {CURLOPT_SSL_VERIFYHOST, "2"},
+        {CURLOPT_SSL_OPTIONS, "16"},
+    };
+    ASSERT_GE(options.size(), expected.size());
+    for (size_t i = 0; i < expected.size(); ++i)
+        EXPECT_EQ(expected[i], options[i]) << "option " << i;
+    // The CA bundle: the current directory's on Windows; on Linux only where
+    // such a file exists or libcurl names its own (this stand-in names none).
+    if (zytest::IsWindowsTarget())
+        EXPECT_EQ(".\\curl-ca-bundle.crt", fake.Last(CURLOPT_CAINFO));
+    else
+        EXPECT_EQ("", fake.Last(CURLOPT_CAINFO));
+    EXPECT_EQ("http,https", fake.Last(CURLOPT_PROTOCOLS_STR));
+}
+
+TEST_F(RequestCore, FailuresOfSettingsAndOfTheHandle)
+{
+    RkHTTPReq request;
+    fake.failInit(1);
+    CZyError error = request.initialize(0);
+    EXPECT_TRUE(error.HasMessage("Failed to get CURL handle")) << error.AsString();
+    EXPECT_FALSE(request.isInitialized());
+    fake.failInit(0);
+
+    fake.failOption(CURLOPT_SSL_OPTIONS, CURLE_UNKNOWN_OPTION);
+    error = request.initialize(0);
+    EXPECT_TRUE(IsRkCURL(error, CURLE_UNKNOWN_OPTION));
+    EXPECT_TRUE(error.HasMessage("Failed to set option [216] with mask [16]")) << error.AsString();
+    EXPECT_FALSE(request.isInitialized());
+    fake.failOption(-1, 0);
+    ASSERT_FALSE(request.initialize(0).IsError());
+
+    struct Case
+    {
+        int option;
+        std::function<CZyError()> call;
+        std::string message;
+    };
+    const std::vector<Case> cases = {
+        {CURLOPT_USERPWD, [&] { return request.setCredentials("u", "p"); }, "Failed to set option [10005]"},
+        {CURLOPT_PROXY_SSLVERSION, [&] { return request.setMaxSSLVersion(6); },
+         "Failed to set option [250]. Curl Error code [48] "},
+        {CURLOPT_SSL_OPTIONS, [&] { return request.setSecured(true, "ca.pem"); }, "Failed to set option [216] with mask [16]"},
+        {CURLOPT_TCP_KEEPINTVL, [&] { return request.setKeepAlive(true, 5, 6); }, "Failed to set option [215]"},
+    };
+    for (const Case& c : cases)
+    {
+        fake.failOption(c.option, CURLE_UNKNOWN_OPTION);
+        error = c.call();
+        EXPECT_TRUE(IsRkCURL(error, CURLE_UNKNOWN_OPTION)) << c.message;
+        EXPECT_TRUE(error.HasMessage(c.message)) << error.AsString();
+        int code = 0;
+        std::string text;
+        request.getLastCurlErrorCodeAndErrorMsg(code, text);
+        EXPECT_EQ(CURLE_UNKNOWN_OPTION, code);
+    }
+    fake.failOption(-1, 0);
+    EXPECT_TRUE(request.setTraceCallBack(nullptr, nullptr).HasMessage("Input is invalid"));
+}
+
+TEST_F(RequestCore, ProxySettingsAndArgumentChecks)
+{
+    RkHTTPReq request;
+    ASSERT_FALSE(request.initialize(0).IsError());
+    ASSERT_FALSE(request.setProxyBypass("").IsError());
+    EXPECT_EQ("127.0.0.1,localhost,::1,0:0:0:0:0:0:0:1", fake.Last(CURLOPT_NOPROXY));
+    ASSERT_FALSE(request.setProxyBypass("a.test,b.test").IsError());
+    EXPECT_EQ("a.test,b.test", fake.Last(CURLOPT_NOPROXY));
+    ASSERT_FALSE(request.setProxyDetails("localhost", "3128", "user", "pass").IsError());
+    EXPECT_EQ("localhost:3128", fake.Last(CURLOPT_PROXY));
+    EXPECT_EQ("user:pass", fake.Last(CURLOPT_PROXYUSERPWD));
+    ASSERT_FALSE(request.DisableProxy().IsError());
+    EXPECT_EQ("1", fake.Last(CURLOPT_PROXY));  // set, to the empty text
+
+    // Argument checks come before any transfer.
+    std::string value;
+    const int before = fake.calls();
+    CZyError error = request.getInfo(static_cast<CurlInfoType>(2), value);
+    EXPECT_TRUE(error.HasMessage("Unrecognized Curl Info type.")) << error.AsString();
+    EXPECT_TRUE(request.doGetOperation("", kNone).HasMessage("Invalid URL path ."));
+    EXPECT_TRUE(request.doPostOperation("x", static_cast<const char*>(nullptr), kNone).HasMessage("Invalid post string ."));
+    EXPECT_TRUE(request.doPostOperation(nullptr, "s", kNone).HasMessage("Invalid URL path ."));
+    EXPECT_TRUE(request.doPostOperation("x", nullptr, 1L, kNone).HasMessage("Invalid post array ."));
+    EXPECT_TRUE(request.doPostOperation("x", "b", -1L, kNone).HasMessage("Invalid Buffer size."));
+    EXPECT_TRUE(request.doPutOperation(nullptr, nullptr, -1, kNone).HasMessage("Invalid PUT data."));
+    EXPECT_TRUE(request.doPutOperation(nullptr, "d", -1, kNone).HasMessage("Invalid URL path ."));
+    EXPECT_TRUE(request.doPutOperation("x", "d", -1, kNone).HasMessage("Invalid Buffer size."));
+    EXPECT_TRUE(request.doDeleteOperation("x", nullptr, 0, kNone).HasMessage("Invalid DELETE data."));
+    EXPECT_TRUE(request.download(nullptr, kNone).HasMessage("Invalid source url."));
+    EXPECT_TRUE(request.uploadFile(nullptr, "x", 0, kNone).HasMessage("Invalid source file path."));
+    EXPECT_TRUE(request.uploadFile("f", nullptr, 0, kNone).HasMessage("Invalid URL path."));
+    EXPECT_TRUE(request.getFilesAndDirsInfoInFile("").HasMessage("Source path passed in empty"));
+    EXPECT_EQ(before, fake.calls());
+    // No URL: the request is refused with 101 before curl is asked.
+    error = request.doGetOperation("x", kNone);
+    EXPECT_TRUE(error.Is(101) && error.HasMessage("URL is empty")) << error.AsString();
+}
+
+TEST_F(RequestCore, TransferOutcomesAndTheDirectoryRule)
+{
+    RkHTTPReq request;
+    ASSERT_FALSE(request.initialize(0).IsError());
+    request.setURL("http://127.0.0.1:1");
+
+    fake.setPerform(CURLE_COULDNT_CONNECT, 0, -1);
+    CZyError error = request.doGetOperation("x", kNone);
+    EXPECT_TRUE(IsRkCURL(error, CURLE_COULDNT_CONNECT));
+    EXPECT_TRUE(error.HasMessage("CURL perform failed.Curl ErrorCode : [7], Error Message : []")) << error.AsString();
+
+    fake.setPerform(0, 404, -1);
+    error = request.doGetOperation("x", kNone);
+    EXPECT_TRUE(IsRkCURL(error, 0));
+    EXPECT_TRUE(error.HasMessage("Requested Operation Failed. Return value from CURL: [0] Response code from server: [404]"));
+
+    double size = 0;
+    fake.setPerform(0, 200, -1);
+    EXPECT_TRUE(request.getFileInfo("x", size).HasMessage("File size recieved from server is invalid"));
+    fake.setPerform(0, 200, 1234);
+    ASSERT_FALSE(request.getFileInfo("x", size).IsError());
+    EXPECT_EQ(1234.0, size);
+
+    bool exists = true;
+    fake.setPerform(CURLE_REMOTE_ACCESS_DENIED, 0, -1);
+    ASSERT_FALSE(request.checkIfFileOrDirExists("d", false, exists).IsError());
+    EXPECT_FALSE(exists);
+    error = request.checkIfFileOrDirExists("f", true, exists);
+    EXPECT_TRUE(error.HasMessage("Failed to check if File exists.Error Code : [9]. Error Message [] ")) << error.AsString();
+    exists = true;
+    fake.setPerform(0, 404, -1);
+    ASSERT_FALSE(request.checkIfFileOrDirExists("d", false, exists).IsError());
+    EXPECT_FALSE(exists);
+    ASSERT_FALSE(request.checkIfFileOrDirExists("f", true, exists).IsError());
+    EXPECT_FALSE(exists);
+    fake.setPerform(CURLE_OPERATION_TIMEDOUT, 0, -1);
+    error = request.checkIfFileOrDirExists("d", false, exists);
+    EXPECT_TRUE(error.HasMessage("Failed to check if Directory exists. Error Code : [28]. Error Message [] "));
+    fake.setPerform(0, 200, -1);
+    ASSERT_FALSE(request.checkIfFileOrDirExists("d", false, exists).IsError());
+    EXPECT_TRUE(exists);
+
+    // No redirect: curl gives no URL.
+    std::string value;
+    error = request.getInfo(CURL_INFO_REDIRECT_URL, value);
+    EXPECT_TRUE(error.HasMessage("Invalid pointer from curl get info.")) << error.AsString();
+    ASSERT_FALSE(request.getInfo(CURL_INFO_EFFECTIVE_URL, value).IsError());
+    EXPECT_EQ("http://fake/effective", value);
+}
+
+TEST_F(RequestCore, CopiesApplyTheSettingsToTheirOwnHandle)
+{
+    RkHTTPReq original;
+    ASSERT_FALSE(original.initialize(0).IsError());
+    ASSERT_FALSE(original.setCredentials("user", "secret").IsError());
+    ASSERT_FALSE(original.SetTimeOut(42).IsError());
+    fake.reset();
+    RkHTTPReq copy(original);
+    ASSERT_TRUE(copy.isInitialized());
+    EXPECT_EQ("user:secret", fake.Last(CURLOPT_USERPWD));
+    EXPECT_EQ("42", fake.Last(CURLOPT_TIMEOUT));
+    EXPECT_EQ("1", fake.Last(CURLOPT_ERRORBUFFER));
+}
