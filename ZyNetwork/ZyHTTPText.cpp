@@ -154,6 +154,17 @@ bool ParseBaseUrl(const std::string& url, UrlParts& parts)
         if (close == std::string::npos)
             return false;
         result.host = url.substr(pos + 1, close - pos - 1);
+        // Only an IPv6 literal goes in brackets: hex digits, ':' and '.',
+        // then an optional zone of unreserved characters after '%'.
+        size_t zone = result.host.find('%');
+        for (size_t i = 0; i < result.host.size(); ++i)
+        {
+            unsigned char c = static_cast<unsigned char>(result.host[i]);
+            bool ok = i < zone ? (isxdigit(c) || c == ':' || c == '.')
+                               : (i > zone && (isalnum(c) || c == '-' || c == '.' || c == '_' || c == '~'));
+            if (!ok)
+                return false;
+        }
         hostEnd = close + 1;
         if (hostEnd < url.size() && !strchr(":/?#", url[hostEnd]))
             return false;
