@@ -160,8 +160,9 @@ bool ParseBaseUrl(const std::string& url, UrlParts& parts)
         for (size_t i = 0; i < result.host.size(); ++i)
         {
             unsigned char c = static_cast<unsigned char>(result.host[i]);
-            bool ok = i < zone ? (isxdigit(c) || c == ':' || c == '.')
-                               : (i > zone && (isalnum(c) || c == '-' || c == '.' || c == '_' || c == '~'));
+            bool ok = i < zone    ? (isxdigit(c) || c == ':' || c == '.')
+                      : i == zone ? i + 1 < result.host.size()  // a '%' names a zone
+                                  : (isalnum(c) || c == '-' || c == '.' || c == '_' || c == '~');
             if (!ok)
                 return false;
         }
