@@ -55,5 +55,9 @@ export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
 run_linux linux
 build_bench
 run_linux linux-sanitize
+# Every fuzz target for a short, bounded time from its seeds (clang,
+# libFuzzer, ASan + UBSan); long runs are made by hand (docs/RELIABILITY.md).
+echo "=== [fuzz] every target, ${ZYNET_CI_FUZZ_SECONDS:-10} s each"
+bash scripts/fuzz.sh all "${ZYNET_CI_FUZZ_SECONDS:-10}"
 run_windows
 echo "=== all test runs passed"
