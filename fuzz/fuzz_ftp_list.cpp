@@ -1,0 +1,21 @@
+// The FTP and SFTP listing parsers over arbitrary bytes: LIST lines of both
+// server styles and MLSD facts.
+#include <stddef.h>
+#include <stdint.h>
+
+#include <vector>
+
+#include "ZyNetwork/Internal/ListingParsers.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    const char* text = reinterpret_cast<const char*>(data);
+    std::vector<zylisting::Entry> entries;
+    zylisting::Counts counts;
+    // A fixed "now" keeps runs reproducible.
+    zylisting::ParseList(text, size, 1795000000, entries, counts);
+    zylisting::ParseMlsd(text, size, entries, counts);
+    if (counts.entries != entries.size())
+        __builtin_trap();
+    return 0;
+}
