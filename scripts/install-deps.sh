@@ -11,6 +11,7 @@ packages=(
   dpkg-dev
   iproute2 util-linux procps python3
   nginx tinyproxy openssl apache2 curl
+  python3-pyftpdlib python3-openssl openssh-server openssh-client passwd
 )
 
 missing=()

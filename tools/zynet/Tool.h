@@ -107,6 +107,8 @@ int RunGet(Output& out, const std::vector<std::string>& args);
 int RunPut(Output& out, const std::vector<std::string>& args);
 int RunLs(Output& out, const std::vector<std::string>& args);
 int RunHead(Output& out, const std::vector<std::string>& args);
+int RunRm(Output& out, const std::vector<std::string>& args);
+int RunMkdir(Output& out, const std::vector<std::string>& args);
 
 // The tour's ping of 127.0.0.1: one echo request. Raw sockets need
 // privileges, so "not permitted" is an outcome of its own.
