@@ -294,7 +294,10 @@ TEST(HttpRequest, TlsVerifiesWithTheTestCA)
     // The default bundle does not know the test CA, nor does an unrelated
     // certificate.
     CZyError error = request.doGetOperation("hello.txt", kNoCommands);
-    EXPECT_TRUE(error.IsError());
+    if (zytest::IsWindowsTarget())
+        EXPECT_TRUE(error.IsError());  // ".\curl-ca-bundle.crt" is missing here
+    else
+        EXPECT_TRUE(IsRkCURL(error, CURLE_PEER_FAILED_VERIFICATION)) << ErrorText(error);
     ASSERT_FALSE(request.setSecured(true, servers.wrongCaFile).IsError());
     error = request.doGetOperation("hello.txt", kNoCommands);
     EXPECT_TRUE(IsRkCURL(error, CURLE_PEER_FAILED_VERIFICATION)) << ErrorText(error);

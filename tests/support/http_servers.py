@@ -226,10 +226,10 @@ def spawn(args, state, name):
 
 
 def start(state):
+    state = os.path.realpath(state)
     if os.path.exists(state):
         stop(state)
     os.makedirs(state)
-    state = os.path.realpath(state)
     info = {"pids": [], "user": USER, "password": PASSWORD, "proxyUser": PROXY_USER,
             "proxyPassword": PROXY_PASSWORD, "bigSize": BIG_SIZE, "state": state}
     try:
@@ -248,11 +248,19 @@ def start(state):
         info["http"] = http_port
         info["https"] = https_port
 
-        port = free_port()
-        proc = spawn([PYTHON, "-m", "http.server", str(port), "--bind", "127.0.0.1", "--directory",
-                      os.path.join(www, "list")], state, "pyhttp")
+        # A free port can be taken by another program before the server
+        # binds it: try again with another.
+        for attempt in range(3):
+            port = free_port()
+            proc = spawn([PYTHON, "-m", "http.server", str(port), "--bind", "127.0.0.1", "--directory",
+                          os.path.join(www, "list")], state, "pyhttp")
+            try:
+                wait_port(port, proc, "http.server")
+                break
+            except RuntimeError:
+                if attempt == 2:
+                    raise
         info["pids"].append(proc.pid)
-        wait_port(port, proc, "http.server")
         info["pythonHttp"] = port
 
         if os.path.exists("/usr/sbin/apache2"):
