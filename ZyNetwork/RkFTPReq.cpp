@@ -161,8 +161,6 @@ CZyError RkFTPReq::setActiveMode(bool active, const std::string& address)
     setLastCurlResult(result);
     if (result != CURLE_OK)
         return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_FTPPORT);
-    if (!active)
-        applyOption(CURLOPT_FTP_USE_EPSV, 1L);
     return CZyError::Success();
 }
 

@@ -122,7 +122,22 @@ def make_certificates(state):
     return ca_crt, crt, key, other_crt
 
 
+def retrying(start_one):
+    # A free port can be taken by another program before the server binds
+    # it (the server then exits): try again with another.
+    for attempt in range(3):
+        try:
+            return start_one()
+        except RuntimeError:
+            if attempt == 2:
+                raise
+
+
 def start_ftp(state, root, tls, crt=None, key=None):
+    return retrying(lambda: start_ftp_once(state, root, tls, crt, key))
+
+
+def start_ftp_once(state, root, tls, crt, key):
     port = free_port()
     args = {"port": port, "root": root, "tls": tls, "crt": crt, "key": key}
     name = "ftps" if tls else "ftp"
@@ -192,6 +207,21 @@ def make_password_user(info):
         info["sftpPasswordProblem"] = "cannot make a system account: %s" % error
 
 
+SSHD_CONFIG = """ListenAddress 127.0.0.1
+Port {port}
+HostKey {host_key}
+PidFile {state}/sshd.pid
+AuthorizedKeysFile {state}/authorized_keys
+StrictModes no
+UsePAM no
+PasswordAuthentication yes
+KbdInteractiveAuthentication no
+PermitRootLogin prohibit-password
+Subsystem sftp internal-sftp
+LogLevel VERBOSE
+"""
+
+
 def start_sshd(state, info):
     if not os.path.exists(SSHD):
         info["sftpProblem"] = "%s is not installed" % SSHD
@@ -206,28 +236,21 @@ def start_sshd(state, info):
     authorized = [" ".join(keygen(user_key)), " ".join(keygen(pass_key, KEY_PASSPHRASE))]
     with open(os.path.join(state, "authorized_keys"), "w") as f:
         f.write("\n".join(authorized) + "\n")
-    port = free_port()
-    with open(os.path.join(state, "known_hosts"), "w") as f:
-        f.write("[127.0.0.1]:%d %s %s\n" % (port, host_type, host_blob))
-    with open(os.path.join(state, "wrong_known_hosts"), "w") as f:
-        f.write("[127.0.0.1]:%d %s %s\n" % (port, host_type, other_blob))
     conf = os.path.join(state, "sshd_config")
-    with open(conf, "w") as f:
-        f.write("""ListenAddress 127.0.0.1
-Port {port}
-HostKey {host_key}
-PidFile {state}/sshd.pid
-AuthorizedKeysFile {state}/authorized_keys
-StrictModes no
-UsePAM no
-PasswordAuthentication yes
-KbdInteractiveAuthentication no
-PermitRootLogin prohibit-password
-Subsystem sftp internal-sftp
-LogLevel VERBOSE
-""".format(port=port, host_key=host_key, state=state))
-    proc = spawn([SSHD, "-D", "-e", "-f", conf], state, "sshd")
-    wait_port(port, proc, "sshd")
+
+    def start_once():
+        port = free_port()
+        with open(os.path.join(state, "known_hosts"), "w") as f:
+            f.write("[127.0.0.1]:%d %s %s\n" % (port, host_type, host_blob))
+        with open(os.path.join(state, "wrong_known_hosts"), "w") as f:
+            f.write("[127.0.0.1]:%d %s %s\n" % (port, host_type, other_blob))
+        with open(conf, "w") as f:
+            f.write(SSHD_CONFIG.format(port=port, host_key=host_key, state=state))
+        proc = spawn([SSHD, "-D", "-e", "-f", conf], state, "sshd")
+        wait_port(port, proc, "sshd")
+        return proc, port
+
+    proc, port = retrying(start_once)
     info["sftp"] = port
     info["sftpKeyUser"] = pwd.getpwuid(os.geteuid()).pw_name
     info["keyFile"] = user_key
@@ -241,11 +264,11 @@ LogLevel VERBOSE
 
 
 def start(state):
+    state = os.path.realpath(state)
     if os.path.exists(state):
         stop(state)
     os.makedirs(state)
     os.chmod(state, 0o755)
-    state = os.path.realpath(state)
     root = os.path.join(state, "root")
     info = {"pids": [], "state": state, "root": root, "user": FTP_USER, "password": FTP_PASSWORD,
             "bigSize": BIG_SIZE}
