@@ -285,3 +285,36 @@ INSTANTIATE_TEST_SUITE_P(Ftp, FtpTest, ::testing::Values(FTP, FTPS),
                          [](const ::testing::TestParamInfo<FTPProtocol>& info) {
                              return std::string(info.param == FTPS ? "Ftps" : "Ftp");
                          });
+
+// A Windows-style server's LIST output with odd lines, as the class turns it
+// into entries (no server needed).
+TEST(FtpListing, WindowsStyleLinesAndOddLinesBecomeEntries)
+{
+    RkFTPReq request;
+    const std::string listing = "01-02-03  12:05AM       <DIR>          My Documents\r\n"
+                                "this line fits no format\r\n"
+                                "11-23-26  01:30PM                 1234 report 2026.txt\r\n"
+                                "\r\n";
+    std::vector<FileDirInfo> entries;
+    ASSERT_FALSE(request.collectFilesAndDir(listing, &entries, "/docs/").IsError());
+    ASSERT_EQ(2u, entries.size());
+    EXPECT_EQ(1u, request.getSkippedListingLines());
+    EXPECT_EQ("My Documents", entries[0].name);
+    EXPECT_TRUE(entries[0].isDirectory);
+    EXPECT_EQ(-1, entries[0].size);
+    EXPECT_EQ("/docs/My Documents", entries[0].fullPath);
+    EXPECT_EQ("2003-01-02 00:05", entries[0].modificationText);
+    EXPECT_EQ("report 2026.txt", entries[1].name);
+    EXPECT_FALSE(entries[1].isDirectory);
+    EXPECT_EQ(1234, entries[1].size);
+    EXPECT_EQ("2026-11-23 13:30", entries[1].modificationText);
+
+    bool isFile = true;
+    ASSERT_FALSE(request.IsFile("01-02-03  12:05AM       <DIR>          My Documents", isFile).IsError());
+    EXPECT_FALSE(isFile);
+    ASSERT_FALSE(request.IsFile("type=file;size=3; a b", isFile).IsError());
+    EXPECT_TRUE(isFile);
+    ASSERT_FALSE(request.IsFile("sub dir/", isFile).IsError());
+    EXPECT_FALSE(isFile);
+    EXPECT_TRUE(request.collectFilesAndDir(listing, nullptr, "/").IsError());
+}
