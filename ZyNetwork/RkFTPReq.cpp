@@ -100,7 +100,9 @@ RkFTPReq::RkFTPReq(FTPProtocol protocol)
       m_quoteList(nullptr),
       m_postQuoteList(nullptr),
       m_sendPosition(nullptr),
-      m_sendRemaining(0)
+      m_sendRemaining(0),
+      m_active(false),
+      m_freshConnection(false)
 {
 }
 
@@ -116,8 +118,14 @@ RkFTPReq::RkFTPReq(const RkFTPReq& other)
       m_quoteList(nullptr),
       m_postQuoteList(nullptr),
       m_sendPosition(nullptr),
-      m_sendRemaining(0)
+      m_sendRemaining(0),
+      m_active(other.m_active),
+      m_freshConnection(false)
 {
+    // The copied settings include the address of an active mode that the
+    // source may have left since.
+    if (!m_active && isInitialized())
+        setActiveMode(false);
 }
 
 RkFTPReq& RkFTPReq::operator=(const RkFTPReq& other)
@@ -129,6 +137,9 @@ RkFTPReq& RkFTPReq::operator=(const RkFTPReq& other)
         m_createMissingDirs = other.m_createMissingDirs;
         m_listingCommand = other.m_listingCommand;
         m_serverHasMlsd = other.m_serverHasMlsd;
+        m_active = other.m_active;
+        if (!m_active && isInitialized())
+            setActiveMode(false);
     }
     return *this;
 }
@@ -161,6 +172,7 @@ CZyError RkFTPReq::setActiveMode(bool active, const std::string& address)
     setLastCurlResult(result);
     if (result != CURLE_OK)
         return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_FTPPORT);
+    m_active = active;
     return CZyError::Success();
 }
 
@@ -578,6 +590,8 @@ CZyError RkFTPReq::setMethodParameter()
     }
     if (result == CURLE_OK)
         result = setQuoteList(extra);
+    if (result == CURLE_OK && m_freshConnection)
+        result = CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_FRESH_CONNECT, 1L);
     setLastCurlResult(result);
     if (result != CURLE_OK)
         return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set the options of operation [%d]",
@@ -595,6 +609,11 @@ CZyError RkFTPReq::unsetOpTypeParameter()
     CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, static_cast<const char*>(nullptr));
     CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_FTP_CREATE_MISSING_DIRS, static_cast<long>(CURLFTP_CREATE_DIR_NONE));
     CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_POSTQUOTE, static_cast<void*>(nullptr));
+    if (m_freshConnection)
+    {
+        CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_FRESH_CONNECT, 0L);
+        m_freshConnection = false;
+    }
     if (m_quoteList)
     {
         CurlWrapper::rk_curl_slist_free_all(m_quoteList);

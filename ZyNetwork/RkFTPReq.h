@@ -131,6 +131,9 @@ protected:
     // no leading or trailing '/'.
     std::string joinedPath(const std::string& path) const;
     CZyError runCommands(const std::vector<std::string>& commands, const char* function);
+    // The next request opens a new connection instead of reusing a live one
+    // (after a change that curl checks only when it connects).
+    void requireFreshConnection() { m_freshConnection = true; }
 
 private:
     static size_t readFromBuffer(char* data, size_t size, size_t count, void* self);
@@ -152,5 +155,7 @@ private:
     const char* m_sendPosition;
     int64_t m_sendRemaining;
     std::string m_features;
+    bool m_active;
+    bool m_freshConnection;
 };
 }  // namespace RkCURL

@@ -34,6 +34,10 @@ RkSFTPReq::RkSFTPReq() : RkFTPReq(FTP), m_checkHostKey(true) {}
 RkSFTPReq::RkSFTPReq(const RkSFTPReq& other)
     : RkFTPReq(other), m_checkHostKey(other.m_checkHostKey), m_knownHosts(other.m_knownHosts)
 {
+    // The copied settings include the known-hosts file of a check that the
+    // source may have turned off since.
+    if (!m_checkHostKey && isInitialized())
+        setHostKeyChecking(false);
 }
 
 RkSFTPReq& RkSFTPReq::operator=(const RkSFTPReq& other)
@@ -43,6 +47,8 @@ RkSFTPReq& RkSFTPReq::operator=(const RkSFTPReq& other)
         RkFTPReq::operator=(other);
         m_checkHostKey = other.m_checkHostKey;
         m_knownHosts = other.m_knownHosts;
+        if (!m_checkHostKey && isInitialized())
+            setHostKeyChecking(false);
     }
     return *this;
 }
@@ -72,6 +78,8 @@ CZyError RkSFTPReq::applyHostKeyFile(const char* function)
     if (file.empty())
         file = "known_hosts";
     const CURLcode result = applyOption(CURLOPT_SSH_KNOWNHOSTS, file);
+    // curl checks the host key only when it connects.
+    requireFreshConnection();
     if (result != CURLE_OK)
         return ErrorRkCURL(ZY_LOC(function), result, "Failed to set option [%d]", CURLOPT_SSH_KNOWNHOSTS);
     return CZyError::Success();
@@ -101,6 +109,8 @@ CZyError RkSFTPReq::setPrivateKey(const std::string& privateKeyFile, const std::
         result = applyOption(CURLOPT_KEYPASSWD, passphrase);
     if (result == CURLE_OK && !publicKeyFile.empty())
         result = applyOption(CURLOPT_SSH_PUBLIC_KEYFILE, publicKeyFile);
+    // A live connection was authenticated with what was set before.
+    requireFreshConnection();
     if (result != CURLE_OK)
         return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set the key options");
     return CZyError::Success();
@@ -126,6 +136,7 @@ CZyError RkSFTPReq::setHostKeyChecking(bool check)
     const CURLcode result =
         CurlWrapper::rk_curl_easy_setopt(handle(), CURLOPT_SSH_KNOWNHOSTS, static_cast<const char*>(nullptr));
     setLastCurlResult(result);
+    requireFreshConnection();
     if (result != CURLE_OK)
         return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_SSH_KNOWNHOSTS);
     return CZyError::Success();
@@ -137,6 +148,7 @@ CZyError RkSFTPReq::setHostKeySHA256(const std::string& base64)
     if (!isInitialized())
         return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kNotInitialized);
     const CURLcode result = applyOption(CURLOPT_SSH_HOST_PUBLIC_KEY_SHA256, base64);
+    requireFreshConnection();
     if (result != CURLE_OK)
         return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]",
                            CURLOPT_SSH_HOST_PUBLIC_KEY_SHA256);

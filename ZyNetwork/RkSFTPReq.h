@@ -25,7 +25,9 @@ namespace RkCURL
 // differs from it is refused with curl's 60 (the file is never written).
 // setHostKeyChecking(false) turns the check off; setHostKeySHA256 pins the
 // key by its SHA-256 fingerprint (base64, as ssh-keygen -l prints it
-// without "SHA256:") in addition to the file.
+// without "SHA256:") in addition to the file. curl checks the key when it
+// connects, so a change of these settings or of the key makes the next
+// request open a new connection.
 //
 // Success: SFTP reports each failing status (no such file, permission
 // denied, failure) through curl's codes (78, 9, 21 for a failing command and

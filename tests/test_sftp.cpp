@@ -228,6 +228,13 @@ TEST_F(SftpTest, KeysPasswordsAndHostKeys)
     ASSERT_FALSE(wrongHost.setHostKeyChecking(false).IsError());
     error = wrongHost.download("tree/a file.txt", kNoCommands);
     EXPECT_FALSE(error.IsError()) << Text(error);
+    // A copy keeps the check off; turned on again, the wrong file refuses.
+    RkSFTPReq copy(wrongHost);
+    error = copy.download("tree/a file.txt", kNoCommands);
+    EXPECT_FALSE(error.IsError()) << Text(error);
+    ASSERT_FALSE(copy.setHostKeyChecking(true).IsError());
+    error = copy.download("tree/a file.txt", kNoCommands);
+    EXPECT_EQ(CURLE_PEER_FAILED_VERIFICATION, GetRkCURL(error)) << Text(error);
 
     if (servers.passwordUser.empty())
         GTEST_SKIP() << "password logins: " << servers.passwordProblem;
