@@ -4,7 +4,6 @@
 // existence, refused logins and certificates.
 #include <gtest/gtest.h>
 
-#include <set>
 #include <string>
 #include <vector>
 
@@ -72,40 +71,6 @@ std::string Text(const CZyError& error)
     return error.AsString();
 }
 
-// Every directory of the tree listed as the disk has it: names, types and
-// file sizes.
-void ExpectTreeListed(RkFTPReq& request, const std::string& root, const std::string& prefix)
-{
-    const std::vector<std::string> directories = zytest::DiskDirectories(root);
-    ASSERT_GE(directories.size(), 4u);
-    for (const std::string& directory : directories)
-    {
-        SCOPED_TRACE(directory);
-        const std::string remote = directory.empty() ? prefix : prefix + "/" + directory;
-        std::vector<FileDirInfo> entries;
-        CZyError error = request.listDirectory(remote, entries);
-        ASSERT_FALSE(error.IsError()) << Text(error);
-        EXPECT_EQ(0u, request.getSkippedListingLines()) << request.getListing();
-        const auto disk = zytest::DiskListing(directory.empty() ? root : root + "/" + directory);
-        std::set<std::string> seen;
-        for (const FileDirInfo& entry : entries)
-        {
-            SCOPED_TRACE(entry.name);
-            auto it = disk.find(entry.name);
-            ASSERT_NE(it, disk.end()) << "listed but not on disk";
-            EXPECT_EQ(it->second.isDirectory, entry.isDirectory);
-            if (!entry.isDirectory)
-            {
-                EXPECT_EQ(it->second.size, entry.size);
-            }
-            EXPECT_EQ("/" + remote + "/" + entry.name, "/" + entry.fullPath.substr(entry.fullPath[0] == '/'));
-            EXPECT_GT(entry.modificationTime, 0);
-            seen.insert(entry.name);
-        }
-        EXPECT_EQ(disk.size(), seen.size());
-        EXPECT_EQ(disk.size(), entries.size());
-    }
-}
 }  // namespace
 
 TEST_P(FtpTest, ListsTheTreeAsOnDiskWithMlsdAndList)
@@ -114,14 +79,14 @@ TEST_P(FtpTest, ListsTheTreeAsOnDiskWithMlsdAndList)
         GTEST_SKIP() << kWineTlsClose;
     RkFTPReq request(GetParam());
     Open(request);
-    ExpectTreeListed(request, Disk("tree"), "tree");
+    zytest::ExpectTreeListed(request, Disk("tree"), "tree");
     // pyftpdlib offers MLSD in its FEAT answer.
     EXPECT_TRUE(request.lastListingWasMlsd());
 
     RkFTPReq list(GetParam());
     Open(list);
     list.setListingCommand(RkFTPReq::LISTING_LIST);
-    ExpectTreeListed(list, Disk("tree"), "tree");
+    zytest::ExpectTreeListed(list, Disk("tree"), "tree");
     EXPECT_FALSE(list.lastListingWasMlsd());
     // Each LIST line is also a valid IsFile argument.
     std::vector<FileDirInfo> top;

@@ -92,8 +92,13 @@ const FtpServers& GetFtpServers()
 }
 }  // namespace zytest
 
+#include <gtest/gtest.h>
+
 #include <filesystem>
 #include <fstream>
+#include <set>
+
+#include "ZyNetwork/RkFTPReq.h"
 
 namespace zytest
 {
@@ -176,5 +181,40 @@ bool WritePattern(const std::string& path, int64_t size)
         done += n;
     }
     return static_cast<bool>(out);
+}
+
+// Every directory of the tree listed as the disk has it: names, types and
+// file sizes.
+void ExpectTreeListed(RkCURL::RkFTPReq& request, const std::string& root, const std::string& prefix)
+{
+    const std::vector<std::string> directories = DiskDirectories(root);
+    ASSERT_GE(directories.size(), 4u);
+    for (const std::string& directory : directories)
+    {
+        SCOPED_TRACE(directory);
+        const std::string remote = directory.empty() ? prefix : prefix + "/" + directory;
+        std::vector<RkCURL::FileDirInfo> entries;
+        CZyError error = request.listDirectory(remote, entries);
+        ASSERT_FALSE(error.IsError()) << error.AsString();
+        EXPECT_EQ(0u, request.getSkippedListingLines()) << request.getListing();
+        const auto disk = DiskListing(directory.empty() ? root : root + "/" + directory);
+        std::set<std::string> seen;
+        for (const RkCURL::FileDirInfo& entry : entries)
+        {
+            SCOPED_TRACE(entry.name);
+            auto it = disk.find(entry.name);
+            ASSERT_NE(it, disk.end()) << "listed but not on disk";
+            EXPECT_EQ(it->second.isDirectory, entry.isDirectory);
+            if (!entry.isDirectory)
+            {
+                EXPECT_EQ(it->second.size, entry.size);
+            }
+            EXPECT_EQ("/" + remote + "/" + entry.name, "/" + entry.fullPath.substr(entry.fullPath[0] == '/'));
+            EXPECT_GT(entry.modificationTime, 0);
+            seen.insert(entry.name);
+        }
+        EXPECT_EQ(disk.size(), seen.size());
+        EXPECT_EQ(disk.size(), entries.size());
+    }
 }
 }  // namespace zytest

@@ -36,6 +36,11 @@ const FtpServers& GetFtpServers();
 
 #include <map>
 
+namespace RkCURL
+{
+class RkFTPReq;
+}
+
 namespace zytest
 {
 struct DiskEntry
@@ -53,4 +58,8 @@ bool PathExists(const std::string& path);
 bool SameBytes(const std::string& a, const std::string& b);
 // A file of `size` bytes of a fixed pattern.
 bool WritePattern(const std::string& path, int64_t size);
+// Lists every directory below the disk directory `root` through `request`
+// (`prefix` naming `root` on the server) and expects the disk's entries
+// exactly: names, types, file sizes, full paths, no skipped lines.
+void ExpectTreeListed(RkCURL::RkFTPReq& request, const std::string& root, const std::string& prefix);
 }  // namespace zytest
