@@ -5,9 +5,14 @@
 # Debian ships no libcurl for mingw, so this cross-builds Debian's own curl
 # source package (apt-get source curl: 7.88.1 with Debian's patches) with
 # mingw-w64, CMake and Ninja: a shared library with Schannel for TLS and SSPI,
-# no OpenSSL, zlib, nghttp2, IDN, PSL or LDAP. When Debian's libssh2 source
-# package builds with its WinCNG back-end, it is linked in statically for
-# SFTP/SCP (ZYNET_WIN_CURL_SSH=0 leaves it out).
+# no OpenSSL, libssh2, zlib, nghttp2, IDN, PSL or LDAP.
+#
+# ZYNET_WIN_CURL_SSH=1 (an experiment, off by default) also builds Debian's
+# libssh2 1.10 source with its WinCNG back-end and links it in statically for
+# SFTP/SCP. It builds, but under Wine 8 no SSH key exchange completes (Wine's
+# bcrypt has no "DH" provider and no raw RSA for libssh2's fallback), so the
+# default DLL has no SSH; docs/PLATFORMS.md, "The Windows libcurl", has the
+# details. Use another ZYNET_WIN_DEPS_DIR for that experiment.
 #
 # Everything lives under build/win-deps/ (never in tracked files):
 #   build/win-deps/RKCurl.dll       the result
@@ -175,9 +180,13 @@ if [ "$want_ssh" = "1" ]; then
   if ssh_src=$(fetch_source libssh2); then
     ssh_deb_version=$(cd "$ssh_src" && dpkg-parsechangelog -S Version)
     ssh_prefix=$out/libssh2-install
-    rm -rf "$out/libssh2-build" "$ssh_prefix"
-    log "building libssh2 $ssh_deb_version (WinCNG, static)"
-    if { cmake -S "$ssh_src" -B "$out/libssh2-build" -G Ninja \
+    if [ -f "$ssh_prefix/lib/libssh2.a" ] && [ "$(cat "$ssh_prefix/.zynet-built" 2>/dev/null)" = "$ssh_deb_version" ]; then
+      log "libssh2 $ssh_deb_version already built"
+    else
+      rm -rf "$out/libssh2-build" "$ssh_prefix"
+      log "building libssh2 $ssh_deb_version (WinCNG, static)"
+    fi
+    if [ -f "$ssh_prefix/.zynet-built" ] || { cmake -S "$ssh_src" -B "$out/libssh2-build" -G Ninja \
            -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
            -DCMAKE_BUILD_TYPE=Release \
            -DCMAKE_INSTALL_PREFIX="$ssh_prefix" \
@@ -187,12 +196,12 @@ if [ "$want_ssh" = "1" ]; then
            -DBUILD_EXAMPLES=OFF -DBUILD_TESTING=OFF \
         && cmake --build "$out/libssh2-build" -j "$jobs" \
         && cmake --install "$out/libssh2-build"; } >"$out/libssh2-build.log" 2>&1 \
-       && [ -f "$ssh_prefix/lib/libssh2.a" ]; then
+       && [ -f "$ssh_prefix/lib/libssh2.a" ] && echo "$ssh_deb_version" >"$ssh_prefix/.zynet-built"; then
       ssh_state="libssh2 $ssh_deb_version (WinCNG, static)"
       # libssh2's WinCNG back-end needs bcrypt and crypt32 from the system.
       ssh_args=(-DCURL_USE_LIBSSH2=ON
                 -DLIBSSH2_INCLUDE_DIR="$ssh_prefix/include"
-                "-DLIBSSH2_LIBRARY=$ssh_prefix/lib/libssh2.a;bcrypt;crypt32")
+                "-DLIBSSH2_LIBRARY:STRING=$ssh_prefix/lib/libssh2.a;bcrypt;crypt32")
     else
       log "libssh2 did not build; going on without SSH (see ${out#$repo/}/libssh2-build.log)"
     fi

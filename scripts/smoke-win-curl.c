@@ -6,6 +6,7 @@
 #include <winsock2.h>
 #include <windows.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <curl/curl.h>
 
@@ -34,7 +35,7 @@ int main(int argc, char **argv) {
   G(p_ginit, curl_global_init) G(p_init, curl_easy_init) G(p_setopt, curl_easy_setopt)
   G(p_perform, curl_easy_perform) G(p_cleanup, curl_easy_cleanup) G(p_version, curl_version)
   G(p_vinfo, curl_version_info) G(p_strerror, curl_easy_strerror) G(p_getinfo, curl_easy_getinfo)
-  curl_global_init(CURL_GLOBAL_ALL);
+  { CURLcode g = curl_global_init(CURL_GLOBAL_ALL); if (g) printf("curl_global_init: %d\n", (int)g); }
   printf("curl_version: %s\n", curl_version());
   curl_version_info_data *vi = curl_version_info(CURLVERSION_NOW);
   printf("protocols:");
@@ -53,7 +54,7 @@ int main(int argc, char **argv) {
     curl_easy_setopt(c, CURLOPT_WRITEFUNCTION, wr);
     curl_easy_setopt(c, CURLOPT_SSL_VERIFYPEER, 0L);
     curl_easy_setopt(c, CURLOPT_SSL_VERIFYHOST, 0L);
-    curl_easy_setopt(c, CURLOPT_TIMEOUT, 30L);
+    curl_easy_setopt(c, CURLOPT_TIMEOUT, (long)(getenv("SMOKE_TIMEOUT") ? atoi(getenv("SMOKE_TIMEOUT")) : 30));
     if (getenv("SMOKE_USER")) curl_easy_setopt(c, CURLOPT_USERPWD, getenv("SMOKE_USER"));
     if (getenv("SMOKE_KEY")) {
       curl_easy_setopt(c, CURLOPT_SSH_PRIVATE_KEYFILE, getenv("SMOKE_KEY"));

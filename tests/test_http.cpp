@@ -195,6 +195,34 @@ TEST(HttpRequest, PostSendsTextOrBufferWithQueryParameters)
     EXPECT_EQ(EErrorKind::Int, error.GetErrorKind());
 }
 
+TEST(HttpRequest, HeadersOfEveryKindAreSent)
+{
+    REQUIRE_SERVERS();
+    std::string body;
+    RkHTTPReq request;
+    Open(request, servers.echo, &body);
+    ASSERT_FALSE(request.setHeaders({{"X-Set", "one"}, {"Accept", "text/zy"}}).IsError());
+    request.addRequestedHeaders("X-Added", "two");
+    request.skipExpectContinue100(true);
+    const std::string data(2 << 20, 'p');
+    CZyError error = request.doPutOperation("headers", data.data(), static_cast<long>(data.size()),
+                                            {commandInfo(commandInfo::CMD_HEADER, "X-Call", "three")});
+    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    EXPECT_NE(std::string::npos, body.find("\r\nX-Set: one")) << body;
+    EXPECT_NE(std::string::npos, body.find("\r\nAccept: text/zy")) << body;
+    EXPECT_NE(std::string::npos, body.find("\r\nX-Added: two")) << body;
+    EXPECT_NE(std::string::npos, body.find("\r\nX-Call: three")) << body;
+    EXPECT_EQ(std::string::npos, body.find("Expect:")) << body;
+
+    // The call's header is for that call only; a header that would split
+    // the request is refused.
+    body.clear();
+    ASSERT_FALSE(request.doGetOperation("headers", kNoCommands).IsError());
+    EXPECT_EQ(std::string::npos, body.find("X-Call")) << body;
+    EXPECT_NE(std::string::npos, body.find("X-Set: one")) << body;
+    EXPECT_TRUE(request.setHeaders({{"X-Bad", "a\r\nInjected: 1"}}).IsError());
+}
+
 TEST(HttpRequest, StatusCodesDecideSuccess)
 {
     REQUIRE_SERVERS();

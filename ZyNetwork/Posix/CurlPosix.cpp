@@ -2,6 +2,7 @@
 // module that holds the binding, otherwise the system's libcurl.
 #include "ZyNetwork/OsCurl.h"
 
+#include <dlfcn.h>
 #include <sys/stat.h>
 
 #include "ZyUtils/ZyLibrary.h"
@@ -21,5 +22,14 @@ std::string DefaultCurlLibraryPath(const void* moduleAddress)
     // The dynamic loader's search finds the distribution's libcurl (its
     // run-time package ships only the versioned name).
     return "libcurl.so.4";
+}
+
+void KeepCurlLibraryMapped(const char* path)
+{
+    // Marks the loaded object as never to be unloaded; the extra reference
+    // taken here is dropped at once.
+    void* module = dlopen(path, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+    if (module)
+        dlclose(module);
 }
 }  // namespace zyos

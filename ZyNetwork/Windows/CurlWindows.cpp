@@ -16,4 +16,9 @@ std::string DefaultCurlLibraryPath(const void* moduleAddress)
         return kFileName;
     return directory + kFileName;
 }
+
+void KeepCurlLibraryMapped(const char* path)
+{
+    // RKCurl.dll needs only system DLLs: it is unloaded at exit.
+}
 }  // namespace zyos

@@ -31,23 +31,23 @@ class Tool:
         self.command = ([emulator] if emulator else []) + [path]
         self.windows = path.lower().endswith(".exe")
 
-    def run_raw(self, args, timeout=60):
+    def run_raw(self, args, timeout=60, env=None):
         # Output goes to files, not pipes: helper processes of an emulator
         # may inherit a pipe and hold it open after the tool has exited.
         with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
             proc = subprocess.run(self.command + list(args), stdin=subprocess.DEVNULL, stdout=out, stderr=err,
-                                  timeout=timeout)
+                                  timeout=timeout, env=env)
             out.seek(0)
             err.seek(0)
             return proc.returncode, out.read(), err.read()
 
-    def run(self, *args, timeout=60):
-        rc, out, err = self.run_raw(args, timeout)
+    def run(self, *args, timeout=60, env=None):
+        rc, out, err = self.run_raw(args, timeout, env)
         return (rc, out.decode("utf-8", "replace").replace("\r\n", "\n"),
                 err.decode("utf-8", "replace").replace("\r\n", "\n"))
 
-    def json(self, *args, expect_rc=0):
-        rc, out, err = self.run("--json", *args)
+    def json(self, *args, expect_rc=0, env=None):
+        rc, out, err = self.run("--json", *args, env=env)
         if rc != expect_rc:
             raise Failure("zynet --json %s: exit %d, expected %d\n%s%s" % (" ".join(args), rc, expect_rc, out, err))
         try:
@@ -61,8 +61,8 @@ def expect(condition, message):
         raise Failure(message)
 
 
-def expect_run(tool, args, rc, stdout_pattern=None, stderr_pattern=None):
-    code, out, err = tool.run(*args)
+def expect_run(tool, args, rc, stdout_pattern=None, stderr_pattern=None, env=None):
+    code, out, err = tool.run(*args, env=env)
     shown = "zynet %s -> exit %d\nstdout:\n%s\nstderr:\n%s" % (" ".join(args), code, out, err)
     expect(code == rc, "expected exit %d: %s" % (rc, shown))
     if stdout_pattern:
@@ -250,9 +250,37 @@ def case_ping(tool):
                      % (received, (2 - received) * 50), out, re.M), "summary:\n" + out)
 
 
+def case_curl_version(tool):
+    # A file that exists nowhere: the override is the only file tried.
+    missing = dict(os.environ, ZYNET_CURL_LIBRARY="zynet-no-such-curl-library")
+    expect_run(tool, ["curl-version"], 1, None, r"^zynet curl-version: Failed to load libcurl$", env=missing)
+    doc = tool.json("curl-version", expect_rc=1, env=missing)
+    expect(doc["loaded"] is False and doc["file"] == "" and doc["version"] == "Failed to load libcurl"
+           and doc["error"]["what"] == "Failed to load libcurl", "missing file: %r" % doc)
+    expect_run(tool, ["curl-version", "extra"], 2, None, r"^usage: zynet \[--json\] curl-version$")
+
+    # The platform's own file: RKCurl.dll beside ZyNetwork.dll, or the
+    # system's libcurl on Linux.
+    env = dict(os.environ)
+    env.pop("ZYNET_CURL_LIBRARY", None)
+    if tool.windows and not os.path.exists(os.path.join(os.path.dirname(tool.command[-1]), "RKCurl.dll")):
+        expect_run(tool, ["curl-version"], 1, None, r"Failed to load libcurl", env=env)
+        raise Skip("RKCurl.dll is not beside ZyNetwork.dll (the install step builds it)")
+    doc = tool.json("curl-version", env=env)
+    expect(doc["loaded"] is True and doc["version"].startswith("libcurl/"), "not libcurl: %r" % doc)
+    expect({"http", "https", "ftp"} <= set(doc["protocols"]), "protocols: %r" % doc["protocols"])
+    expected_file = "RKCurl.dll" if tool.windows else ("libRKCurl.so", "libcurl.so.4")
+    expect(doc["file"].endswith(expected_file), "file: %r" % doc["file"])
+    out, _ = expect_run(tool, ["curl-version"], 0, r"^version:   libcurl/\d+\.\d+\.\d+", env=env)
+    expect(re.search(r"^protocols: .*\bhttp\b", out, re.M), "protocols line:\n" + out)
+    expect(re.search(r"^file:      \S*%s" % re.escape(doc["file"].split("\\")[-1].split("/")[-1]), out, re.M),
+           "file line:\n" + out)
+
+
 def case_usage(tool):
     out, _ = expect_run(tool, ["--help"], 0, r"^usage: zynet")
-    commands = ["tour", "resolve", "reverse", "addr", "ifaces", "cidr", "mask", "probe", "blacklist", "ping"]
+    commands = ["tour", "resolve", "reverse", "addr", "ifaces", "cidr", "mask", "probe", "blacklist", "ping",
+                "curl-version"]
     for command in commands:
         expect(re.search(r"^  %s\s" % command, out, re.M), "%s missing from --help" % command)
         expect_run(tool, [command, "--help"], 0, r"^usage: zynet \[--json\] %s" % command)

@@ -325,7 +325,7 @@ def read_request(conn):
     while b"\r\n\r\n" not in data:
         chunk = conn.recv(65536)
         if not chunk:
-            return None, None, b""
+            return None, None, b"", b""
         data += chunk
     head, body = data.split(b"\r\n\r\n", 1)
     lines = head.decode("latin-1").split("\r\n")
@@ -341,16 +341,20 @@ def read_request(conn):
         if not chunk:
             break
         body += chunk
-    return method, target, body
+    return method, target, body, head
 
 
 def handle_echo(conn):
-    # Answers with the method, the target and the body it received.
+    # Answers with the method, the target and the body it received; under
+    # /headers with the request's header lines instead.
     while True:
-        method, target, body = read_request(conn)
+        method, target, body, head = read_request(conn)
         if method is None:
             return
-        payload = ("%s %s\n" % (method, target)).encode() + body
+        if target.startswith("/headers"):
+            payload = head + b"\r\n"
+        else:
+            payload = ("%s %s\n" % (method, target)).encode() + body
         conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\nContent-Length: %d\r\n\r\n"
                      % len(payload) + payload)
 

@@ -109,6 +109,7 @@ int RunLs(Output& out, const std::vector<std::string>& args);
 int RunHead(Output& out, const std::vector<std::string>& args);
 int RunRm(Output& out, const std::vector<std::string>& args);
 int RunMkdir(Output& out, const std::vector<std::string>& args);
+int RunCurlVersion(Output& out, const std::vector<std::string>& args);
 
 // The tour's ping of 127.0.0.1: one echo request. Raw sockets need
 // privileges, so "not permitted" is an outcome of its own.

@@ -123,6 +123,14 @@ const std::vector<Command>& Commands()
          "  --cacert FILE, --insecure   as for get\n"
          "  --key FILE [--pass PHRASE], --known-hosts FILE   as for get (sftp)",
          RunMkdir},
+        {"curl-version", "", "the curl library file loaded, its version and protocols",
+         "Loads the curl library as the transfer functions do and shows which file was loaded,\n"
+         "curl's version text, its protocols and its TLS back-end, or \"Failed to load libcurl\"\n"
+         "(exit status 1) when no file could be loaded. The file is the one named by the\n"
+         "environment variable ZYNET_CURL_LIBRARY when that is set; otherwise \"RKCurl.dll\" beside\n"
+         "ZyNetwork.dll on Windows, and on Linux \"libRKCurl.so\" beside libZyNetwork.so when it\n"
+         "exists, else the system's libcurl.so.4.",
+         RunCurlVersion},
     };
     return commands;
 }
@@ -156,7 +164,7 @@ void PrintMainHelp(FILE* stream)
                  "\n"
                  "commands:\n");
     for (const Command& command : zynet::Commands())
-        std::fprintf(stream, "  %-10s %-32s %s\n", command.name, command.synopsis, command.summary);
+        std::fprintf(stream, "  %-12s %-32s %s\n", command.name, command.synopsis, command.summary);
     std::fprintf(stream, "\nExit status: 0 success, 1 a network or library failure, 2 bad arguments.\n");
 }
 

@@ -1,0 +1,256 @@
+// The curl binding over a stand-in library (tests/stubs/RkCurlStub.c) that
+// lacks "curl_easy_pause". The program runs from a directory of its own with
+// the stand-in beside it under the name the binding looks for there
+// ("RKCurl.dll", "libRKCurl.so"), so the search beside the module is tested
+// too.
+// The form options are deprecated in curl's headers.
+#define CURL_DISABLE_DEPRECATION
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ZyNetwork/CurlWrapper.h"
+#include "ZyNetwork/CurlWrapperInternal.h"
+#include "ZyUtils/ZyLibrary.h"
+#include "support/TestEnv.h"
+
+using namespace CurlWrapper;
+
+namespace
+{
+// The stand-in's own query functions, reached through a second reference to
+// the module that the binding loaded.
+class Stub
+{
+public:
+    Stub()
+    {
+        const char* path = rk_curl_library_path();
+        if (*path && !m_library.Load(path).IsError())
+        {
+            m_library.GetFunction("rkstub_calls", calls);
+            m_library.GetFunction("rkstub_easy_handle", easyHandle);
+            m_library.GetFunction("rkstub_global_init_flags", globalInitFlags);
+            m_library.GetFunction("rkstub_last_option", lastOption);
+            m_library.GetFunction("rkstub_last_long", lastLong);
+            m_library.GetFunction("rkstub_last_offset", lastOffset);
+            m_library.GetFunction("rkstub_last_pointer", lastPointer);
+            m_library.GetFunction("rkstub_form_trace", formTrace);
+        }
+    }
+    bool Loaded() const { return calls && formTrace; }
+
+    long (*calls)(const char*) = nullptr;
+    void* (*easyHandle)() = nullptr;
+    long (*globalInitFlags)() = nullptr;
+    long (*lastOption)() = nullptr;
+    long (*lastLong)() = nullptr;
+    long long (*lastOffset)() = nullptr;
+    void* (*lastPointer)() = nullptr;
+    const char* (*formTrace)() = nullptr;
+
+private:
+    CZyLibrary m_library;
+};
+
+std::string ExpectedStubPath()
+{
+    std::string directory;
+    // The test program holds the binding (static library).
+    if (!CZyLibrary::ModuleDirectoryOf(reinterpret_cast<const void*>(&ExpectedStubPath), directory))
+        return "?";
+    return directory + (zytest::IsWindowsTarget() ? "RKCurl.dll" : "libRKCurl.so");
+}
+
+// curl's global clean-up belongs to process exit: once the tests are done it
+// must not have run yet, and after the binding has released the library it
+// must have run exactly once. An exit handler registered before the first
+// wrapper call runs after the binding's own clean-up; it reads the stand-in's
+// counter through a reference of its own that keeps the module loaded, and
+// turns a wrong count into a failing exit status.
+long (*g_cleanupCalls)(const char*) = nullptr;
+
+void CheckCleanupAtExit()
+{
+    if (!g_cleanupCalls)
+        return;
+    const long calls = g_cleanupCalls("curl_global_cleanup");
+    if (calls != 1)
+    {
+        std::fprintf(stderr, "curl_global_cleanup ran %ld times at exit, expected once\n", calls);
+        std::fflush(stderr);
+        std::_Exit(3);
+    }
+}
+
+class CleanupAtExit : public ::testing::Environment
+{
+public:
+    void SetUp() override { std::atexit(&CheckCleanupAtExit); }
+    void TearDown() override
+    {
+        if (!*rk_curl_library_path())
+            return;
+        static CZyLibrary kept(false);  // never unloaded
+        if (kept.Load(rk_curl_library_path()).IsError())
+            return;
+        kept.GetFunction("rkstub_calls", g_cleanupCalls);
+        EXPECT_EQ(g_cleanupCalls("curl_global_cleanup"), 0);
+    }
+};
+::testing::Environment* const kCleanupAtExit = ::testing::AddGlobalTestEnvironment(new CleanupAtExit);
+}  // namespace
+
+// First in this program: run alone (as ctest does) it makes the process's
+// first wrapper calls.
+TEST(CurlBindingStub, SixteenThreadsLoadTheLibraryOnce)
+{
+    if (curlLibraryLookups() != 0)
+        GTEST_SKIP() << "an earlier test of this process already loaded the library; run this test alone";
+    const int kThreads = 16;
+    std::atomic<int> waiting{kThreads};
+    std::vector<void*> handles(kThreads, nullptr);
+    std::vector<std::string> versions(kThreads);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i)
+    {
+        threads.emplace_back([&, i] {
+            // All threads start their first call together.
+            --waiting;
+            while (waiting.load() > 0)
+                std::this_thread::yield();
+            if (i % 2)
+                handles[i] = rk_curl_easy_init();
+            else
+                versions[i] = rk_curl_version();
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(curlLibraryLookups(), 1u);
+    Stub stub;
+    ASSERT_TRUE(stub.Loaded()) << "loaded: '" << rk_curl_library_path() << "'";
+    EXPECT_EQ(stub.calls("curl_global_init"), 1);
+    EXPECT_EQ(stub.globalInitFlags(), CURL_GLOBAL_ALL);
+    EXPECT_EQ(stub.calls("curl_global_cleanup"), 0);  // only at process exit
+    for (int i = 0; i < kThreads; ++i)
+    {
+        if (i % 2)
+            EXPECT_EQ(handles[i], stub.easyHandle()) << "thread " << i;
+        else
+            EXPECT_EQ(versions[i], "RkCurlStub/1.0") << "thread " << i;
+    }
+    EXPECT_EQ(stub.calls("curl_easy_init"), kThreads / 2);
+}
+
+TEST(CurlBindingStub, FoundBesideTheModuleThatHoldsTheBinding)
+{
+    EXPECT_EQ(std::string(rk_curl_library_path()), ExpectedStubPath());
+}
+
+TEST(CurlBindingStub, OnlyTheMissingSymbolFallsBack)
+{
+    Stub stub;
+    ASSERT_TRUE(stub.Loaded()) << "loaded: '" << rk_curl_library_path() << "'";
+    void* curl = rk_curl_easy_init();
+    ASSERT_EQ(curl, stub.easyHandle());
+    for (int round = 0; round < 3; ++round)
+        EXPECT_EQ(rk_curl_easy_pause(curl, CURLPAUSE_ALL), CURLE_FAILED_INIT);
+
+    const long performs = stub.calls("curl_easy_perform");
+    EXPECT_EQ(rk_curl_easy_perform(curl), CURLE_OK);
+    EXPECT_EQ(rk_curl_easy_perform(nullptr), CURLE_BAD_FUNCTION_ARGUMENT);
+    EXPECT_EQ(stub.calls("curl_easy_perform"), performs + 2);
+    long status = 0;
+    EXPECT_EQ(rk_curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status), CURLE_OK);
+    EXPECT_EQ(status, 299);
+    EXPECT_STREQ(rk_curl_easy_strerror(CURLE_OK), "stub strerror");
+    EXPECT_STREQ(rk_curl_version(), "RkCurlStub/1.0");
+    EXPECT_STREQ(rk_curl_version_info(CURLVERSION_NOW)->version, "1.0-stub");
+    char date[] = "12345";
+    EXPECT_EQ(rk_curl_getdate(date, nullptr), 5);
+    long timeout = 0;
+    EXPECT_EQ(rk_curl_multi_timeout(rk_curl_multi_init(), &timeout), CURLM_OK);
+    EXPECT_EQ(timeout, 1234);
+    rk_curl_easy_cleanup(curl);
+    EXPECT_EQ(stub.calls("curl_easy_cleanup"), 1);
+    // Deliberately empty: curl's global state belongs to the loaded library.
+    EXPECT_EQ(rk_curl_global_init(CURL_GLOBAL_ALL), CURLE_OK);
+    rk_curl_global_cleanup();
+    EXPECT_EQ(stub.calls("curl_global_init"), 1);
+    EXPECT_EQ(stub.calls("curl_global_cleanup"), 0);
+}
+
+TEST(CurlBindingStub, SetoptPassesEachKindOfValueAsCurlReadsIt)
+{
+    Stub stub;
+    ASSERT_TRUE(stub.Loaded());
+    void* curl = rk_curl_easy_init();
+    // int and long reach curl as the same long (a negative int shows a value
+    // passed without widening).
+    ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_TIMEOUT, -17), CURLE_OK);
+    EXPECT_EQ(stub.lastOption(), CURLOPT_TIMEOUT);
+    EXPECT_EQ(stub.lastLong(), -17);
+    ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, 3L), CURLE_OK);
+    EXPECT_EQ(stub.lastOption(), CURLOPT_CONNECTTIMEOUT);
+    EXPECT_EQ(stub.lastLong(), 3);
+    // 64 bits wide on both targets (long is 32 bits on Windows).
+    ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_MAXFILESIZE_LARGE, (1LL << 40) + 5), CURLE_OK);
+    EXPECT_EQ(stub.lastOption(), CURLOPT_MAXFILESIZE_LARGE);
+    EXPECT_EQ(stub.lastOffset(), (1LL << 40) + 5);
+    const char* url = "http://127.0.0.1:1/";
+    ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_URL, url), CURLE_OK);
+    EXPECT_EQ(stub.lastPointer(), static_cast<const void*>(url));
+    int data = 0;
+    ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_WRITEDATA, static_cast<void*>(&data)), CURLE_OK);
+    EXPECT_EQ(stub.lastPointer(), static_cast<void*>(&data));
+}
+
+TEST(CurlBindingStub, FormaddPassesEachShapeThrough)
+{
+    Stub stub;
+    ASSERT_TRUE(stub.Loaded());
+    curl_httppost* first = nullptr;
+    curl_httppost* last = nullptr;
+    curl_slist* headers = rk_curl_slist_append(nullptr, "X-Part: 1");
+    ASSERT_NE(headers, nullptr);
+    auto trace = [&](int a, const char* va, int b, const char* vb, int c = 0, const char* vc = nullptr, int d = 0,
+                     const char* vd = nullptr) {
+        std::string text = std::to_string(a) + "=" + va + ";" + std::to_string(b) + "=" + vb + ";";
+        if (vc)
+            text += std::to_string(c) + "=" + vc + ";";
+        if (vd)
+            text += std::to_string(d) + "=" + vd + ";";
+        return text;
+    };
+
+    EXPECT_EQ(rk_curl_formadd(&first, &last, CURLFORM_CONTENTHEADER, headers, CURLFORM_COPYNAME, "log",
+                              CURLFORM_FILE, "app.log", CURLFORM_END),
+              CURL_FORMADD_OK);
+    EXPECT_EQ(stub.formTrace(),
+              trace(CURLFORM_CONTENTHEADER, "X-Part: 1", CURLFORM_COPYNAME, "log", CURLFORM_FILE, "app.log"));
+    EXPECT_EQ(rk_curl_formadd(&first, &last, CURLFORM_COPYNAME, "n", CURLFORM_FILE, "f.txt", CURLFORM_CONTENTTYPE,
+                              "text/plain", CURLFORM_END),
+              CURL_FORMADD_OK);
+    EXPECT_EQ(stub.formTrace(),
+              trace(CURLFORM_COPYNAME, "n", CURLFORM_FILE, "f.txt", CURLFORM_CONTENTTYPE, "text/plain"));
+    EXPECT_EQ(rk_curl_formadd(&first, &last, CURLFORM_COPYNAME, "k", CURLFORM_COPYCONTENTS, "v", CURLFORM_END),
+              CURL_FORMADD_OK);
+    EXPECT_EQ(stub.formTrace(), trace(CURLFORM_COPYNAME, "k", CURLFORM_COPYCONTENTS, "v"));
+    char buffer[] = "DATA";
+    EXPECT_EQ(rk_curl_formadd(&first, &last, CURLFORM_COPYNAME, "b", CURLFORM_BUFFER, "b.bin", CURLFORM_BUFFERPTR,
+                              static_cast<void*>(buffer), CURLFORM_BUFFERLENGTH, 4L, CURLFORM_END),
+              CURL_FORMADD_OK);
+    EXPECT_EQ(stub.formTrace(),
+              trace(CURLFORM_COPYNAME, "b", CURLFORM_BUFFER, "b.bin", CURLFORM_BUFFERPTR, "DATA") +
+                  std::to_string(CURLFORM_BUFFERLENGTH) + "=4;");
+    rk_curl_formfree(first);
+    rk_curl_slist_free_all(headers);
+    EXPECT_EQ(stub.calls("curl_formfree"), 1);
+}
