@@ -12,6 +12,7 @@ packages=(
   clang libclang-rt-14-dev
   iproute2 util-linux procps python3
   nginx tinyproxy openssl apache2 curl
+  python3-pyftpdlib python3-openssl openssh-server openssh-client passwd
 )
 
 missing=()

@@ -90,7 +90,8 @@ def case_ls_head(tool):
 
 def case_usage(tool):
     s = servers()
-    expect_run(tool, ["get", "ftp://127.0.0.1/x"], 2, None, r"unsupported URL scheme 'ftp' \(supported: http, https\)")
+    expect_run(tool, ["get", "gopher://127.0.0.1/x"], 2, None,
+               r"unsupported URL scheme 'gopher' \(supported: http, https, ftp, ftps, sftp\)")
     expect_run(tool, ["get", url(s["http"], "/x"), "--client", "nosuch"], 2, None,
                r"unknown client 'nosuch' \(available: curl")
     expect_run(tool, ["get", "not a url"], 2, None, "is not a URL")

@@ -10,7 +10,9 @@
 #include "Terminal.h"
 #include "Tool.h"
 #include "TransferClients.h"
+#include "ZyNetwork/RkFTPReq.h"
 #include "ZyNetwork/RkHTTPReq.h"
+#include "ZyNetwork/RkSFTPReq.h"
 #include "ZyUtils/ZyFile.h"
 #include "ZyUtils/ZyString.h"
 
@@ -20,8 +22,7 @@ namespace
 {
 using RkCURL::RkProtocolReq;
 
-// The request class of each URL scheme. FTP and SFTP join this table when
-// their classes exist.
+// The request class of each URL scheme.
 struct Protocol
 {
     const char* scheme;
@@ -33,6 +34,9 @@ const std::vector<Protocol>& Protocols()
     static const std::vector<Protocol> protocols = {
         {"http", [] { return std::unique_ptr<RkProtocolReq>(new RkCURL::RkHTTPReq(RkCURL::HTTP)); }},
         {"https", [] { return std::unique_ptr<RkProtocolReq>(new RkCURL::RkHTTPReq(RkCURL::HTTPS)); }},
+        {"ftp", [] { return std::unique_ptr<RkProtocolReq>(new RkCURL::RkFTPReq(RkCURL::FTP)); }},
+        {"ftps", [] { return std::unique_ptr<RkProtocolReq>(new RkCURL::RkFTPReq(RkCURL::FTPS)); }},
+        {"sftp", [] { return std::unique_ptr<RkProtocolReq>(new RkCURL::RkSFTPReq()); }},
     };
     return protocols;
 }
@@ -45,6 +49,9 @@ struct TransferArgs
     std::string server;  // scheme://authority
     std::string path;    // the rest, percent-encoded as given
     std::string cacert;
+    std::string key;         // --key FILE (SFTP private key)
+    std::string passphrase;  // --pass PHRASE (its passphrase)
+    std::string knownHosts;  // --known-hosts FILE (SFTP)
     std::string client = kDefaultClient;
     TransferOptions options;
     Args parsed;
@@ -60,7 +67,8 @@ void SplitUserPassword(const std::string& text, std::string& user, std::string& 
 TransferArgs ParseTransferArgs(const std::vector<std::string>& args, const std::vector<std::string>& extraValues,
                                size_t positional)
 {
-    std::vector<std::string> values = {"--user", "--proxy", "--proxy-user", "--cacert", "--timeout", "--client"};
+    std::vector<std::string> values = {"--user",  "--proxy", "--proxy-user",  "--cacert", "--timeout",
+                                       "--client", "--key",  "--known-hosts", "--pass"};
     values.insert(values.end(), extraValues.begin(), extraValues.end());
     TransferArgs transfer;
     transfer.parsed = ParseArgs(args, {"--insecure", "-k"}, values, positional, positional);
@@ -76,6 +84,12 @@ TransferArgs ParseTransferArgs(const std::vector<std::string>& args, const std::
         transfer.cacert = parsed.values.at("--cacert");
     if (parsed.HasValue("--client"))
         transfer.client = parsed.values.at("--client");
+    if (parsed.HasValue("--key"))
+        transfer.key = parsed.values.at("--key");
+    if (parsed.HasValue("--pass"))
+        transfer.passphrase = parsed.values.at("--pass");
+    if (parsed.HasValue("--known-hosts"))
+        transfer.knownHosts = parsed.values.at("--known-hosts");
     transfer.options.insecure = parsed.Has("--insecure") || parsed.Has("-k");
     if (parsed.HasValue("--timeout"))
         transfer.options.timeoutSeconds =
@@ -214,6 +228,25 @@ CZyError OpenRequest(const TransferArgs& transfer, std::unique_ptr<RkProtocolReq
         error = request->SetTimeOut(options.timeoutSeconds);
     if (!error.IsError() && progress)
         error = request->setProgressCallBack(progress, &Progress::Callback);
+    RkCURL::RkSFTPReq* sftp = dynamic_cast<RkCURL::RkSFTPReq*>(request.get());
+    if (!sftp && (!transfer.key.empty() || !transfer.knownHosts.empty()))
+        throw UsageError("--key and --known-hosts are for sftp:// URLs");
+    if (sftp)
+    {
+        // --insecure also turns the host-key check off.
+        if (!error.IsError() && !transfer.knownHosts.empty())
+            error = sftp->setKnownHostsFile(transfer.knownHosts);
+        if (!error.IsError() && options.insecure)
+            error = sftp->setHostKeyChecking(false);
+        if (!error.IsError() && !transfer.key.empty())
+            error = sftp->setPrivateKey(transfer.key, transfer.passphrase);
+    }
+    // Uploads make the directories they need.
+    if (RkCURL::RkFTPReq* ftp = dynamic_cast<RkCURL::RkFTPReq*>(request.get()))
+    {
+        if (!error.IsError())
+            error = ftp->setCreateMissingDirs(true);
+    }
     return error;
 }
 
@@ -430,5 +463,41 @@ int RunHead(Output& out, const std::vector<std::string>& args)
     else
         out.Line("size   %lld", static_cast<long long>(size));
     return kExitOk;
+}
+
+// rm and mkdir: file commands of FTP and SFTP.
+namespace
+{
+int RunFileCommand(Output& out, const std::vector<std::string>& args, bool makeDirectory)
+{
+    TransferArgs transfer = ParseTransferArgs(args, {}, 1);
+    if (transfer.client != kDefaultClient)
+        throw UsageError("rm and mkdir use the library's own client only");
+    out.Result().Set("url", transfer.url);
+    std::unique_ptr<RkProtocolReq> request;
+    CZyError error = OpenRequest(transfer, request, nullptr);
+    if (error.IsError())
+        return out.Fail("cannot set up the request", error);
+    RkCURL::RkFTPReq* ftp = dynamic_cast<RkCURL::RkFTPReq*>(request.get());
+    if (!ftp)
+        throw UsageError("'" + Scheme(transfer.url) + "' URLs have no " + (makeDirectory ? "mkdir" : "rm") +
+                         " (ftp, ftps and sftp have)");
+    const std::string path = DecodedPath(*request, transfer.path);
+    error = makeDirectory ? ftp->makeDirectory(path) : ftp->deleteFile(path);
+    if (error.IsError())
+        return out.Fail(std::string(makeDirectory ? "mkdir " : "rm ") + transfer.url + " failed", error);
+    out.Line("%s %s", makeDirectory ? "made" : "removed", transfer.url.c_str());
+    return kExitOk;
+}
+}  // namespace
+
+int RunRm(Output& out, const std::vector<std::string>& args)
+{
+    return RunFileCommand(out, args, false);
+}
+
+int RunMkdir(Output& out, const std::vector<std::string>& args)
+{
+    return RunFileCommand(out, args, true);
 }
 }  // namespace zynet

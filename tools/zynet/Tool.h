@@ -107,6 +107,8 @@ int RunGet(Output& out, const std::vector<std::string>& args);
 int RunPut(Output& out, const std::vector<std::string>& args);
 int RunLs(Output& out, const std::vector<std::string>& args);
 int RunHead(Output& out, const std::vector<std::string>& args);
+int RunRm(Output& out, const std::vector<std::string>& args);
+int RunMkdir(Output& out, const std::vector<std::string>& args);
 int RunCurlVersion(Output& out, const std::vector<std::string>& args);
 // Windows only; elsewhere it reports that it is not available.
 int RunProxy(Output& out, const std::vector<std::string>& args);

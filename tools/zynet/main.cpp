@@ -61,27 +61,41 @@ const std::vector<Command>& Commands()
          "  --insecure, -k              accept any server certificate\n"
          "  --timeout SEC               give up after SEC seconds\n"
          "  --client NAME               curl (default) or another client of this platform\n"
-         "URLs: http:// and https://. A progress line is drawn on stderr when it is a terminal.",
+         "  --key FILE [--pass PHRASE]  sftp: log in with this private key (and its passphrase)\n"
+         "  --known-hosts FILE          sftp: check the host key against FILE (default\n"
+         "                              ~/.ssh/known_hosts; --insecure turns the check off)\n"
+         "URLs: http://, https://, ftp://, ftps:// (explicit TLS) and sftp://. A progress line is\n"
+         "drawn on stderr when it is a terminal.",
          RunGet},
         {"put", "FILE URL [OPTIONS]", "upload a file to a URL",
-         "Sends the local FILE to URL (HTTP PUT), reading it while it is sent.\n"
+         "Sends the local FILE to URL (HTTP PUT, FTP STOR, SFTP write; missing directories are\n"
+         "made), reading it while it is sent.\n"
          "  --user USER:PASSWORD        credentials for the server\n"
          "  --proxy HOST:PORT           an HTTP proxy (--proxy-user USER:PASSWORD for its login)\n"
          "  --cacert FILE               verify the server with the CA certificates in FILE\n"
          "  --insecure, -k              accept any server certificate\n"
          "  --timeout SEC               give up after SEC seconds\n"
          "  --client NAME               curl (default) or another client of this platform\n"
-         "URLs: http:// and https://. A progress line is drawn on stderr when it is a terminal.",
+         "  --key FILE [--pass PHRASE]  sftp: log in with this private key (and its passphrase)\n"
+         "  --known-hosts FILE          sftp: check the host key against FILE (default\n"
+         "                              ~/.ssh/known_hosts; --insecure turns the check off)\n"
+         "URLs: http://, https://, ftp://, ftps:// (explicit TLS) and sftp://. A progress line is\n"
+         "drawn on stderr when it is a terminal.",
          RunPut},
         {"ls", "URL [OPTIONS]", "list a directory",
-         "Lists the directory at URL (a server's generated listing page): type, size, date, name.\n"
+         "Lists the directory at URL (a generated listing page, FTP MLSD/LIST, SFTP): type, size,\n"
+         "date, name.\n"
          "  --user USER:PASSWORD        credentials for the server\n"
          "  --proxy HOST:PORT           an HTTP proxy (--proxy-user USER:PASSWORD for its login)\n"
          "  --cacert FILE               verify the server with the CA certificates in FILE\n"
          "  --insecure, -k              accept any server certificate\n"
          "  --timeout SEC               give up after SEC seconds\n"
          "  --client NAME               curl (default) or another client of this platform\n"
-         "URLs: http:// and https://. A progress line is drawn on stderr when it is a terminal.",
+         "  --key FILE [--pass PHRASE]  sftp: log in with this private key (and its passphrase)\n"
+         "  --known-hosts FILE          sftp: check the host key against FILE (default\n"
+         "                              ~/.ssh/known_hosts; --insecure turns the check off)\n"
+         "URLs: http://, https://, ftp://, ftps:// (explicit TLS) and sftp://. A progress line is\n"
+         "drawn on stderr when it is a terminal.",
          RunLs},
         {"head", "URL [OPTIONS]", "status and size of a URL without its body",
          "Asks for URL's headers only and prints the status and the size.\n"
@@ -91,8 +105,24 @@ const std::vector<Command>& Commands()
          "  --insecure, -k              accept any server certificate\n"
          "  --timeout SEC               give up after SEC seconds\n"
          "  --client NAME               curl (default) or another client of this platform\n"
-         "URLs: http:// and https://. A progress line is drawn on stderr when it is a terminal.",
+         "  --key FILE [--pass PHRASE]  sftp: log in with this private key (and its passphrase)\n"
+         "  --known-hosts FILE          sftp: check the host key against FILE (default\n"
+         "                              ~/.ssh/known_hosts; --insecure turns the check off)\n"
+         "URLs: http://, https://, ftp://, ftps:// (explicit TLS) and sftp://. A progress line is\n"
+         "drawn on stderr when it is a terminal.",
          RunHead},
+        {"rm", "URL [OPTIONS]", "delete a file on an FTP or SFTP server",
+         "Deletes the file at URL (ftp://, ftps:// or sftp://).\n"
+         "  --user USER:PASSWORD        credentials for the server\n"
+         "  --cacert FILE, --insecure   as for get\n"
+         "  --key FILE [--pass PHRASE], --known-hosts FILE   as for get (sftp)",
+         RunRm},
+        {"mkdir", "URL [OPTIONS]", "make a directory on an FTP or SFTP server",
+         "Makes the directory at URL (ftp://, ftps:// or sftp://).\n"
+         "  --user USER:PASSWORD        credentials for the server\n"
+         "  --cacert FILE, --insecure   as for get\n"
+         "  --key FILE [--pass PHRASE], --known-hosts FILE   as for get (sftp)",
+         RunMkdir},
         {"curl-version", "", "the curl library file loaded, its version and protocols",
          "Loads the curl library as the transfer functions do and shows which file was loaded,\n"
          "curl's version text, its protocols and its TLS back-end, or \"Failed to load libcurl\"\n"

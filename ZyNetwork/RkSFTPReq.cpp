@@ -1,0 +1,201 @@
+// SFTP requests: SSH authentication and host-key options, the quote
+// commands of curl's SFTP and the success rule.
+#include "ZyNetwork/RkSFTPReq.h"
+
+#include <stdlib.h>
+
+static const char kZyFile[] = "ZyNetwork/RkSFTPReq";
+
+namespace RkCURL
+{
+namespace
+{
+const char kNotInitialized[] =
+    "RkProtocol class is not initialized yet. Call initialize function before any other function.";
+
+// A path as one argument of curl's SFTP quote commands: in double quotes,
+// with '\' and '"' escaped.
+std::string Quoted(const std::string& path)
+{
+    std::string out = "\"";
+    for (char c : path)
+    {
+        if (c == '"' || c == '\\')
+            out.push_back('\\');
+        out.push_back(c);
+    }
+    out.push_back('"');
+    return out;
+}
+}  // namespace
+
+RkSFTPReq::RkSFTPReq() : RkFTPReq(FTP), m_checkHostKey(true) {}
+
+RkSFTPReq::RkSFTPReq(const RkSFTPReq& other)
+    : RkFTPReq(other), m_checkHostKey(other.m_checkHostKey), m_knownHosts(other.m_knownHosts)
+{
+    // The copied settings include the known-hosts file of a check that the
+    // source may have turned off since.
+    if (!m_checkHostKey && isInitialized())
+        setHostKeyChecking(false);
+}
+
+RkSFTPReq& RkSFTPReq::operator=(const RkSFTPReq& other)
+{
+    if (this != &other)
+    {
+        RkFTPReq::operator=(other);
+        m_checkHostKey = other.m_checkHostKey;
+        m_knownHosts = other.m_knownHosts;
+        if (!m_checkHostKey && isInitialized())
+            setHostKeyChecking(false);
+    }
+    return *this;
+}
+
+RkSFTPReq::~RkSFTPReq() {}
+
+const char* RkSFTPReq::scheme() const
+{
+    return "sftp";
+}
+
+std::string RkSFTPReq::defaultKnownHostsFile()
+{
+    const char* home = getenv("HOME");
+    if (!home || !home[0])
+        home = getenv("USERPROFILE");
+    if (!home || !home[0])
+        return std::string();
+    return std::string(home) + "/.ssh/known_hosts";
+}
+
+CZyError RkSFTPReq::applyHostKeyFile(const char* function)
+{
+    // Without a key function curl accepts only a key that the file holds.
+    // A file that cannot be read holds none, so every key is refused.
+    std::string file = m_knownHosts.empty() ? defaultKnownHostsFile() : m_knownHosts;
+    if (file.empty())
+        file = "known_hosts";
+    const CURLcode result = applyOption(CURLOPT_SSH_KNOWNHOSTS, file);
+    // curl checks the host key only when it connects.
+    requireFreshConnection();
+    if (result != CURLE_OK)
+        return ErrorRkCURL(ZY_LOC(function), result, "Failed to set option [%d]", CURLOPT_SSH_KNOWNHOSTS);
+    return CZyError::Success();
+}
+
+CZyError RkSFTPReq::setDefaults()
+{
+    static const char kFunction[] = "RkCURL::RkSFTPReq::setDefaults";
+    CZyError error = RkFTPReq::setDefaults();
+    if (error.IsError())
+        return error.Push(ZY_LOC(kFunction));
+    if (m_checkHostKey)
+        return applyHostKeyFile(kFunction);
+    return CZyError::Success();
+}
+
+CZyError RkSFTPReq::setPrivateKey(const std::string& privateKeyFile, const std::string& passphrase,
+                                  const std::string& publicKeyFile)
+{
+    static const char kFunction[] = "RkCURL::RkSFTPReq::setPrivateKey";
+    if (!isInitialized())
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kNotInitialized);
+    if (privateKeyFile.empty())
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid private key file");
+    CURLcode result = applyOption(CURLOPT_SSH_PRIVATE_KEYFILE, privateKeyFile);
+    if (result == CURLE_OK)
+        result = applyOption(CURLOPT_KEYPASSWD, passphrase);
+    if (result == CURLE_OK && !publicKeyFile.empty())
+        result = applyOption(CURLOPT_SSH_PUBLIC_KEYFILE, publicKeyFile);
+    // A live connection was authenticated with what was set before.
+    requireFreshConnection();
+    if (result != CURLE_OK)
+        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set the key options");
+    return CZyError::Success();
+}
+
+CZyError RkSFTPReq::setKnownHostsFile(const std::string& path)
+{
+    static const char kFunction[] = "RkCURL::RkSFTPReq::setKnownHostsFile";
+    m_knownHosts = path;
+    if (!isInitialized() || !m_checkHostKey)
+        return CZyError::Success();
+    return applyHostKeyFile(kFunction);
+}
+
+CZyError RkSFTPReq::setHostKeyChecking(bool check)
+{
+    static const char kFunction[] = "RkCURL::RkSFTPReq::setHostKeyChecking";
+    m_checkHostKey = check;
+    if (!isInitialized())
+        return CZyError::Success();
+    if (check)
+        return applyHostKeyFile(kFunction);
+    const CURLcode result =
+        CurlWrapper::rk_curl_easy_setopt(handle(), CURLOPT_SSH_KNOWNHOSTS, static_cast<const char*>(nullptr));
+    setLastCurlResult(result);
+    requireFreshConnection();
+    if (result != CURLE_OK)
+        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_SSH_KNOWNHOSTS);
+    return CZyError::Success();
+}
+
+CZyError RkSFTPReq::setHostKeySHA256(const std::string& base64)
+{
+    static const char kFunction[] = "RkCURL::RkSFTPReq::setHostKeySHA256";
+    if (!isInitialized())
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kNotInitialized);
+    const CURLcode result = applyOption(CURLOPT_SSH_HOST_PUBLIC_KEY_SHA256, base64);
+    requireFreshConnection();
+    if (result != CURLE_OK)
+        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]",
+                           CURLOPT_SSH_HOST_PUBLIC_KEY_SHA256);
+    return CZyError::Success();
+}
+
+CZyError RkSFTPReq::isOperationSuccess(bool& success)
+{
+    success = responseCode() == 0;
+    return CZyError::Success();
+}
+
+std::string RkSFTPReq::commandPath(const std::string& path) const
+{
+    const std::string joined = joinedPath(path);
+    if (joined == "~")
+        return ".";
+    if (joined.compare(0, 2, "~/") == 0)
+        return joined.substr(2);
+    return "/" + joined;
+}
+
+std::string RkSFTPReq::deleteCommand(const std::string& path) const
+{
+    return "rm " + Quoted(commandPath(path));
+}
+
+std::string RkSFTPReq::makeDirectoryCommand(const std::string& path) const
+{
+    return "mkdir " + Quoted(commandPath(path));
+}
+
+std::string RkSFTPReq::removeDirectoryCommand(const std::string& path) const
+{
+    return "rmdir " + Quoted(commandPath(path));
+}
+
+std::vector<std::string> RkSFTPReq::renameCommands(const std::string& from, const std::string& to) const
+{
+    return {"rename " + Quoted(commandPath(from)) + " " + Quoted(commandPath(to))};
+}
+
+CURLcode RkSFTPReq::setDirectoryCheckOptions()
+{
+    // With no body curl's SFTP asks nothing about a directory; a listing
+    // opens it, and its bytes are discarded.
+    setOperationWriteCallback(nullptr, &RkProtocolReq::getContentSize);
+    return CURLE_OK;
+}
+}  // namespace RkCURL

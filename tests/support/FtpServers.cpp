@@ -1,0 +1,220 @@
+#include "support/FtpServers.h"
+
+#include <stdlib.h>
+
+#include "support/TestEnv.h"
+#include "ZyUtils/ZyFile.h"
+
+namespace zytest
+{
+namespace
+{
+// The value of "key" in the flat JSON object that ftp_servers.py writes.
+bool JsonValue(const std::string& json, const std::string& key, std::string& value)
+{
+    const std::string quoted = "\"" + key + "\":";
+    size_t at = json.find(quoted);
+    if (at == std::string::npos)
+        return false;
+    at += quoted.size();
+    while (at < json.size() && (json[at] == ' ' || json[at] == '\n'))
+        ++at;
+    value.clear();
+    if (at < json.size() && json[at] == '"')
+    {
+        for (++at; at < json.size() && json[at] != '"'; ++at)
+        {
+            if (json[at] == '\\' && at + 1 < json.size())
+                ++at;
+            value.push_back(json[at]);
+        }
+        return true;
+    }
+    while (at < json.size() && ((json[at] >= '0' && json[at] <= '9') || json[at] == '-'))
+        value.push_back(json[at++]);
+    return !value.empty();
+}
+
+std::string Text(const std::string& json, const char* key)
+{
+    std::string value;
+    return JsonValue(json, key, value) ? value : std::string();
+}
+
+FtpServers Load()
+{
+    FtpServers servers;
+    const char* file = getenv("ZYTEST_FTP_SERVERS");
+    if (!file || !file[0])
+    {
+        servers.problem = "ZYTEST_FTP_SERVERS is not set (run the tests through ctest)";
+        return servers;
+    }
+    std::string json;
+    if (CZyFile::ReadWholeFile(HostPath(file).c_str(), json).IsError())
+    {
+        servers.problem = std::string("cannot read ") + file;
+        return servers;
+    }
+    servers.ftp = atoi(Text(json, "ftp").c_str());
+    servers.ftps = atoi(Text(json, "ftps").c_str());
+    servers.sftp = atoi(Text(json, "sftp").c_str());
+    servers.sftpProblem = Text(json, "sftpProblem");
+    servers.rootOnServer = Text(json, "root");
+    servers.root = HostPath(servers.rootOnServer);
+    servers.user = Text(json, "user");
+    servers.password = Text(json, "password");
+    servers.caFile = HostPath(Text(json, "caFile"));
+    servers.wrongCaFile = HostPath(Text(json, "wrongCaFile"));
+    servers.bigSize = atoll(Text(json, "bigSize").c_str());
+    servers.keyUser = Text(json, "sftpKeyUser");
+    servers.keyFile = HostPath(Text(json, "keyFile"));
+    servers.phraseKeyFile = HostPath(Text(json, "phraseKeyFile"));
+    servers.keyPassphrase = Text(json, "keyPassphrase");
+    servers.knownHosts = HostPath(Text(json, "knownHosts"));
+    servers.wrongKnownHosts = HostPath(Text(json, "wrongKnownHosts"));
+    servers.passwordUser = Text(json, "sftpPasswordUser");
+    servers.sftpPassword = Text(json, "sftpPassword");
+    servers.passwordProblem = Text(json, "sftpPasswordProblem");
+    servers.available = servers.ftp && servers.ftps && !servers.root.empty();
+    if (!servers.available)
+        servers.problem = std::string("the servers did not start (see ") + file + ")";
+    if (!servers.sftp && servers.sftpProblem.empty())
+        servers.sftpProblem = "sshd did not start";
+    return servers;
+}
+}  // namespace
+
+const FtpServers& GetFtpServers()
+{
+    static const FtpServers servers = Load();
+    return servers;
+}
+}  // namespace zytest
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include "ZyNetwork/RkFTPReq.h"
+
+namespace zytest
+{
+namespace
+{
+std::filesystem::path FsPath(const std::string& utf8)
+{
+    return std::filesystem::u8path(utf8);
+}
+}  // namespace
+
+std::map<std::string, DiskEntry> DiskListing(const std::string& directory)
+{
+    std::map<std::string, DiskEntry> entries;
+    std::error_code error;
+    for (const auto& item : std::filesystem::directory_iterator(FsPath(directory), error))
+    {
+        DiskEntry entry;
+        entry.isDirectory = item.is_directory();
+        if (!entry.isDirectory)
+            entry.size = static_cast<int64_t>(item.file_size());
+        entries[item.path().filename().u8string()] = entry;
+    }
+    return entries;
+}
+
+std::vector<std::string> DiskDirectories(const std::string& directory)
+{
+    std::vector<std::string> directories = {""};
+    std::error_code error;
+    for (const auto& item : std::filesystem::recursive_directory_iterator(FsPath(directory), error))
+    {
+        if (item.is_directory())
+            directories.push_back(item.path().lexically_relative(FsPath(directory)).generic_u8string());
+    }
+    return directories;
+}
+
+bool PathExists(const std::string& path)
+{
+    std::error_code error;
+    return std::filesystem::exists(FsPath(path), error);
+}
+
+bool SameBytes(const std::string& a, const std::string& b)
+{
+    std::ifstream fa(FsPath(a), std::ios::binary), fb(FsPath(b), std::ios::binary);
+    if (!fa || !fb)
+        return false;
+    std::vector<char> ba(1 << 20), bb(1 << 20);
+    while (true)
+    {
+        fa.read(ba.data(), static_cast<std::streamsize>(ba.size()));
+        fb.read(bb.data(), static_cast<std::streamsize>(bb.size()));
+        if (fa.gcount() != fb.gcount())
+            return false;
+        if (fa.gcount() == 0)
+            return fa.eof() && fb.eof();
+        if (!std::equal(ba.begin(), ba.begin() + fa.gcount(), bb.begin()))
+            return false;
+    }
+}
+
+bool WritePattern(const std::string& path, int64_t size)
+{
+    std::ofstream out(FsPath(path), std::ios::binary | std::ios::trunc);
+    std::vector<char> block(1 << 16);
+    uint32_t x = 2463534242u;
+    for (int64_t done = 0; done < size && out;)
+    {
+        for (char& c : block)
+        {
+            x ^= x << 13;
+            x ^= x >> 17;
+            x ^= x << 5;
+            c = static_cast<char>(x);
+        }
+        const int64_t n = std::min<int64_t>(size - done, static_cast<int64_t>(block.size()));
+        out.write(block.data(), static_cast<std::streamsize>(n));
+        done += n;
+    }
+    return static_cast<bool>(out);
+}
+
+// Every directory of the tree listed as the disk has it: names, types and
+// file sizes.
+void ExpectTreeListed(RkCURL::RkFTPReq& request, const std::string& root, const std::string& prefix)
+{
+    const std::vector<std::string> directories = DiskDirectories(root);
+    ASSERT_GE(directories.size(), 4u);
+    for (const std::string& directory : directories)
+    {
+        SCOPED_TRACE(directory);
+        const std::string remote = directory.empty() ? prefix : prefix + "/" + directory;
+        std::vector<RkCURL::FileDirInfo> entries;
+        CZyError error = request.listDirectory(remote, entries);
+        ASSERT_FALSE(error.IsError()) << error.AsString();
+        EXPECT_EQ(0u, request.getSkippedListingLines()) << request.getListing();
+        const auto disk = DiskListing(directory.empty() ? root : root + "/" + directory);
+        std::set<std::string> seen;
+        for (const RkCURL::FileDirInfo& entry : entries)
+        {
+            SCOPED_TRACE(entry.name);
+            auto it = disk.find(entry.name);
+            ASSERT_NE(it, disk.end()) << "listed but not on disk";
+            EXPECT_EQ(it->second.isDirectory, entry.isDirectory);
+            if (!entry.isDirectory)
+            {
+                EXPECT_EQ(it->second.size, entry.size);
+            }
+            EXPECT_EQ("/" + remote + "/" + entry.name, "/" + entry.fullPath.substr(entry.fullPath[0] == '/'));
+            EXPECT_GT(entry.modificationTime, 0);
+            seen.insert(entry.name);
+        }
+        EXPECT_EQ(disk.size(), seen.size());
+        EXPECT_EQ(disk.size(), entries.size());
+    }
+}
+}  // namespace zytest

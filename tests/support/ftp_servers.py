@@ -1,0 +1,341 @@
+#!/usr/bin/python3
+"""Loopback servers for the FTP and SFTP transfer tests.
+
+usage: ftp_servers.py start STATE_DIR   start every server, write STATE_DIR/servers.json
+       ftp_servers.py stop STATE_DIR    stop the servers started there, remove the
+                                        throwaway account and STATE_DIR
+       ftp_servers.py ftpd ARGS.json    (internal) one pyftpdlib server
+
+Everything lives under STATE_DIR:
+- root/tree: a tree the tests list and download (nested directories, names
+  with spaces and non-ASCII letters, an empty file, a file of 100 MiB);
+- root/work-*: one writable directory per test program for uploads, deletes,
+  renames and new directories;
+- pyftpdlib over plain FTP and over explicit FTPS (TLS required on the
+  control and the data connections, a certificate signed by a CA made here
+  with openssl), user and password on the command line, root/ as home;
+- OpenSSH's sshd as its own instance (own host key and configuration,
+  internal-sftp): the current user logs in with a key (an unencrypted one and
+  one with a passphrase, in the authorized-keys file here); when running as
+  root a throwaway account with a password is made for password logins and
+  removed again by stop. known_hosts holds the host key, wrong_known_hosts
+  another key for the same address.
+"""
+import json
+import os
+import pwd
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import time
+
+PYTHON = "/usr/bin/python3"
+SSHD = "/usr/sbin/sshd"
+FTP_USER = "zyftp"
+FTP_PASSWORD = "ftp pass:1"
+SFTP_PASSWORD = "Sftp-pass-1"
+KEY_PASSPHRASE = "zy key phrase"
+BIG_SIZE = 100 * 1024 * 1024
+
+# The listing tree: path -> content; directories end in '/'.
+TREE = {
+    "a file.txt": b"first file\n",
+    "\u00fcber gr\u00f6\u00dfe.txt": b"non-ASCII name\n" * 3,
+    "empty.txt": b"",
+    "sub dir/": None,
+    "sub dir/inner file.txt": b"inside\n",
+    "sub dir/nested/": None,
+    "sub dir/nested/deep.txt": b"deep down\n" * 10,
+    "\u00e9t\u00e9/": None,
+}
+WORK_DIRS = ["work-ftp", "work-ftps", "work-sftp", "work-tool"]
+
+
+def free_port():
+    with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as s:
+        s.bind(("127.0.0.1", 0))
+        return s.getsockname()[1]
+
+
+def wait_port(port, proc, what, timeout=20):
+    deadline = time.monotonic() + timeout
+    while time.monotonic() < deadline:
+        if proc is not None and proc.poll() is not None:
+            raise RuntimeError("%s exited with %d" % (what, proc.returncode))
+        try:
+            with socket.create_connection(("127.0.0.1", port), timeout=1):
+                return
+        except OSError:
+            time.sleep(0.05)
+    raise RuntimeError("%s did not listen on %d" % (what, port))
+
+
+def run(args, **kwargs):
+    subprocess.run(args, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, **kwargs)
+
+
+def spawn(args, state, name):
+    log = open(os.path.join(state, name + ".out"), "wb")
+    return subprocess.Popen(args, stdin=subprocess.DEVNULL, stdout=log, stderr=subprocess.STDOUT,
+                            start_new_session=True, cwd=state)
+
+
+def make_tree(root):
+    tree = os.path.join(root, "tree")
+    os.makedirs(tree)
+    for path, data in TREE.items():
+        full = os.path.join(tree, path)
+        if data is None:
+            os.makedirs(full, exist_ok=True)
+        else:
+            with open(full, "wb") as f:
+                f.write(data)
+    with open(os.path.join(tree, "big.bin"), "wb") as f:
+        for _ in range(BIG_SIZE // (1 << 20)):
+            f.write(os.urandom(1 << 20))
+    for d in WORK_DIRS:
+        os.makedirs(os.path.join(root, d))
+        os.chmod(os.path.join(root, d), 0o777)
+    # Every directory on the way must be reachable for a throwaway account.
+    for dirpath, dirnames, _ in os.walk(root):
+        os.chmod(dirpath, 0o777 if os.path.basename(dirpath).startswith("work-") else 0o755)
+
+
+def make_certificates(state):
+    ca_key, ca_crt = os.path.join(state, "ca.key"), os.path.join(state, "ca.crt")
+    key, csr, crt = (os.path.join(state, n) for n in ("server.key", "server.csr", "server.crt"))
+    ext = os.path.join(state, "server.ext")
+    run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", ca_key, "-out", ca_crt, "-days", "2",
+         "-subj", "/CN=ZyNetwork FTP test CA", "-addext", "basicConstraints=critical,CA:TRUE",
+         "-addext", "keyUsage=critical,keyCertSign,cRLSign"])
+    run(["openssl", "req", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", csr, "-subj", "/CN=localhost"])
+    with open(ext, "w") as f:
+        f.write("subjectAltName=DNS:localhost,IP:127.0.0.1\nbasicConstraints=CA:FALSE\n"
+                "keyUsage=digitalSignature,keyEncipherment\nextendedKeyUsage=serverAuth\n")
+    run(["openssl", "x509", "-req", "-in", csr, "-CA", ca_crt, "-CAkey", ca_key, "-CAcreateserial", "-out", crt,
+         "-days", "2", "-extfile", ext])
+    other_key, other_crt = os.path.join(state, "other-ca.key"), os.path.join(state, "other-ca.crt")
+    run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", other_key, "-out", other_crt,
+         "-days", "2", "-subj", "/CN=ZyNetwork unrelated CA", "-addext", "basicConstraints=critical,CA:TRUE"])
+    return ca_crt, crt, key, other_crt
+
+
+def retrying(start_one):
+    # A free port can be taken by another program before the server binds
+    # it (the server then exits): try again with another.
+    for attempt in range(3):
+        try:
+            return start_one()
+        except RuntimeError:
+            if attempt == 2:
+                raise
+
+
+def start_ftp(state, root, tls, crt=None, key=None):
+    return retrying(lambda: start_ftp_once(state, root, tls, crt, key))
+
+
+def start_ftp_once(state, root, tls, crt, key):
+    port = free_port()
+    args = {"port": port, "root": root, "tls": tls, "crt": crt, "key": key}
+    name = "ftps" if tls else "ftp"
+    path = os.path.join(state, name + ".json")
+    with open(path, "w") as f:
+        json.dump(args, f)
+    proc = spawn([PYTHON, os.path.abspath(__file__), "ftpd", path], state, name)
+    wait_port(port, proc, name)
+    return proc, port
+
+
+def _handshaking_dtp_handler():
+    # pyftpdlib 1.5.7 closes a TLS data connection whose handshake is still
+    # running: its readable() test takes "not receiving yet" for a closed
+    # peer. While the handshake runs the connection must stay readable.
+    from pyftpdlib.handlers import TLS_DTPHandler
+
+    class HandshakingDTPHandler(TLS_DTPHandler):
+        def readable(self):
+            return True if self._ssl_accepting else super().readable()
+    return HandshakingDTPHandler
+
+
+def ftpd(args_file):
+    from pyftpdlib.authorizers import DummyAuthorizer
+    from pyftpdlib.handlers import FTPHandler, TLS_FTPHandler
+    from pyftpdlib.servers import FTPServer
+    with open(args_file) as f:
+        args = json.load(f)
+    authorizer = DummyAuthorizer()
+    authorizer.add_user(FTP_USER, FTP_PASSWORD, args["root"], perm="elradfmwMT")
+    if args["tls"]:
+        handler = TLS_FTPHandler
+        handler.certfile = args["crt"]
+        handler.keyfile = args["key"]
+        handler.tls_control_required = True
+        handler.tls_data_required = True
+        handler.dtp_handler = _handshaking_dtp_handler()
+    else:
+        handler = FTPHandler
+    handler.authorizer = authorizer
+    handler.permit_foreign_addresses = False
+    server = FTPServer(("127.0.0.1", args["port"]), handler)
+    server.serve_forever()
+
+
+def keygen(path, passphrase=""):
+    run(["ssh-keygen", "-q", "-t", "ecdsa", "-b", "256", "-m", "PEM", "-N", passphrase, "-C", "zynet-test", "-f",
+         path])
+    with open(path + ".pub") as f:
+        return f.read().split()[:2]
+
+
+def make_password_user(info):
+    # A system account with a password; only root can make one.
+    if os.geteuid() != 0:
+        info["sftpPasswordProblem"] = "password logins need a system account; not root"
+        return
+    name = "zysftp%d" % (os.getpid() % 100000)
+    try:
+        subprocess.run(["userdel", name], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        run(["useradd", "--no-create-home", "--home-dir", "/nonexistent", "--shell", "/usr/sbin/nologin", name])
+        info["sftpPasswordUser"] = name
+        run(["chpasswd"], input=("%s:%s\n" % (name, SFTP_PASSWORD)).encode())
+        info["sftpPassword"] = SFTP_PASSWORD
+    except (OSError, subprocess.CalledProcessError) as error:
+        info["sftpPasswordProblem"] = "cannot make a system account: %s" % error
+
+
+SSHD_CONFIG = """ListenAddress 127.0.0.1
+Port {port}
+HostKey {host_key}
+PidFile {state}/sshd.pid
+AuthorizedKeysFile {state}/authorized_keys
+StrictModes no
+UsePAM no
+PasswordAuthentication yes
+KbdInteractiveAuthentication no
+PermitRootLogin prohibit-password
+Subsystem sftp internal-sftp
+LogLevel VERBOSE
+"""
+
+
+def start_sshd(state, info):
+    if not os.path.exists(SSHD):
+        info["sftpProblem"] = "%s is not installed" % SSHD
+        return None
+    if os.geteuid() == 0:
+        os.makedirs("/run/sshd", mode=0o755, exist_ok=True)
+    host_key = os.path.join(state, "ssh_host_ecdsa_key")
+    host_type, host_blob = keygen(host_key)
+    _, other_blob = keygen(os.path.join(state, "other_host_key"))
+    user_key = os.path.join(state, "id_plain")
+    pass_key = os.path.join(state, "id_phrase")
+    authorized = [" ".join(keygen(user_key)), " ".join(keygen(pass_key, KEY_PASSPHRASE))]
+    with open(os.path.join(state, "authorized_keys"), "w") as f:
+        f.write("\n".join(authorized) + "\n")
+    conf = os.path.join(state, "sshd_config")
+
+    def start_once():
+        port = free_port()
+        with open(os.path.join(state, "known_hosts"), "w") as f:
+            f.write("[127.0.0.1]:%d %s %s\n" % (port, host_type, host_blob))
+        with open(os.path.join(state, "wrong_known_hosts"), "w") as f:
+            f.write("[127.0.0.1]:%d %s %s\n" % (port, host_type, other_blob))
+        with open(conf, "w") as f:
+            f.write(SSHD_CONFIG.format(port=port, host_key=host_key, state=state))
+        proc = spawn([SSHD, "-D", "-e", "-f", conf], state, "sshd")
+        wait_port(port, proc, "sshd")
+        return proc, port
+
+    proc, port = retrying(start_once)
+    info["sftp"] = port
+    info["sftpKeyUser"] = pwd.getpwuid(os.geteuid()).pw_name
+    info["keyFile"] = user_key
+    info["publicKeyFile"] = user_key + ".pub"
+    info["phraseKeyFile"] = pass_key
+    info["keyPassphrase"] = KEY_PASSPHRASE
+    info["knownHosts"] = os.path.join(state, "known_hosts")
+    info["wrongKnownHosts"] = os.path.join(state, "wrong_known_hosts")
+    make_password_user(info)
+    return proc
+
+
+def start(state):
+    state = os.path.realpath(state)
+    if os.path.exists(state):
+        stop(state)
+    os.makedirs(state)
+    os.chmod(state, 0o755)
+    root = os.path.join(state, "root")
+    info = {"pids": [], "state": state, "root": root, "user": FTP_USER, "password": FTP_PASSWORD,
+            "bigSize": BIG_SIZE}
+    try:
+        make_tree(root)
+        ca, crt, key, other = make_certificates(state)
+        info["caFile"] = ca
+        info["wrongCaFile"] = other
+        proc, info["ftp"] = start_ftp(state, root, False)
+        info["pids"].append(proc.pid)
+        proc, info["ftps"] = start_ftp(state, root, True, crt, key)
+        info["pids"].append(proc.pid)
+        proc = start_sshd(state, info)
+        if proc:
+            info["pids"].append(proc.pid)
+    finally:
+        with open(os.path.join(state, "servers.json"), "w") as f:
+            json.dump(info, f, indent=1)
+    return info
+
+
+def stop(state):
+    path = os.path.join(state, "servers.json")
+    if os.path.exists(path):
+        with open(path) as f:
+            info = json.load(f)
+        for pid in info.get("pids", []):
+            try:
+                os.killpg(pid, signal.SIGTERM)
+            except OSError:
+                pass
+        deadline = time.monotonic() + 10
+        for pid in info.get("pids", []):
+            while time.monotonic() < deadline:
+                try:
+                    os.killpg(pid, 0)
+                except OSError:
+                    break
+                time.sleep(0.05)
+            try:
+                os.killpg(pid, signal.SIGKILL)
+            except OSError:
+                pass
+        if info.get("sftpPasswordUser"):
+            subprocess.run(["userdel", info["sftpPasswordUser"]], stdout=subprocess.DEVNULL,
+                           stderr=subprocess.DEVNULL)
+    shutil.rmtree(state, ignore_errors=True)
+
+
+def main():
+    if len(sys.argv) != 3 or sys.argv[1] not in ("start", "stop", "ftpd"):
+        sys.stderr.write(__doc__)
+        return 2
+    if sys.argv[1] == "start":
+        try:
+            start(sys.argv[2])
+        except (RuntimeError, OSError, subprocess.CalledProcessError) as error:
+            detail = getattr(error, "stderr", b"") or b""
+            sys.stderr.write("ftp_servers: %s %s\n" % (error, detail.decode("utf-8", "replace")))
+            stop(sys.argv[2])
+            return 1
+    elif sys.argv[1] == "stop":
+        stop(sys.argv[2])
+    else:
+        ftpd(sys.argv[2])
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
