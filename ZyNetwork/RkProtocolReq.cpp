@@ -31,6 +31,9 @@ const char kInvalidUrlPath[] = "Invalid URL path .";
 const char kInvalidBufferSize[] = "Invalid Buffer size.";
 const size_t kErrorBufferSize = CURL_ERROR_SIZE;  // 256
 const long kDefaultTimeoutSeconds = 1080;         // 18 minutes
+// Redirects followed per request: libcurl before 8.3 follows a loop for
+// ever (until the time limit).
+const long kMaxRedirects = 30;
 const long kSslOptionsNativeCA = CURLSSLOPT_NATIVE_CA;  // 16
 const char kDefaultNoProxy[] = "127.0.0.1,localhost,::1,0:0:0:0:0:0:0:1";
 
@@ -310,6 +313,8 @@ CZyError RkProtocolReq::setDefaultConfiguration()
             return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_FOLLOWLOCATION);
         if ((result = applyOption(CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_ALL))) != CURLE_OK)
             return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_POSTREDIR);
+        if ((result = applyOption(CURLOPT_MAXREDIRS, kMaxRedirects)) != CURLE_OK)
+            return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_MAXREDIRS);
     }
     else if ((result = applyOption(CURLOPT_FOLLOWLOCATION, 0L)) != CURLE_OK)
     {
@@ -457,6 +462,7 @@ CZyError RkProtocolReq::setLinkRedirects(bool follow)
     {
         RK_SET(kFunction, CURLOPT_FOLLOWLOCATION, 1L);
         RK_SET(kFunction, CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_ALL));
+        RK_SET(kFunction, CURLOPT_MAXREDIRS, kMaxRedirects);
     }
     else
     {

@@ -4,6 +4,7 @@
 // misbehaves (see support/http_servers.py).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <map>
@@ -579,4 +580,77 @@ TEST(HttpRequest, UrlEncodingKeepsPathSeparators)
     EXPECT_EQ(std::string("a b\0c", 5), decoded);
     ASSERT_FALSE(request.URLDecodePath("dir%20one/x", decoded).IsError());
     EXPECT_EQ("dir one/x", decoded);
+}
+
+// The hostile server of support/hostile_server.py: each misbehaviour ends in
+// curl's error for it within the time limit (3 s), and a download into a
+// file keeps only what arrived (downloadToFile writes pieces as they come and
+// deletes nothing).
+TEST(HttpFailures, HostilePeers)
+{
+    REQUIRE_SERVERS();
+    if (!servers.hostile)
+        GTEST_SKIP() << "the hostile server did not start";
+    enum Where { kPlain, kTls, kHalfway };
+    struct Case
+    {
+        Where where;
+        const char* path;
+        std::vector<int> codes;  // what curl may report (0: success); versions differ on some
+        const char* fileContent;  // what the local file holds afterwards, when fixed
+    };
+    const Case cases[] = {
+        // Windows (Wine) hands curl the reset as an end of the stream.
+        {kPlain, "reset-mid-body", {CURLE_RECV_ERROR, CURLE_PARTIAL_FILE}, nullptr},
+        {kPlain, "short-body", {CURLE_PARTIAL_FILE}, "0123456789"},
+        // The bytes past Content-Length are not part of the body.
+        {kPlain, "long-body", {CURLE_OK}, "0123456789"},
+        {kPlain, "bad-chunked", {CURLE_RECV_ERROR}, "hello"},
+        // 7.x refuses the growing header as out of memory, 8.6 and later as
+        // too large (100).
+        {kPlain, "endless-header", {CURLE_OUT_OF_MEMORY, 100}, ""},
+        {kPlain, "trickle-headers", {CURLE_OPERATION_TIMEDOUT}, ""},
+        {kPlain, "huge-stall", {CURLE_OPERATION_TIMEDOUT}, nullptr},
+        {kPlain, "huge-close", {CURLE_PARTIAL_FILE}, nullptr},
+        {kPlain, "redirect-loop", {CURLE_TOO_MANY_REDIRECTS}, ""},
+        {kTls, "hello", {CURLE_PEER_FAILED_VERIFICATION}, ""},
+        {kHalfway, "hello", {CURLE_OPERATION_TIMEDOUT}, ""},
+    };
+    const std::string dir = servers.www + "/../";
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.path);
+        const bool tls = c.where != kPlain;
+        RkHTTPReq request(tls ? HTTPS : HTTP);
+        ASSERT_FALSE(request.initialize(0).IsError());
+        const int port = c.where == kPlain ? servers.hostile : c.where == kTls ? servers.hostileTls : servers.hostileHalfway;
+        // "localhost" for TLS: the certificate names another host, whatever
+        // name the client connects with.
+        request.setURL((tls ? "https://localhost:" : "http://127.0.0.1:") + std::to_string(port));
+        ASSERT_FALSE(request.SetTimeOut(3).IsError());
+        ASSERT_FALSE(request.setLinkRedirects(true).IsError());
+        if (tls)
+        {
+            ASSERT_FALSE(request.setSecured(true, servers.hostileCaFile).IsError());
+        }
+        const std::string local = dir + "hostile-" + c.path + ".bin";
+        CZyError error = request.downloadToFile(c.path, local.c_str());
+        int code = -1;
+        std::string message;
+        request.getLastCurlErrorCodeAndErrorMsg(code, message);
+        EXPECT_NE(c.codes.end(), std::find(c.codes.begin(), c.codes.end(), code)) << code << " " << ErrorText(error);
+        EXPECT_EQ(code != CURLE_OK, error.IsError()) << ErrorText(error);
+        if (code != CURLE_OK)
+        {
+            EXPECT_TRUE(IsRkCURL(error, code)) << ErrorText(error);
+        }
+        const std::string content = ReadFile(local);
+        if (c.fileContent)
+        {
+            EXPECT_EQ(c.fileContent, content);
+        }
+        // Nothing is reserved for an announced length.
+        EXPECT_LE(content.size(), 1048576u);
+        FXFile::RemoveFile(local.c_str());
+    }
 }

@@ -468,9 +468,20 @@ CZyError CZyHTTP2::SendFileData(CZyFile& file)
 
 CZyError CZyHTTP2::ReceiveFileData(CZyFile& file)
 {
+    // The body ends at its Content-Length when the answer has one: a
+    // connection that closes before it is a failure, bytes after it are not
+    // part of the file (Wine's WinHTTP reports neither).
+    wchar_t lengthText[32] = {};
+    DWORD lengthSize = sizeof(lengthText);
+    const bool haveLength = WinHttpQueryHeaders(m_request, WINHTTP_QUERY_CONTENT_LENGTH, WINHTTP_HEADER_NAME_BY_INDEX,
+                                                lengthText, &lengthSize, WINHTTP_NO_HEADER_INDEX) != FALSE;
+    const uint64_t announced = haveLength ? _wcstoui64(lengthText, nullptr, 10) : 0;
+    uint64_t received = 0;
     std::vector<unsigned char> buffer(kTransferBufferSize);
     for (;;)
     {
+        if (haveLength && received == announced)
+            return CZyError::Success();
         DWORD available = 0;
         if (!WinHttpQueryDataAvailable(m_request, &available))
         {
@@ -480,7 +491,18 @@ CZyError CZyHTTP2::ReceiveFileData(CZyFile& file)
                                            "WinHttpQueryDataAvailable failed");
         }
         if (available == 0)
+        {
+            if (haveLength && received < announced)
+            {
+                Log("Connection closed after %llu of %llu bytes", static_cast<unsigned long long>(received),
+                    static_cast<unsigned long long>(announced));
+                return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::ReceiveFileData"), ERROR_WINHTTP_CONNECTION_ERROR,
+                                               "The connection closed after %llu of %llu bytes",
+                                               static_cast<unsigned long long>(received),
+                                               static_cast<unsigned long long>(announced));
+            }
             return CZyError::Success();
+        }
 
         // The server may have more ready than the buffer holds; the rest
         // comes on the next turn.
@@ -492,6 +514,9 @@ CZyError CZyHTTP2::ReceiveFileData(CZyFile& file)
             Log("WinHttpReadData Failed, %d", static_cast<int>(code));
             return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::ReceiveFileData"), code, "WinHttpReadData failed");
         }
+        if (haveLength && bytesRead > announced - received)
+            bytesRead = static_cast<DWORD>(announced - received);
+        received += bytesRead;
         if (bytesRead > 0)
         {
             CZyError error = file.Write(buffer.data(), bytesRead);

@@ -72,6 +72,10 @@ HttpServers Load()
     servers.silent = IntValue(json, "silent");
     servers.cut = IntValue(json, "cut");
     servers.lying = IntValue(json, "lying");
+    servers.hostile = IntValue(json, "hostile");
+    servers.hostileTls = IntValue(json, "hostileTls");
+    servers.hostileHalfway = IntValue(json, "hostileHalfway");
+    servers.hostileCaFile = HostPath(TextValue(json, "hostileCaFile"));
     servers.bigSize = atoll(TextValue(json, "bigSize").c_str());
     servers.www = HostPath(TextValue(json, "www"));
     servers.caFile = HostPath(TextValue(json, "caFile"));

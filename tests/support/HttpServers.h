@@ -22,6 +22,11 @@ struct HttpServers
     int silent = 0;       // scripted: reads the request and never answers
     int cut = 0;          // scripted: promises 1 MiB, closes after 64 KiB
     int lying = 0;        // scripted: says 100 bytes, sends 10
+    // hostile_server.py: misbehaves by path (/reset-mid-body, /short-body, ...)
+    int hostile = 0;
+    int hostileTls = 0;      // TLS 1.2 with a certificate for another name, from hostileCaFile's CA
+    int hostileHalfway = 0;  // a TLS handshake that stops halfway
+    std::string hostileCaFile;
     int64_t bigSize = 0;  // bytes of /big/1GiB.bin
     std::string www;      // nginx's root (host path as this target's file functions take it)
     std::string caFile;

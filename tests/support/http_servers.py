@@ -16,7 +16,9 @@ and files under STATE_DIR:
 - tinyproxy with basic authentication;
 - a scripted server for what nginx will not do: an echo of the request
   (method and body), a connection that stays silent, a body cut off in the
-  middle and a Content-Length that is not honoured.
+  middle and a Content-Length that is not honoured;
+- the hostile server of hostile_server.py (plain, TLS with a certificate for
+  another name, a TLS handshake that stops halfway).
 """
 import json
 import os
@@ -287,6 +289,18 @@ def start(state):
         for port in ports.values():
             wait_port(port, proc, "scripted server")
         info.update(ports)
+
+        proc = spawn([PYTHON, os.path.join(os.path.dirname(os.path.abspath(__file__)), "hostile_server.py"), state],
+                     state, "hostile")
+        info["pids"].append(proc.pid)
+        hostile = os.path.join(state, "hostile.json")
+        deadline = time.monotonic() + 30
+        while not os.path.exists(hostile):
+            if proc.poll() is not None or time.monotonic() > deadline:
+                raise RuntimeError("the hostile server did not start")
+            time.sleep(0.05)
+        with open(hostile) as f:
+            info.update(json.load(f))
     finally:
         with open(os.path.join(state, "servers.json"), "w") as f:
             json.dump(info, f, indent=1)

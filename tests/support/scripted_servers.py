@@ -21,6 +21,10 @@ Servers, all on 127.0.0.1:
           for Basic proxy credentials (407) until they match.
   control one command per connection: a line, an optional payload, then the
           answer and close.
+  hostile, hostiletls, hostilehalfway
+          the servers of hostile_server.py (misbehaviour chosen by path; TLS
+          with a certificate for another name; a handshake that stops
+          halfway).
 
 Control commands:
   CONTENT <path> <length>\\n<bytes>  the body that GET <path> returns on 200
@@ -49,6 +53,9 @@ import sys
 import tempfile
 import threading
 import urllib.parse
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import hostile_server  # noqa: E402
 
 
 class State:
@@ -278,11 +285,14 @@ def main():
         }
         for server in servers.values():
             server.daemon_threads = True
-        env["ZYNET_TEST_SERVERS"] = " ".join("%s=%d" % (name, server.server_address[1])
-                                             for name, server in servers.items())
+        hostile = hostile_server.HostileServers(directory)
+        env["ZYNET_TEST_SERVERS"] = " ".join(["%s=%d" % (name, server.server_address[1])
+                                              for name, server in servers.items()] +
+                                             ["%s=%d" % (name.lower(), port) for name, port in hostile.ports.items()])
         try:
             return subprocess.run(command, env=env, stdin=subprocess.DEVNULL).returncode
         finally:
+            hostile.close()
             for server in servers.values():
                 server.shutdown()
                 server.server_close()

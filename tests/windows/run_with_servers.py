@@ -11,6 +11,8 @@ servers and exits with the program's status:
   ZYHTTP_TEST_HTTP_PORT, ZYHTTP_TEST_HTTPS_PORT, ZYHTTP_TEST_SILENT_PORT
   ZYHTTP_TEST_ROOT     the servers' document root (served from "/")
   ZYHTTP_TEST_RECORDS  where the servers record each request
+  ZYHTTP_TEST_HOSTILE_PORT, ZYHTTP_TEST_HOSTILETLS_PORT,
+  ZYHTTP_TEST_HOSTILEHALFWAY_PORT   the servers of hostile_server.py
 Directories are given as the program sees them (Wine's Z: drive).
 """
 import os
@@ -20,6 +22,7 @@ import sys
 import tempfile
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+import hostile_server  # noqa: E402
 import http_record_server  # noqa: E402
 
 
@@ -41,13 +44,16 @@ def main(argv):
     os.mkdir(root)
     os.mkdir(records)
     servers = http_record_server.Servers(root, records, workdir)
+    hostile = None
     try:
+        hostile = hostile_server.HostileServers(workdir)
         env = dict(os.environ)
         ports = servers.ports
         env.update({"ZYHTTP_TEST_HTTP_PORT": str(ports["http"]), "ZYHTTP_TEST_HTTPS_PORT": str(ports["https"]),
                     "ZYHTTP_TEST_SILENT_PORT": str(ports["silent"]),
                     "ZYHTTP_TEST_ROOT": program_path(root, emulator is not None),
                     "ZYHTTP_TEST_RECORDS": program_path(records, emulator is not None)})
+        env.update({"ZYHTTP_TEST_%s_PORT" % name.upper(): str(port) for name, port in hostile.ports.items()})
         command = ([emulator] if emulator else []) + argv
         # Output goes through a file: the emulator's helper processes may
         # inherit a pipe and hold it open after the program has exited.
@@ -65,6 +71,8 @@ def main(argv):
             sys.stdout.write(out.read().decode("utf-8", "replace"))
         return rc
     finally:
+        if hostile:
+            hostile.close()
         servers.close()
         shutil.rmtree(workdir, ignore_errors=True)
 
