@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "ZyNetwork/ZyHTTP2.h"
-#include "ZyUtils/LogWriter.h"
 #include "ZyUtils/ZyTime.h"
+#include "support/LogCapture.h"
 #include "support/TestEnv.h"
 
 // Reaches the client's private state and steps.
@@ -496,41 +496,14 @@ TEST_F(WinHttpTest, HeadersGoOutInKeyOrderAndFirstValueWins)
     EXPECT_EQ(seen[1].Header("X-Alpha"), "");
 }
 
-// Collects the diagnostics.
-class CaptureWriter : public CLogWriterInterface
-{
-public:
-    int GetLogLevel() const override { return 2; }
-    void SetLogLevel(int) override {}
-    void Flush() override {}
-    void Write(int level, const char*, int, int, int, int, const char* format, ...) override
-    {
-        char text[1024];
-        va_list args;
-        va_start(args, format);
-        vsnprintf(text, sizeof(text), format, args);
-        va_end(args);
-        lines.push_back(std::to_string(level) + " " + text);
-    }
-    std::vector<std::string> lines;
-};
-
 TEST_F(WinHttpTest, DiagnosticsReachAnInstalledLogWriter)
 {
-    boost::shared_ptr<CaptureWriter> writer(new CaptureWriter);
-    g_ptrLogWriter = writer;
+    zytest::LogCapture log;
     CZyHTTP2 client;
     std::string file = File("log");
-    CZyError error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/x").c_str());
-    g_ptrLogWriter.reset();
-    ASSERT_FALSE(error.IsError()) << error.AsString();
-    std::string all;
-    for (const std::string& line : writer->lines)
-        all += line + "\n";
-    EXPECT_NE(all.find("2 Connecting to 127.0.0.1:" + std::to_string(m_servers.Port("http")) + "\n"),
-              std::string::npos)
-        << all;
-    EXPECT_NE(all.find("2 Status Code: 200\n"), std::string::npos) << all;
+    ZYTEST_ASSERT_OK(client.DownloadFile(file.c_str(), m_servers.Url("http", "/x").c_str()));
+    EXPECT_TRUE(log.Has("2|Connecting to 127.0.0.1:" + std::to_string(m_servers.Port("http"))));
+    EXPECT_TRUE(log.Has("2|Status Code: 200"));
 }
 
 TEST_F(WinHttpTest, ProxyDiscovery)
