@@ -8,6 +8,7 @@
 
 #include "ZyNetwork/ZyIPAddrBlacklist.h"
 #include "ZyUtils/ZyTime.h"
+#include "support/TestEnv.h"
 
 namespace
 {
@@ -204,8 +205,7 @@ TEST(Blacklist, LoadsFileAndReportsMissingOne)
         << "127.0.0.1";                          // repeated, no final line feed
     ClockedBlacklist c;
     c.list.SetGraceAttempts(3);
-    err = c.list.LoadBlacklistFromFile(file.path.c_str());
-    ASSERT_FALSE(err.IsError()) << err.AsString();
+    ZYTEST_ASSERT_OK(c.list.LoadBlacklistFromFile(file.path.c_str()));
     EXPECT_EQ(c.Entries(), (std::vector<std::string>{"127.0.0.1", "127.0.0.2", "/tmp/zyblacklist.sock"}));
     unsigned int attempts = 0;
     EXPECT_FALSE(c.list.IsAddressBlacklisted(Addr("127.0.0.1"), nullptr, &attempts));

@@ -138,12 +138,6 @@ TEST(RkCURLError, CopyIsDeep)
 
 namespace
 {
-size_t Collect(char* data, size_t size, size_t count, void* user)
-{
-    static_cast<std::string*>(user)->append(data, size * count);
-    return size * count;
-}
-
 // Skips when the platform's curl library file is not there.
 #define REQUIRE_REAL_CURL()                                                                                      \
     do                                                                                                           \
@@ -165,7 +159,7 @@ TEST(CurlBinding, VersionNamesLibcurl)
     // Nothing named libRKCurl.so sits beside this program on Linux, so the
     // system's file was taken there.
     std::string directory;
-    ASSERT_TRUE(CZyLibrary::ModuleDirectoryOf(reinterpret_cast<const void*>(&Collect), directory));
+    ASSERT_TRUE(CZyLibrary::ModuleDirectoryOf(reinterpret_cast<const void*>(&zytest::AppendTo), directory));
     EXPECT_EQ(std::string(rk_curl_library_path()),
               zytest::IsWindowsTarget() ? directory + "RKCurl.dll" : std::string("libcurl.so.4"));
     EXPECT_EQ(curlLibraryLookups(), 1u);
@@ -187,7 +181,7 @@ TEST(CurlBinding, EasyHandleFetchesFromLoopback)
     const std::string url = server.Url("/data.bin");
     ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_URL, url.c_str()), CURLE_OK);
     ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_PROXY, ""), CURLE_OK);  // never an environment proxy
-    ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &Collect), CURLE_OK);
+    ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &zytest::AppendTo), CURLE_OK);
     ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_WRITEDATA, static_cast<void*>(&received)), CURLE_OK);
     ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_TIMEOUT, 60), CURLE_OK);
     ASSERT_EQ(rk_curl_easy_perform(curl), CURLE_OK);

@@ -6,6 +6,7 @@
 #include "ZyUtils/LogWriter.h"
 #include "ZyUtils/ZyError.h"
 #include "ZyUtils/ZyString.h"
+#include "support/LogCapture.h"
 
 namespace
 {
@@ -101,35 +102,16 @@ TEST(ZyError, LongMessagesAreNotTruncated)
     EXPECT_EQ(err.GetErrorMessage(), longText);
 }
 
-namespace
-{
-class CapturingWriter : public CLogWriterInterface
-{
-public:
-    int GetLogLevel() const override { return m_level; }
-    void SetLogLevel(int level) override { m_level = level; }
-    void Flush() override {}
-    void Write(int level, const char* function, int line, int, int, int, const char* format, ...) override
-    {
-        va_list args;
-        va_start(args, format);
-        lines.push_back(FXString::Format("%d %s ", level, function) + FXString::FormatArgList(format, args));
-        va_end(args);
-    }
-    int m_level = 0;
-    std::vector<std::string> lines;
-};
-}  // namespace
-
 TEST(LogWriter, WritesOnlyThroughAnInstalledWriter)
 {
     ZY_LOG(-1, "Nobody", "dropped %d", 1);  // no writer: nothing happens
     EXPECT_EQ(ZyLogLevel(), -2);
-    boost::shared_ptr<CapturingWriter> writer(new CapturingWriter);
-    g_ptrLogWriter = writer;
-    ZY_LOG(-1, "CZyIPAddr::GetIFList", "Skipping disabled interface '%s'", "eth1");
-    EXPECT_EQ(ZyLogLevel(), 0);
-    g_ptrLogWriter.reset();
-    ASSERT_EQ(writer->lines.size(), 1u);
-    EXPECT_EQ(writer->lines[0], "-1 CZyIPAddr::GetIFList Skipping disabled interface 'eth1'");
+    {
+        zytest::LogCapture log(0);
+        ZY_LOG(-1, "CZyIPAddr::GetIFList", "Skipping disabled interface '%s'", "eth1");
+        EXPECT_EQ(ZyLogLevel(), 0);
+        EXPECT_EQ(log.lines, std::vector<std::string>{"-1|Skipping disabled interface 'eth1'"});
+        EXPECT_EQ(log.functions, std::vector<std::string>{"CZyIPAddr::GetIFList"});
+    }
+    EXPECT_EQ(ZyLogLevel(), -2);
 }

@@ -125,8 +125,7 @@ TEST_P(Exchange, AnswerSilenceAndEarlyClose)
     };
     std::string reply;
     int received = -1;
-    err = exchange(Server::Answers, 5, reply, &received);
-    EXPECT_FALSE(err.IsError()) << err.AsString();
+    ZYTEST_EXPECT_OK(exchange(Server::Answers, 5, reply, &received));
     EXPECT_EQ(reply, "done:status of job 42!");
 
     ExpectLayers(exchange(Server::StaysSilent, 1, reply, &received), "Socket receive timed out");

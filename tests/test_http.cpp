@@ -28,30 +28,13 @@ const std::vector<commandInfo> kNoCommands;
     if (!servers.available)                                            \
     GTEST_SKIP() << servers.problem
 
-size_t Collect(char* data, size_t size, size_t count, void* user)
-{
-    static_cast<std::string*>(user)->append(data, size * count);
-    return size * count;
-}
-
-struct Counter
-{
-    uint64_t bytes = 0;
-};
-
-size_t Count(char* data, size_t size, size_t count, void* user)
-{
-    static_cast<Counter*>(user)->bytes += size * count;
-    return size * count;
-}
-
 // An initialised request for a loopback server whose body lands in `body`.
 void Open(RkHTTPReq& request, int port, std::string* body, bool https = false)
 {
     ASSERT_FALSE(request.initialize(0).IsError());
     request.setURL(zytest::LoopbackURL(port, https));
     if (body)
-        request.setWriteFunctionPointer(body, &Collect);
+        request.setWriteFunctionPointer(body, &zytest::AppendTo);
 }
 
 std::string ReadFile(const std::string& path)
@@ -67,9 +50,11 @@ bool FileExists(const std::string& path)
     return !file.Open(path.c_str(), CZyFile::kReadOnly).IsError();
 }
 
-std::string ErrorText(const CZyError& error)
+// The message of a transfer that reached the server and got `status`.
+std::string ServerSaid(int status)
 {
-    return error.AsString();
+    return "Requested Operation Failed. Return value from CURL: [0] Response code from server: [" +
+           std::to_string(status) + "]";
 }
 
 std::string Pattern(size_t size)
@@ -96,27 +81,23 @@ TEST(HttpRequest, GetPutDeleteRoundTripThroughWebDav)
     // has a space and non-ASCII letters, encoded on the way.
     const std::string data = Pattern(100000);
     const std::string name = "round trip/\xC3\xA9t\xC3\xA9 file.bin";
-    CZyError error = request.doPutOperation(("dav/" + name).c_str(), data.data(), static_cast<long>(data.size()),
-                                            kNoCommands);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(request.doPutOperation(("dav/" + name).c_str(), data.data(), static_cast<long>(data.size()),
+                                            kNoCommands));
     EXPECT_EQ(data, ReadFile(servers.www + "/dav/" + name));
 
     // GET it back.
-    error = request.doGetOperation(("/dav/" + name).c_str(), kNoCommands);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(request.doGetOperation(("/dav/" + name).c_str(), kNoCommands));
     EXPECT_EQ(data, body);
 
     // DELETE, then the server no longer has it and a GET is a 404 failure.
-    error = request.doDeleteOperation(("dav/" + name).c_str(), "", 0, kNoCommands);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(request.doDeleteOperation(("dav/" + name).c_str(), "", 0, kNoCommands));
     EXPECT_FALSE(FileExists(servers.www + "/dav/" + name));
     body.clear();
-    error = request.doGetOperation(("dav/" + name).c_str(), kNoCommands);
+    CZyError error = request.doGetOperation(("dav/" + name).c_str(), kNoCommands);
     ASSERT_TRUE(error.IsError());
     EXPECT_TRUE(IsRkCURL(error, 0));
     EXPECT_EQ(0, GetRkCURL(error));
-    EXPECT_TRUE(error.HasMessage("Requested Operation Failed. Return value from CURL: [0] Response code from server: [404]"))
-        << ErrorText(error);
+    EXPECT_TRUE(error.HasMessage(ServerSaid(404))) << error.AsString();
     int code = 0;
     request.getLastServerResponseCode(code);
     EXPECT_EQ(404, code);
@@ -134,24 +115,22 @@ TEST(HttpRequest, UploadFileAndDownloadToFileStreamWholeFiles)
         ASSERT_FALSE(file.Open(local.c_str(), CZyFile::kWriteCreate).IsError());
         ASSERT_FALSE(file.Write(data.data(), static_cast<uint32_t>(data.size())).IsError());
     }
-    CZyError error = request.uploadFile(local.c_str(), "dav/uploaded.bin", 0, kNoCommands);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(request.uploadFile(local.c_str(), "dav/uploaded.bin", 0, kNoCommands));
     EXPECT_EQ(data, ReadFile(servers.www + "/dav/uploaded.bin"));
 
     // Only the first bytes when a size is given; more than the file holds is
     // refused before anything is sent.
-    error = request.uploadFile(local.c_str(), "dav/part.bin", 1000, kNoCommands);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(request.uploadFile(local.c_str(), "dav/part.bin", 1000, kNoCommands));
     EXPECT_EQ(data.substr(0, 1000), ReadFile(servers.www + "/dav/part.bin"));
-    error = request.uploadFile(local.c_str(), "dav/toolong.bin", static_cast<unsigned>(data.size() + 1), kNoCommands);
-    EXPECT_TRUE(error.HasMessage("Invalid Buffer size.")) << ErrorText(error);
+    CZyError error =
+        request.uploadFile(local.c_str(), "dav/toolong.bin", static_cast<unsigned>(data.size() + 1), kNoCommands);
+    EXPECT_TRUE(error.HasMessage("Invalid Buffer size.")) << error.AsString();
     EXPECT_FALSE(FileExists(servers.www + "/dav/toolong.bin"));
     error = request.uploadFile((local + ".missing").c_str(), "dav/missing.bin", 0, kNoCommands);
     EXPECT_TRUE(error.IsError());
 
     const std::string copy = servers.www + "/../downloaded.bin";
-    error = request.downloadToFile("dav/uploaded.bin", copy.c_str());
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(request.downloadToFile("dav/uploaded.bin", copy.c_str()));
     EXPECT_EQ(data, ReadFile(copy));
 
     EXPECT_FALSE(request.doDeleteOperation("dav/uploaded.bin", "", 0, kNoCommands).IsError());
@@ -167,8 +146,7 @@ TEST(HttpRequest, PostSendsTextOrBufferWithQueryParameters)
     RkHTTPReq request;
     Open(request, servers.echo, &body);
 
-    CZyError error = request.doPostOperation("form", "name=value&x=1", kNoCommands);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(request.doPostOperation("form", "name=value&x=1", kNoCommands));
     EXPECT_EQ("POST /form\nname=value&x=1", body);
 
     // A buffer with zero bytes inside, and query parameters encoded.
@@ -176,8 +154,7 @@ TEST(HttpRequest, PostSendsTextOrBufferWithQueryParameters)
     const std::string buffer("a\0b\0c", 5);
     const std::vector<commandInfo> commands = {commandInfo(commandInfo::CMD_QUERY, "q", "a b&c"),
                                                commandInfo(commandInfo::CMD_HEADER, "X-Test", "1")};
-    error = request.doPostOperation("bin", buffer.data(), static_cast<long>(buffer.size()), commands);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(request.doPostOperation("bin", buffer.data(), static_cast<long>(buffer.size()), commands));
     EXPECT_EQ("POST /bin?q=a%20b%26c\n" + buffer, body);
 
     // An empty body is a valid POST; the GET after it is a GET again.
@@ -192,7 +169,7 @@ TEST(HttpRequest, PostSendsTextOrBufferWithQueryParameters)
     body.clear();
     EXPECT_FALSE(request.doDeleteOperation("thing", "why", 3, kNoCommands).IsError());
     EXPECT_EQ("DELETE /thing\nwhy", body);
-    error = request.doGetOperation("x", {commandInfo(commandInfo::CMD_QUOTE, "NOOP")});
+    CZyError error = request.doGetOperation("x", {commandInfo(commandInfo::CMD_QUOTE, "NOOP")});
     EXPECT_EQ(EErrorKind::Int, error.GetErrorKind());
 }
 
@@ -206,9 +183,8 @@ TEST(HttpRequest, HeadersOfEveryKindAreSent)
     request.addRequestedHeaders("X-Added", "two");
     request.skipExpectContinue100(true);
     const std::string data(2 << 20, 'p');
-    CZyError error = request.doPutOperation("headers", data.data(), static_cast<long>(data.size()),
-                                            {commandInfo(commandInfo::CMD_HEADER, "X-Call", "three")});
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(request.doPutOperation("headers", data.data(), static_cast<long>(data.size()),
+                                            {commandInfo(commandInfo::CMD_HEADER, "X-Call", "three")}));
     EXPECT_NE(std::string::npos, body.find("\r\nX-Set: one")) << body;
     EXPECT_NE(std::string::npos, body.find("\r\nAccept: text/zy")) << body;
     EXPECT_NE(std::string::npos, body.find("\r\nX-Added: two")) << body;
@@ -233,23 +209,19 @@ TEST(HttpRequest, StatusCodesDecideSuccess)
 
     CZyError error = request.doGetOperation("unavailable", kNoCommands);
     EXPECT_TRUE(IsRkCURL(error, 0));
-    EXPECT_TRUE(error.HasMessage("Requested Operation Failed. Return value from CURL: [0] Response code from server: [503]"))
-        << ErrorText(error);
+    EXPECT_TRUE(error.HasMessage(ServerSaid(503))) << error.AsString();
 
     // Basic authentication: refused without credentials, served with them.
     error = request.doGetOperation("auth/secret.txt", kNoCommands);
-    EXPECT_TRUE(error.HasMessage("Requested Operation Failed. Return value from CURL: [0] Response code from server: [401]"))
-        << ErrorText(error);
+    EXPECT_TRUE(error.HasMessage(ServerSaid(401))) << error.AsString();
     ASSERT_FALSE(request.setCredentials(servers.user, servers.password).IsError());
     body.clear();
-    error = request.doGetOperation("auth/secret.txt", kNoCommands);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(request.doGetOperation("auth/secret.txt", kNoCommands));
     EXPECT_EQ(ReadFile(servers.www + "/auth/secret.txt"), body);
 
     // Not following redirects, the 302 is the answer and tells where it leads.
     body.clear();
-    error = request.doGetOperation("redirect", kNoCommands);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(request.doGetOperation("redirect", kNoCommands));
     std::string target;
     request.setURLPath("redirect");
     ASSERT_FALSE(request.getInfo(CURL_INFO_REDIRECT_URL, target).IsError());
@@ -258,8 +230,7 @@ TEST(HttpRequest, StatusCodesDecideSuccess)
     // Following them, the body is the target's.
     ASSERT_FALSE(request.setLinkRedirects(true).IsError());
     body.clear();
-    error = request.doGetOperation("redirect", kNoCommands);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(request.doGetOperation("redirect", kNoCommands));
     EXPECT_EQ(ReadFile(servers.www + "/hello.txt"), body);
     request.setURLPath("redirect");
     ASSERT_FALSE(request.getInfo(CURL_INFO_EFFECTIVE_URL, target).IsError());
@@ -273,14 +244,11 @@ TEST(HttpRequest, FileInformationAndExistence)
     Open(request, servers.http, nullptr);
 
     double size = 0;
-    CZyError error = request.getFileInfo("hello.txt", size);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(request.getFileInfo("hello.txt", size));
     EXPECT_EQ(static_cast<double>(ReadFile(servers.www + "/hello.txt").size()), size);
-    error = request.getFileInfo("big/1GiB.bin", size);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(request.getFileInfo("big/1GiB.bin", size));
     EXPECT_EQ(static_cast<double>(servers.bigSize), size);
-    EXPECT_TRUE(request.getFileInfo("no-such-file", size).HasMessage(
-        "Requested Operation Failed. Return value from CURL: [0] Response code from server: [404]"));
+    EXPECT_TRUE(request.getFileInfo("no-such-file", size).HasMessage(ServerSaid(404)));
     // A listing page has no length.
     EXPECT_TRUE(request.getFileInfo("list/", size).HasMessage("File size recieved from server is invalid"));
 
@@ -299,10 +267,10 @@ TEST(HttpRequest, FileInformationAndExistence)
     RkHTTPReq closed;
     Open(closed, servers.http, nullptr);
     closed.setURL("http://127.0.0.1:1");
-    error = closed.checkIfFileOrDirExists("x", true, exists);
+    CZyError error = closed.checkIfFileOrDirExists("x", true, exists);
     EXPECT_EQ(EErrorKind::Int, error.GetErrorKind());
     EXPECT_EQ(0u, error.GetErrorMessage().find("Failed to check if File exists.Error Code : [7]. Error Message ["))
-        << ErrorText(error);
+        << error.AsString();
     error = closed.checkIfFileOrDirExists("x/", false, exists);
     EXPECT_EQ(0u, error.GetErrorMessage().find("Failed to check if Directory exists. Error Code : [7]."));
     EXPECT_TRUE(IsRkCURL(closed.checkConnection(), 7));
@@ -315,7 +283,7 @@ TEST(HttpRequest, TlsVerifiesWithTheTestCA)
     std::string body;
     RkHTTPReq request(HTTPS);
     ASSERT_FALSE(request.initialize(1).IsError());
-    request.setWriteFunctionPointer(&body, &Collect);
+    request.setWriteFunctionPointer(&body, &zytest::AppendTo);
     // No scheme in the base URL: the protocol supplies "https://".
     request.setURL("localhost");
     request.setPortNumber(servers.https);
@@ -326,25 +294,21 @@ TEST(HttpRequest, TlsVerifiesWithTheTestCA)
     if (zytest::IsWindowsTarget())
         EXPECT_TRUE(error.IsError());  // ".\curl-ca-bundle.crt" is missing here
     else
-        EXPECT_TRUE(IsRkCURL(error, CURLE_PEER_FAILED_VERIFICATION)) << ErrorText(error);
+        EXPECT_TRUE(IsRkCURL(error, CURLE_PEER_FAILED_VERIFICATION)) << error.AsString();
     ASSERT_FALSE(request.setSecured(true, servers.wrongCaFile).IsError());
     error = request.doGetOperation("hello.txt", kNoCommands);
-    EXPECT_TRUE(IsRkCURL(error, CURLE_PEER_FAILED_VERIFICATION)) << ErrorText(error);
+    EXPECT_TRUE(IsRkCURL(error, CURLE_PEER_FAILED_VERIFICATION)) << error.AsString();
 
     ASSERT_FALSE(request.setSecured(true, servers.caFile).IsError());
-    error = request.doGetOperation("hello.txt", kNoCommands);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(request.doGetOperation("hello.txt", kNoCommands));
     EXPECT_EQ(ReadFile(servers.www + "/hello.txt"), body);
 
     // Not secured: any certificate will do.
     RkHTTPReq insecure(HTTPS);
-    ASSERT_FALSE(insecure.initialize(0).IsError());
-    insecure.setURL(zytest::LoopbackURL(servers.https, true));
+    Open(insecure, servers.https, &body, true);
     body.clear();
-    insecure.setWriteFunctionPointer(&body, &Collect);
     ASSERT_FALSE(insecure.setSecured(false, "").IsError());
-    error = insecure.doGetOperation("hello.txt", kNoCommands);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(insecure.doGetOperation("hello.txt", kNoCommands));
     EXPECT_EQ(ReadFile(servers.www + "/hello.txt"), body);
 }
 
@@ -361,24 +325,21 @@ TEST(HttpRequest, CopiesKeepSettingsWithTheirOwnHandle)
         ASSERT_TRUE(copy.isInitialized());
         EXPECT_EQ(original.getURL(), copy.getURL());
         EXPECT_TRUE(copy.getLinkRedirects());
-        CZyError error = copy.doGetOperation("auth/secret.txt", kNoCommands);
-        ASSERT_FALSE(error.IsError()) << ErrorText(error);
+        ZYTEST_ASSERT_OK(copy.doGetOperation("auth/secret.txt", kNoCommands));
         EXPECT_EQ(ReadFile(servers.www + "/auth/secret.txt"), body);
         body.clear();
-        error = copy.doGetOperation("redirect", kNoCommands);
-        ASSERT_FALSE(error.IsError()) << ErrorText(error);
+        CZyError error = copy.doGetOperation("redirect", kNoCommands);
+        ASSERT_FALSE(error.IsError()) << error.AsString();
         EXPECT_EQ(ReadFile(servers.www + "/hello.txt"), body);
     }
     // The copy is gone; the original's handle still works.
     body.clear();
-    CZyError error = original.doGetOperation("auth/secret.txt", kNoCommands);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(original.doGetOperation("auth/secret.txt", kNoCommands));
 
     RkHTTPReq assigned;
     assigned = original;
     body.clear();
-    error = assigned.doGetOperation("auth/secret.txt", kNoCommands);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(assigned.doGetOperation("auth/secret.txt", kNoCommands));
     EXPECT_EQ(ReadFile(servers.www + "/auth/secret.txt"), body);
 
     // A copy of an object that was never initialised is not initialised.
@@ -435,8 +396,7 @@ TEST(HttpListing, NginxAutoindexApacheAndPythonPages)
     RkHTTPReq nginx;
     Open(nginx, servers.http, nullptr);
     std::vector<FileDirInfo> entries;
-    CZyError error = nginx.listDirectory("/list", entries);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(nginx.listDirectory("/list", entries));
     ExpectListing(entries, tree, "/list", true);
 
     // Below a base URL with a path of its own.
@@ -444,15 +404,13 @@ TEST(HttpListing, NginxAutoindexApacheAndPythonPages)
     Open(below, servers.http, nullptr);
     below.setURL(zytest::LoopbackURL(servers.http) + "/list");
     entries.clear();
-    error = below.listDirectory("sub dir", entries);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(below.listDirectory("sub dir", entries));
     ExpectListing(entries, tree + "/sub dir", "sub dir", true);
 
     RkHTTPReq python;
     Open(python, servers.pythonHttp, nullptr);
     entries.clear();
-    error = python.listDirectory("/", entries);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(python.listDirectory("/", entries));
     ExpectListing(entries, tree, "", false);
 
     if (servers.apache == 0)
@@ -460,8 +418,7 @@ TEST(HttpListing, NginxAutoindexApacheAndPythonPages)
     RkHTTPReq apache;
     Open(apache, servers.apache, nullptr);
     entries.clear();
-    error = apache.listDirectory("list", entries);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(apache.listDirectory("list", entries));
     ExpectListing(entries, tree, "list", true);
 }
 
@@ -476,7 +433,7 @@ TEST(HttpFailures, SilentCutAndLyingServers)
     const auto start = std::chrono::steady_clock::now();
     CZyError error = request.doGetOperation("anything", kNoCommands);
     const auto elapsed = std::chrono::steady_clock::now() - start;
-    EXPECT_TRUE(IsRkCURL(error, CURLE_OPERATION_TIMEDOUT)) << ErrorText(error);
+    EXPECT_TRUE(IsRkCURL(error, CURLE_OPERATION_TIMEDOUT)) << error.AsString();
     EXPECT_LT(elapsed, std::chrono::seconds(limit + 1));
     int code = 0;
     std::string message;
@@ -494,9 +451,9 @@ TEST(HttpFailures, SilentCutAndLyingServers)
         Open(broken, port, &body);
         body.clear();
         error = broken.doGetOperation("file", kNoCommands);
-        EXPECT_TRUE(IsRkCURL(error, CURLE_PARTIAL_FILE)) << ErrorText(error);
+        EXPECT_TRUE(IsRkCURL(error, CURLE_PARTIAL_FILE)) << error.AsString();
         EXPECT_TRUE(error.GetErrorMessage().find("CURL perform failed.Curl ErrorCode : [18], Error Message : [") == 0)
-            << ErrorText(error);
+            << error.AsString();
     }
 }
 
@@ -517,14 +474,13 @@ TEST(HttpProxy, AuthenticationBypassAndDisable)
     ASSERT_FALSE(request.setProxyDetails("localhost", proxyPort, servers.proxyUser, "wrong").IsError());
     CZyError error = request.doGetOperation("hello.txt", kNoCommands);
     // tinyproxy answers a wrong password with 401, missing credentials with 407.
-    EXPECT_TRUE(IsRkCURL(error, 0)) << ErrorText(error);
+    EXPECT_TRUE(IsRkCURL(error, 0)) << error.AsString();
     int code = 0;
     request.getLastServerResponseCode(code);
     EXPECT_EQ(401, code);
     ASSERT_FALSE(request.setProxyDetails("localhost", proxyPort, servers.proxyUser, servers.proxyPassword).IsError());
     body.clear();
-    error = request.doGetOperation("hello.txt", kNoCommands);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(request.doGetOperation("hello.txt", kNoCommands));
     EXPECT_EQ(expected, body);
 
     // The default bypass list holds 127.0.0.1: the wrong password no longer
@@ -532,8 +488,7 @@ TEST(HttpProxy, AuthenticationBypassAndDisable)
     ASSERT_FALSE(request.setProxyDetails("localhost", proxyPort, servers.proxyUser, "wrong").IsError());
     ASSERT_FALSE(request.setProxyBypass("").IsError());
     body.clear();
-    error = request.doGetOperation("hello.txt", kNoCommands);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ZYTEST_ASSERT_OK(request.doGetOperation("hello.txt", kNoCommands));
     EXPECT_EQ(expected, body);
 
     // A proxy from the environment is used unless proxies are disabled.
@@ -542,13 +497,12 @@ TEST(HttpProxy, AuthenticationBypassAndDisable)
     RkHTTPReq fromEnvironment;
     Open(fromEnvironment, servers.http, &body);
     error = fromEnvironment.doGetOperation("hello.txt", kNoCommands);
-    EXPECT_TRUE(error.HasMessage("Requested Operation Failed. Return value from CURL: [0] Response code from server: [407]"))
-        << ErrorText(error);
+    EXPECT_TRUE(error.HasMessage(ServerSaid(407))) << error.AsString();
     ASSERT_FALSE(fromEnvironment.DisableProxy().IsError());
     body.clear();
     error = fromEnvironment.doGetOperation("hello.txt", kNoCommands);
     zytest::SetEnv("http_proxy", nullptr);
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
+    ASSERT_FALSE(error.IsError()) << error.AsString();
     EXPECT_EQ(expected, body);
 }
 
@@ -557,13 +511,16 @@ TEST(HttpDownload, OneGibibyteWithFlatMemory)
     REQUIRE_SERVERS();
     RkHTTPReq request;
     Open(request, servers.http, nullptr);
-    Counter counter;
-    request.setWriteFunctionPointer(&counter, &Count);
+    uint64_t received = 0;
+    request.setWriteFunctionPointer(&received, [](char*, size_t size, size_t count, void* user) {
+        *static_cast<uint64_t*>(user) += size * count;
+        return size * count;
+    });
     const uint64_t before = zytest::PeakResidentBytes();
     CZyError error = request.download("big/1GiB.bin", kNoCommands);
     const uint64_t after = zytest::PeakResidentBytes();
-    ASSERT_FALSE(error.IsError()) << ErrorText(error);
-    EXPECT_EQ(static_cast<uint64_t>(servers.bigSize), counter.bytes);
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_EQ(static_cast<uint64_t>(servers.bigSize), received);
     ASSERT_GT(before, 0u);
     EXPECT_LT(after - before, 16u << 20) << "peak resident memory grew from " << before << " to " << after;
 }

@@ -14,7 +14,9 @@
 #include "ZyNetwork/Internal/ZyIFListInternal.h"
 #include "ZyUtils/LogWriter.h"
 #include "ZyUtils/ZyTime.h"
+#include "support/LogCapture.h"
 #include "support/NetNamespace.h"
+#include "support/TestEnv.h"
 
 #if !defined(_WIN32)
 #include <sched.h>
@@ -51,26 +53,7 @@ zyos::AdapterUnicast Unicast(const char* text, unsigned int prefix)
     return unicast;
 }
 
-// Installs a writer that keeps every line ("level|text") while it lives.
-struct LogCapture : CLogWriterInterface
-{
-    int level = 2;
-    std::vector<std::string> lines;
-    boost::shared_ptr<CLogWriterInterface> previous = g_ptrLogWriter;
-    LogCapture() { g_ptrLogWriter.reset(this, [](CLogWriterInterface*) {}); }
-    ~LogCapture() override { g_ptrLogWriter = previous; }
-    int GetLogLevel() const override { return level; }
-    void SetLogLevel(int value) override { level = value; }
-    void Flush() override {}
-    void Write(int lineLevel, const char*, int, int, int, int, const char* format, ...) override
-    {
-        va_list args;
-        va_start(args, format);
-        lines.push_back(std::to_string(lineLevel) + "|" + FXString::FormatArgList(format, args));
-        va_end(args);
-    }
-    bool Has(const std::string& line) const { return std::find(lines.begin(), lines.end(), line) != lines.end(); }
-};
+using zytest::LogCapture;
 
 // A table whose answers the test chooses; it records the families asked.
 struct ScriptedTable : zyos::AdapterTable
@@ -233,8 +216,7 @@ TEST(IFList, HostListsFollowTheRules)
     EXPECT_EQ(err.GetErrorMessage(), "Nothing requested in arguments.");
 
     std::vector<AddrPair> pairs;
-    err = CZyIPAddr::GetIFList(pairs, CZyIPAddr::IP_FAMILY_UNSPEC);
-    ASSERT_FALSE(err.IsError()) << err.AsString();
+    ZYTEST_ASSERT_OK(CZyIPAddr::GetIFList(pairs, CZyIPAddr::IP_FAMILY_UNSPEC));
     PairTexts texts = Texts(pairs);
     EXPECT_TRUE(std::count(texts.begin(), texts.end(), PairTexts::value_type("127.0.0.1", "127.0.0.0")));
     size_t outsideLoopback = 0;

@@ -219,8 +219,7 @@ TEST(CZyIPAddr, ProbesTellAbsentFromBroken)
     bool present = false;
     ASSERT_FALSE(CZyIPAddr::IsIPv4StackPresent(present).IsError());
     EXPECT_TRUE(present);
-    CZyError err = CZyIPAddr::IsIPv6StackPresent(present);
-    EXPECT_FALSE(err.IsError()) << err.AsString();
+    ZYTEST_EXPECT_OK(CZyIPAddr::IsIPv6StackPresent(present));
 
     bool bindable = true;
     EXPECT_FALSE(CZyIPAddr::IsAddrBindable(CZyIPAddr(), bindable).IsError());
@@ -232,7 +231,7 @@ TEST(CZyIPAddr, ProbesTellAbsentFromBroken)
     ASSERT_FALSE(holder.Bind(Parse("127.0.0.1")).IsError());
     ASSERT_FALSE(holder.GetLocalAddress(taken).IsError());
     bindable = true;
-    err = CZyIPAddr::IsAddrBindable(taken, bindable);
+    CZyError err = CZyIPAddr::IsAddrBindable(taken, bindable);
     holder.Close();
     EXPECT_STREQ(Outermost(err), "CZyIPAddr::IsAddrBindable");
     EXPECT_FALSE(bindable);
@@ -250,8 +249,7 @@ TEST(CZyIPAddr, UnixProbesFollowTheSupportSwitch)
     for (int round = 0; round < 2; ++round)
     {
         bool bindable = !supported;
-        CZyError err = CZyIPAddr::IsAddrBindable(CZyIPAddr(path.c_str()), bindable);
-        EXPECT_FALSE(err.IsError()) << err.AsString();
+        ZYTEST_EXPECT_OK(CZyIPAddr::IsAddrBindable(CZyIPAddr(path.c_str()), bindable));
         EXPECT_EQ(bindable, supported);
     }
     std::remove(path.c_str());

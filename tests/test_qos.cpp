@@ -162,8 +162,7 @@ public:
     QosHandleGuard()
     {
         QOS_VERSION version = {1, 0};
-        CZyError error = FXQWaveDll::QOSCreateHandle(&version, &m_handle);
-        EXPECT_FALSE(error.IsError()) << error.AsString();
+        ZYTEST_EXPECT_OK(FXQWaveDll::QOSCreateHandle(&version, &m_handle));
     }
     ~QosHandleGuard()
     {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ZyNetwork/ZySocketSelector.h"
+#include "support/TestEnv.h"
 
 #if !defined(_WIN32)
 #include <sys/resource.h>
@@ -34,8 +35,7 @@ void Transfer(CZySocket& s, bool send)
 {
     char byte = 'x';
     int count = 0, timedOut = 0;
-    CZyError err = send ? s.Send(&byte, 1, 0, &count) : s.RecvWithTimeout(&byte, 1, 5, &timedOut, 0, &count);
-    ASSERT_FALSE(err.IsError()) << err.AsString();
+    ZYTEST_ASSERT_OK(send ? s.Send(&byte, 1, 0, &count) : s.RecvWithTimeout(&byte, 1, 5, &timedOut, 0, &count));
 }
 
 // Waits up to `seconds`; returns whether the limit passed.
@@ -43,8 +43,7 @@ bool Wait(CZySocketSelector& selector, long seconds)
 {
     struct timeval limit = {seconds, 0};
     bool timedOut = seconds != 0;  // the opposite of what the callers expect
-    CZyError err = selector.Select(&limit, &timedOut);
-    EXPECT_FALSE(err.IsError()) << err.AsString();
+    ZYTEST_EXPECT_OK(selector.Select(&limit, &timedOut));
     return timedOut;
 }
 

@@ -19,7 +19,6 @@
 #include "support/TestEnv.h"
 
 #if !defined(_WIN32)
-#include <dirent.h>
 #include <malloc.h>
 #include <sys/socket.h>
 #endif
@@ -27,17 +26,6 @@
 namespace
 {
 #if !defined(_WIN32)
-int OpenDescriptors()
-{
-    int n = 0;
-    DIR* dir = opendir("/proc/self/fd");
-    while (dir != nullptr && readdir(dir) != nullptr)
-        ++n;
-    if (dir != nullptr)
-        closedir(dir);
-    return n;
-}
-
 size_t HeapInUse()
 {
     return mallinfo2().uordblks;
@@ -213,21 +201,13 @@ uint64_t RunClients(const CZyIPAddr& server, int quota, size_t open, unsigned se
             // Reset: close with a zero linger time, so the server sees RST.
             // (A stalled client leaves gracefully, so that the half message
             // it sent still reaches the server and is echoed.)
-            struct
-            {
-                uint16_t onoff;
-                uint16_t seconds;
-            } windowsLinger = {1, 0};
-            struct
-            {
-                int onoff;
-                int seconds;
-            } posixLinger = {1, 0};
+            uint16_t windowsLinger[2] = {1, 0};  // on/off, seconds
+            int posixLinger[2] = {1, 0};
             if (zytest::IsWindowsTarget())
-                session.socket.SetSockOpt(0xFFFF, kLingerOption, reinterpret_cast<char*>(&windowsLinger),
+                session.socket.SetSockOpt(0xFFFF, kLingerOption, reinterpret_cast<char*>(windowsLinger),
                                           sizeof(windowsLinger));
             else
-                session.socket.SetSockOpt(1, 13, reinterpret_cast<char*>(&posixLinger), sizeof(posixLinger));
+                session.socket.SetSockOpt(1, 13, reinterpret_cast<char*>(posixLinger), sizeof(posixLinger));
         }
         session.socket.Close();
         sessions.erase(sessions.begin() + static_cast<std::ptrdiff_t>(pick));
@@ -301,7 +281,7 @@ TEST(Soak, TwoThousandClientsEchoedAndNothingHeldAfterwards)
     // starts from a settled heap.
     SoakRound(100);
 #if !defined(_WIN32)
-    int descriptorsBefore = OpenDescriptors();
+    int descriptorsBefore = zytest::OpenDescriptors();
     size_t heapBefore = HeapInUse();
 #endif
     // ZYNET_SOAK_CLIENTS raises the count for a longer run by hand.
@@ -309,7 +289,7 @@ TEST(Soak, TwoThousandClientsEchoedAndNothingHeldAfterwards)
     int clients = wanted && atoi(wanted) >= 4 ? atoi(wanted) / 4 * 4 : 2000;
     SoakRound(clients);
 #if !defined(_WIN32)
-    EXPECT_EQ(OpenDescriptors(), descriptorsBefore);
+    EXPECT_EQ(zytest::OpenDescriptors(), descriptorsBefore);
 #if !defined(__SANITIZE_ADDRESS__)
     // The sanitizer build checks leaks itself; here the heap in use may vary
     // by what the allocator keeps per thread, not by connections served.

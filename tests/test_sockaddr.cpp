@@ -6,7 +6,6 @@
 // its own, so no other test here depends on their values.
 #include <gtest/gtest.h>
 
-#include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -16,7 +15,7 @@
 #include "ZyNetwork/Internal/OsApi.h"
 #include "ZyNetwork/ZySockAddr.h"
 #include "ZyNetwork/Internal/ZySockAddrInternal.h"
-#include "ZyUtils/LogWriter.h"
+#include "support/LogCapture.h"
 #include "support/TestEnv.h"
 
 #if defined(_WIN32)
@@ -44,26 +43,6 @@ ZYNET_SockAddr FromText(const char* text)
     EXPECT_EQ(ZYNET_str2ip(text, &addr), 0) << text;
     return addr;
 }
-
-// Collects the lines written at level -1.
-class CapturingWriter : public CLogWriterInterface
-{
-public:
-    int GetLogLevel() const override { return 0; }
-    void SetLogLevel(int) override {}
-    void Flush() override {}
-    void Write(int level, const char* function, int, int, int, int, const char* format, ...) override
-    {
-        char line[512];
-        va_list args;
-        va_start(args, format);
-        vsnprintf(line, sizeof(line), format, args);
-        va_end(args);
-        if (level == -1)
-            lines.push_back(std::string(function) + ": " + line);
-    }
-    std::vector<std::string> lines;
-};
 }  // namespace
 
 TEST(SockAddr, PathsAreRecognisedAndBounded)
@@ -391,8 +370,7 @@ TEST(SockAddr, UnixSupportIsCachedAndCanBeSwitchedOff)
 TEST(SockAddr, FamilyPreferenceKeepsTheFirstValue)
 {
     zytest::InitTestProcess();
-    boost::shared_ptr<CapturingWriter> writer(new CapturingWriter);
-    g_ptrLogWriter = writer;
+    zytest::LogCapture log(0);
 
     EXPECT_EQ(ZYNET_GetFamilyPreference(), 0);
     ZYNET_SetFamilyPreference(ZYNET_AF_UNIX);  // ignored: leaves it unset
@@ -400,15 +378,16 @@ TEST(SockAddr, FamilyPreferenceKeepsTheFirstValue)
     ZYNET_SetFamilyPreference(ZYNET_AF_INET);
     EXPECT_EQ(ZYNET_GetFamilyPreference(), ZYNET_AF_INET);
     ZYNET_SetFamilyPreference(ZYNET_AF_INET);  // same value: nothing to say
-    EXPECT_TRUE(writer->lines.empty());
+    EXPECT_TRUE(log.lines.empty());
 
     // A different value is a programming error: logged (no debugger here),
     // and the first value stays.
     ASSERT_FALSE(zyos::IsDebuggerAttached());
     ZYNET_SetFamilyPreference(ZYNET_AF_INET6);
     EXPECT_EQ(ZYNET_GetFamilyPreference(), ZYNET_AF_INET);
-    ASSERT_EQ(writer->lines.size(), 1u);
-    EXPECT_NE(writer->lines[0].find("ZYNET_SetFamilyPreference"), std::string::npos);
+    ASSERT_EQ(log.lines.size(), 1u);
+    EXPECT_EQ(log.lines[0].rfind("-1|", 0), 0u) << log.lines[0];
+    EXPECT_EQ(log.functions[0], "ZYNET_SetFamilyPreference");
 
     // The preference fills in the family of a look-up that asks for none.
     ZYNET_HostEnt host = {0, nullptr};
@@ -416,7 +395,6 @@ TEST(SockAddr, FamilyPreferenceKeepsTheFirstValue)
     for (int i = 0; i < host.count; ++i)
         EXPECT_EQ(host.addrs[i].family, ZYNET_AF_INET);
     ZYNET_freehostent(&host);
-    g_ptrLogWriter.reset();
 }
 
 #if !defined(_WIN32)

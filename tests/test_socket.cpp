@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ZyNetwork/ZySocket.h"
+#include "support/TestEnv.h"
 
 namespace
 {
@@ -105,8 +106,7 @@ TEST(CZySocket, StateChecksComeFirstInTheirOrder)
     CZySocket unlistened, accepted;
     ASSERT_FALSE(unlistened.Bind(CZyIPAddr("127.0.0.1")).IsError());
     ZYNET_setlasterror(0);
-    CZyError err = unlistened.Accept(accepted);
-    EXPECT_FALSE(err.IsError()) << err.AsString();
+    ZYTEST_EXPECT_OK(unlistened.Accept(accepted));
     EXPECT_FALSE(accepted.IsValid());
     EXPECT_NE(ZYNET_getlasterror(), 0);
     unlistened.Close();
@@ -157,8 +157,7 @@ TEST(CZySocket, AcceptWithTimeoutWaitsBeforeAccepting)
     ExpectError(listener.AcceptWithTimeout(occupied, 5, &timedOut), 774,
                 "Output socket object is already a connected socket", "CZySocket::Accept");
     EXPECT_EQ(timedOut, 0);
-    err = listener.AcceptWithTimeout(accepted, 5, &timedOut);
-    ASSERT_FALSE(err.IsError()) << err.AsString();
+    ZYTEST_ASSERT_OK(listener.AcceptWithTimeout(accepted, 5, &timedOut));
     CZyIPAddr clientSide;
     ASSERT_FALSE(client.GetLocalAddress(clientSide).IsError());
     EXPECT_EQ(accepted.GetAddress().GetPortNumber(), clientSide.GetPortNumber());

@@ -17,7 +17,6 @@
 #if defined(_WIN32)
 #include <winsock2.h>
 #else
-#include <dirent.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -76,17 +75,6 @@ void SendAll(ZYNET_SOCKET s, const std::string& data)
 }
 
 #if !defined(_WIN32)
-int OpenDescriptors()
-{
-    int n = 0;
-    DIR* dir = opendir("/proc/self/fd");
-    while (dir != nullptr && readdir(dir) != nullptr)
-        ++n;
-    if (dir != nullptr)
-        closedir(dir);
-    return n;
-}
-
 bool RaiseDescriptorLimit(rlim_t wanted)
 {
     rlimit limit;
@@ -506,7 +494,7 @@ TEST(SocketCalls, SocketPairCyclesLeakNothing)
 {
     const int cycles = zytest::IsWindowsTarget() ? 500 : 10000;
 #if !defined(_WIN32)
-    const int before = OpenDescriptors();
+    const int before = zytest::OpenDescriptors();
 #endif
     for (int i = 0; i < cycles; ++i)
     {
@@ -516,7 +504,7 @@ TEST(SocketCalls, SocketPairCyclesLeakNothing)
         ASSERT_EQ(ZYNET_close(pair[0]), 0);
     }
 #if !defined(_WIN32)
-    EXPECT_EQ(OpenDescriptors(), before);
+    EXPECT_EQ(zytest::OpenDescriptors(), before);
     // Every descriptor is opened close-on-exec.
     ZYNET_SOCKET pair[2];
     ASSERT_EQ(ZYNET_socketpair(pair), 0);
@@ -534,7 +522,7 @@ TEST(SocketCalls, SocketPairClosesWhatItOpenedWhenAStepFails)
     rlimit saved;
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
     rlimit tight = saved;
-    tight.rlim_cur = static_cast<rlim_t>(OpenDescriptors() + 64);
+    tight.rlim_cur = static_cast<rlim_t>(zytest::OpenDescriptors() + 64);
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
     // Leave exactly `spare` free descriptors: with one, the second socket
     // cannot be made; with two, the accept fails after the connect.

@@ -13,6 +13,7 @@
 #include <windows.h>
 #include <psapi.h>
 #else
+#include <dirent.h>
 #include <sys/resource.h>
 #include <unistd.h>
 #endif
@@ -100,5 +101,25 @@ uint64_t PeakResidentBytes()
         return 0;
     return static_cast<uint64_t>(usage.ru_maxrss) * 1024;  // kilobytes on Linux
 #endif
+}
+int OpenDescriptors()
+{
+#if defined(_WIN32)
+    return -1;
+#else
+    int n = 0;
+    DIR* dir = opendir("/proc/self/fd");
+    while (dir != nullptr && readdir(dir) != nullptr)
+        ++n;
+    if (dir != nullptr)
+        closedir(dir);
+    return n;
+#endif
+}
+
+size_t AppendTo(char* data, size_t size, size_t count, void* user)
+{
+    static_cast<std::string*>(user)->append(data, size * count);
+    return size * count;
 }
 }  // namespace zytest

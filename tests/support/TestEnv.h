@@ -28,4 +28,23 @@ void SetEnv(const char* name, const char* value);
 std::string HostPath(const std::string& path);
 // The process's peak resident memory so far, in bytes.
 uint64_t PeakResidentBytes();
+// The number of descriptors the process holds open (Linux; -1 elsewhere).
+int OpenDescriptors();
+// A write callback for the transfer classes: appends to the std::string
+// behind `user`.
+size_t AppendTo(char* data, size_t size, size_t count, void* user);
 }  // namespace zytest
+
+// A call that must succeed; on failure the error's whole text is shown.
+#define ZYTEST_ASSERT_OK(call)                                    \
+    do                                                            \
+    {                                                             \
+        const CZyError zytestError_ = (call);                     \
+        ASSERT_FALSE(zytestError_.IsError()) << zytestError_.AsString(); \
+    } while (0)
+#define ZYTEST_EXPECT_OK(call)                                    \
+    do                                                            \
+    {                                                             \
+        const CZyError zytestError_ = (call);                     \
+        EXPECT_FALSE(zytestError_.IsError()) << zytestError_.AsString(); \
+    } while (0)

@@ -15,8 +15,9 @@
 #include <vector>
 
 #include "ZyNetwork/ZyHTTP2.h"
-#include "ZyUtils/LogWriter.h"
 #include "ZyUtils/ZyTime.h"
+#include "support/LogCapture.h"
+#include "support/TestEnv.h"
 
 // Reaches the client's private state and steps.
 class CZyHTTP2TestAccess
@@ -147,14 +148,7 @@ public:
             f.push_back(PercentDecode(line.substr(start)));
             if (f.size() != 6 || (server && f[0] != server))
                 continue;
-            Seen s;
-            s.server = f[0];
-            s.connection = std::stoi(f[1]);
-            s.method = f[2];
-            s.path = f[3];
-            s.headers = f[4];
-            s.body = f[5];
-            seen.push_back(s);
+            seen.push_back(Seen{f[0], std::stoi(f[1]), f[2], f[3], f[4], f[5]});
         }
         return seen;
     }
@@ -238,11 +232,9 @@ TEST_F(WinHttpTest, DownloadsLargeAndEmptyFilesByteForByte)
     std::string largeFile = File("large");
     std::string emptyFile = File("empty");
 
-    CZyError error = client.DownloadFile(largeFile.c_str(), m_servers.Url("http", "/large.bin").c_str());
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(client.DownloadFile(largeFile.c_str(), m_servers.Url("http", "/large.bin").c_str()));
     EXPECT_TRUE(ReadFile(largeFile) == large);
-    error = client.DownloadFile(emptyFile.c_str(), m_servers.Url("http", "/empty.bin").c_str());
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(client.DownloadFile(emptyFile.c_str(), m_servers.Url("http", "/empty.bin").c_str()));
     EXPECT_TRUE(FileExists(emptyFile));
     EXPECT_EQ(ReadFile(emptyFile), "");
 
@@ -262,15 +254,11 @@ TEST_F(WinHttpTest, UploadsWithPutAndPostIncludingEmptyFiles)
     m_servers.Script("/put", "201");
     CZyHTTP2 client;
 
-    CZyError error = client.UploadFile(source.c_str(), m_servers.Url("http", "/put").c_str());
-    ASSERT_FALSE(error.IsError()) << error.AsString();
-    error = client.UploadFile(empty.c_str(), m_servers.Url("http", "/put").c_str());
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(client.UploadFile(source.c_str(), m_servers.Url("http", "/put").c_str()));
+    ZYTEST_ASSERT_OK(client.UploadFile(empty.c_str(), m_servers.Url("http", "/put").c_str()));
     client.SetPostUpload(true);
-    error = client.UploadFile(source.c_str(), m_servers.Url("http", "/post").c_str());
-    ASSERT_FALSE(error.IsError()) << error.AsString();
-    error = client.UploadFile(empty.c_str(), m_servers.Url("http", "/post").c_str());
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(client.UploadFile(source.c_str(), m_servers.Url("http", "/post").c_str()));
+    ZYTEST_ASSERT_OK(client.UploadFile(empty.c_str(), m_servers.Url("http", "/post").c_str()));
 
     std::vector<Seen> seen = m_servers.Log("http");
     ASSERT_EQ(seen.size(), 4u);
@@ -281,7 +269,7 @@ TEST_F(WinHttpTest, UploadsWithPutAndPostIncludingEmptyFiles)
         EXPECT_TRUE(seen[i].body == (i % 2 == 0 ? bytes : std::string())) << "request " << i;
     }
 
-    error = client.UploadFile(File("missing").c_str(), m_servers.Url("http", "/post").c_str());
+    CZyError error = client.UploadFile(File("missing").c_str(), m_servers.Url("http", "/post").c_str());
     EXPECT_TRUE(error.HasMessage("Failed to open source file " + m_files.back()));
 }
 
@@ -293,14 +281,13 @@ TEST_F(WinHttpTest, ServiceUnavailableIsRetriedFiveTimesWithGrowingSleeps)
     CZyHTTP2 client;
     std::string file = File("busy");
 
-    CZyError error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/busy").c_str());
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(client.DownloadFile(file.c_str(), m_servers.Url("http", "/busy").c_str()));
     EXPECT_EQ(ReadFile(file), "finally");
     EXPECT_EQ(g_sleeps, (std::vector<unsigned>{2000, 4000, 6000, 8000, 10000}));
     EXPECT_EQ(m_servers.Log("http").size(), 6u);
 
     g_sleeps.clear();
-    error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/down").c_str());
+    CZyError error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/down").c_str());
     EXPECT_TRUE(FXErrorUtil::IsHttp(error, 503)) << error.AsString();
     EXPECT_EQ(g_sleeps.size(), 5u);
     EXPECT_EQ(m_servers.Log("http").size(), 12u);
@@ -317,8 +304,7 @@ TEST_F(WinHttpTest, ServerAuthentication)
     client.SetPassword("s3cret");
     std::string file = File("secret");
 
-    CZyError error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/secret").c_str());
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(client.DownloadFile(file.c_str(), m_servers.Url("http", "/secret").c_str()));
     EXPECT_EQ(ReadFile(file), "for alice");
     std::vector<Seen> seen = m_servers.Log("http");
     ASSERT_EQ(seen.size(), 2u);
@@ -329,13 +315,12 @@ TEST_F(WinHttpTest, ServerAuthentication)
     CZyHTTP2 wrong;
     wrong.SetUser("alice");
     wrong.SetPassword("guess");
-    error = wrong.DownloadFile(file.c_str(), m_servers.Url("http", "/secret").c_str());
+    CZyError error = wrong.DownloadFile(file.c_str(), m_servers.Url("http", "/secret").c_str());
     EXPECT_TRUE(error.HasMessage("Authentication failed")) << error.AsString();
     EXPECT_EQ(m_servers.Log("http").size(), 4u);
 
     // No scheme the client knows: the call ends quietly with nothing written.
-    error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/odd").c_str());
-    EXPECT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_EXPECT_OK(client.DownloadFile(file.c_str(), m_servers.Url("http", "/odd").c_str()));
     EXPECT_EQ(ReadFile(file), "");
 }
 
@@ -351,8 +336,7 @@ TEST_F(WinHttpTest, ProxyAuthentication)
     CZyHTTP2 client;
     client.SetProxyAccess(proxy.c_str());
     client.SetProxyCredentials("carol", "pr0xy");
-    CZyError error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/via").c_str());
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(client.DownloadFile(file.c_str(), m_servers.Url("http", "/via").c_str()));
     EXPECT_EQ(ReadFile(file), "through the proxy");
     std::vector<Seen> atProxy = m_servers.Log("proxy");
     ASSERT_GE(atProxy.size(), 2u);
@@ -361,7 +345,7 @@ TEST_F(WinHttpTest, ProxyAuthentication)
 
     CZyHTTP2 anonymous;
     anonymous.SetProxyAccess(proxy.c_str());
-    error = anonymous.DownloadFile(file.c_str(), m_servers.Url("http", "/via").c_str());
+    CZyError error = anonymous.DownloadFile(file.c_str(), m_servers.Url("http", "/via").c_str());
     EXPECT_TRUE(error.HasMessage("Proxy Authentication failed")) << error.AsString();
     EXPECT_EQ(m_servers.Log("http").size(), 1u);
     EXPECT_FALSE(FileExists(file));
@@ -371,8 +355,7 @@ TEST_F(WinHttpTest, ProxyAuthentication)
     CZyHTTP2 bypassing;
     bypassing.SetProxyAccess(proxy.c_str());
     bypassing.SetProxyBypass("127.0.0.1");
-    error = bypassing.DownloadFile(file.c_str(), m_servers.Url("http", "/via").c_str());
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(bypassing.DownloadFile(file.c_str(), m_servers.Url("http", "/via").c_str()));
     EXPECT_EQ(m_servers.Log("proxy").size(), proxied);
     EXPECT_EQ(m_servers.Log("http").size(), 2u);
 }
@@ -391,8 +374,7 @@ TEST_F(WinHttpTest, NotFoundRemovesTheDestinationAndCreatedWritesNothing)
     EXPECT_TRUE(error.HasMessage("URL not found")) << error.AsString();
     EXPECT_FALSE(FileExists(file));
 
-    error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/made").c_str());
-    EXPECT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_EXPECT_OK(client.DownloadFile(file.c_str(), m_servers.Url("http", "/made").c_str()));
     EXPECT_TRUE(FileExists(file));
     EXPECT_EQ(ReadFile(file), "");
 
@@ -433,14 +415,12 @@ TEST_F(WinHttpTest, SchemeDecidesTlsAndSelfSignedCertificatesAreAccepted)
     std::string file = File("tls");
 
     client.SetSecured(false);
-    CZyError error = client.DownloadFile(file.c_str(), m_servers.Url("https", "/tls").c_str());
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(client.DownloadFile(file.c_str(), m_servers.Url("https", "/tls").c_str()));
     EXPECT_EQ(ReadFile(file), "over tls");
     EXPECT_TRUE(Access::Secured(client));
 
     client.SetSecured(true);
-    error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/plain").c_str());
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(client.DownloadFile(file.c_str(), m_servers.Url("http", "/plain").c_str()));
     EXPECT_EQ(ReadFile(file), "in clear");
     EXPECT_FALSE(Access::Secured(client));
     EXPECT_EQ(m_servers.Log("https").size(), 1u);
@@ -517,41 +497,14 @@ TEST_F(WinHttpTest, HeadersGoOutInKeyOrderAndFirstValueWins)
     EXPECT_EQ(seen[1].Header("X-Alpha"), "");
 }
 
-// Collects the diagnostics.
-class CaptureWriter : public CLogWriterInterface
-{
-public:
-    int GetLogLevel() const override { return 2; }
-    void SetLogLevel(int) override {}
-    void Flush() override {}
-    void Write(int level, const char*, int, int, int, int, const char* format, ...) override
-    {
-        char text[1024];
-        va_list args;
-        va_start(args, format);
-        vsnprintf(text, sizeof(text), format, args);
-        va_end(args);
-        lines.push_back(std::to_string(level) + " " + text);
-    }
-    std::vector<std::string> lines;
-};
-
 TEST_F(WinHttpTest, DiagnosticsReachAnInstalledLogWriter)
 {
-    boost::shared_ptr<CaptureWriter> writer(new CaptureWriter);
-    g_ptrLogWriter = writer;
+    zytest::LogCapture log;
     CZyHTTP2 client;
     std::string file = File("log");
-    CZyError error = client.DownloadFile(file.c_str(), m_servers.Url("http", "/x").c_str());
-    g_ptrLogWriter.reset();
-    ASSERT_FALSE(error.IsError()) << error.AsString();
-    std::string all;
-    for (const std::string& line : writer->lines)
-        all += line + "\n";
-    EXPECT_NE(all.find("2 Connecting to 127.0.0.1:" + std::to_string(m_servers.Port("http")) + "\n"),
-              std::string::npos)
-        << all;
-    EXPECT_NE(all.find("2 Status Code: 200\n"), std::string::npos) << all;
+    ZYTEST_ASSERT_OK(client.DownloadFile(file.c_str(), m_servers.Url("http", "/x").c_str()));
+    EXPECT_TRUE(log.Has("2|Connecting to 127.0.0.1:" + std::to_string(m_servers.Port("http"))));
+    EXPECT_TRUE(log.Has("2|Status Code: 200"));
 }
 
 TEST_F(WinHttpTest, ProxyDiscovery)
@@ -560,15 +513,13 @@ TEST_F(WinHttpTest, ProxyDiscovery)
     // proxy in its registry (the tool's tests set http_proxy and see it).
     std::string proxy = "unchanged";
     std::string bypass = "unchanged";
-    CZyError error = CZyHTTP2::GetGlobalProxyConfiguration(proxy, bypass);
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(CZyHTTP2::GetGlobalProxyConfiguration(proxy, bypass));
     EXPECT_EQ(proxy, "");
     EXPECT_EQ(bypass, "");
 
     std::string autoConfigUrl = "unchanged";
     bool autoDetect = false;
-    error = CZyHTTP2::GetProxyConfigurationForCurrentUser(proxy, bypass, autoConfigUrl, autoDetect);
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(CZyHTTP2::GetProxyConfigurationForCurrentUser(proxy, bypass, autoConfigUrl, autoDetect));
     EXPECT_EQ(autoConfigUrl, "");
 
     m_servers.Content("/proxy.pac",
@@ -577,17 +528,15 @@ TEST_F(WinHttpTest, ProxyDiscovery)
                       "  return \"DIRECT\";\n"
                       "}\n");
     std::string pac = m_servers.Url("http", "/proxy.pac");
-    error = CZyHTTP2::GetProxyForUrl("http://127.0.0.1:1/via-proxy/x", pac, proxy, bypass);
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(CZyHTTP2::GetProxyForUrl("http://127.0.0.1:1/via-proxy/x", pac, proxy, bypass));
     EXPECT_EQ(proxy, "localhost:3128");
-    error = CZyHTTP2::GetProxyForUrl("http://127.0.0.1:1/direct", pac, proxy, bypass);
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(CZyHTTP2::GetProxyForUrl("http://127.0.0.1:1/direct", pac, proxy, bypass));
     EXPECT_EQ(proxy, "");
 
     // A script that cannot be fetched.
     m_servers.Script("/gone.pac", "404");
     std::string url = "http://127.0.0.1:1/x";
-    error = CZyHTTP2::GetProxyForUrl(url, m_servers.Url("http", "/gone.pac"), proxy, bypass);
+    CZyError error = CZyHTTP2::GetProxyForUrl(url, m_servers.Url("http", "/gone.pac"), proxy, bypass);
     EXPECT_TRUE(error.HasMessage("Failed to get proxy for URL [" + url + "]")) << error.AsString();
 }
 }  // namespace

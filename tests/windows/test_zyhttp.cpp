@@ -17,6 +17,7 @@
 #include "ZyNetwork/ZyHTTP.h"
 #include "ZyUtils/ZyFile.h"
 #include "ZyUtils/ZyString.h"
+#include "support/TestEnv.h"
 #include "support/UploadLayout.h"
 
 namespace
@@ -104,8 +105,7 @@ TEST_F(ZyHttpTest, UploadSendsTheFormByteForByteInBothModes)
         client.SetPassword("p@ss:word");
         if (jsp)
             client.SetUploadMode("Use_JSP_for_Upload");
-        CZyError error = client.UploadFile(file.c_str(), jsp ? nullptr : "CCID-42");
-        ASSERT_FALSE(error.IsError()) << error.AsString();
+        ZYTEST_ASSERT_OK(client.UploadFile(file.c_str(), jsp ? nullptr : "CCID-42"));
 
         const std::string object = jsp ? "/jsp/httplogupload.do" : "/asp/upload.asp";
         std::string head, body;
@@ -135,14 +135,12 @@ TEST_F(ZyHttpTest, DownloadsMatchByteForByteAndFailuresLeaveNoFile)
 
     ZyHTTP client(Url("/").c_str());
     std::string got;
-    CZyError error = client.DownloadFile("dir one", "big file.bin", m_local.c_str());
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(client.DownloadFile("dir one", "big file.bin", m_local.c_str()));
     ASSERT_TRUE(Get(m_local + "\\big file.bin", got));
     EXPECT_TRUE(got == big) << "got " << got.size() << " bytes";
 
     std::map<CZyString, CZyString> headers = {{"X-Request-Tag", "tag 1"}, {"Accept-Language", "de"}};
-    error = client.DownloadFileFromUrl(Url("/small.txt?v=2").c_str(), m_local.c_str(), "copy.txt", headers);
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(client.DownloadFileFromUrl(Url("/small.txt?v=2").c_str(), m_local.c_str(), "copy.txt", headers));
     ASSERT_TRUE(Get(m_local + "\\copy.txt", got));
     EXPECT_EQ(std::string("x\0y\r\n", 5), got);
     std::string head, body;
@@ -151,7 +149,7 @@ TEST_F(ZyHttpTest, DownloadsMatchByteForByteAndFailuresLeaveNoFile)
     EXPECT_EQ("de", Header(head, "Accept-Language"));
     EXPECT_EQ("ZyHTTP", Header(head, "User-Agent"));
 
-    error = client.DownloadFile(nullptr, "missing.bin", m_local.c_str());
+    CZyError error = client.DownloadFile(nullptr, "missing.bin", m_local.c_str());
     EXPECT_TRUE(FXErrorUtil::IsHttp(error, 404)) << error.AsString();
     EXPECT_FALSE(Get(m_local + "\\missing.bin", got));
     EXPECT_FALSE(Get(m_local + "\\missing.bin.part", got));
@@ -172,8 +170,7 @@ TEST_F(ZyHttpTest, FileListWalksNestedListingsAndStopsOnLoops)
     // Every listing page links to itself, its parent and the site root.
     ZyHTTP client(Url("/").c_str());
     std::vector<CZyString> files = {"stale"};
-    CZyError error = client.GetFileList(files, "tree");
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(client.GetFileList(files, "tree"));
     std::vector<std::string> names;
     for (const CZyString& file : files)
         names.push_back(file.str());
@@ -206,8 +203,7 @@ TEST_F(ZyHttpTest, HttpsWithASelfSignedCertificateNeedsTheIgnoreOption)
     EXPECT_FALSE(Get(m_local + "\\tls.txt", got));
 
     client.SetIgnoreCertificateErrors();
-    error = client.DownloadFile(nullptr, "tls.txt", m_local.c_str());
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(client.DownloadFile(nullptr, "tls.txt", m_local.c_str()));
     ASSERT_TRUE(Get(m_local + "\\tls.txt", got));
     EXPECT_EQ("secret bytes", got);
 }
@@ -236,8 +232,7 @@ TEST_F(ZyHttpTest, ProxySettingsRouteRequestsThroughTheProxy)
     EXPECT_TRUE(FXErrorUtil::IsHttp(error, 407)) << error.AsString();
 
     client.SetProxyCreds("proxy user", "proxy:pw");
-    error = client.DownloadFile(nullptr, "via.txt", m_local.c_str());
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(client.DownloadFile(nullptr, "via.txt", m_local.c_str()));
     std::string got, head, body, credentials;
     ASSERT_TRUE(Get(m_local + "\\via.txt", got));
     EXPECT_EQ("through the proxy", got);
@@ -256,8 +251,7 @@ TEST_F(ZyHttpTest, CredentialsAnswerTheServersChallenge)
     EXPECT_TRUE(FXErrorUtil::IsHttp(client.DownloadFile(nullptr, "private.txt", m_local.c_str()), 401));
     client.SetUser("reader");
     client.SetPassword("pw");
-    CZyError error = client.DownloadFile(nullptr, "private.txt", m_local.c_str());
-    ASSERT_FALSE(error.IsError()) << error.AsString();
+    ZYTEST_ASSERT_OK(client.DownloadFile(nullptr, "private.txt", m_local.c_str()));
     std::string head, body, credentials;
     ASSERT_NO_FATAL_FAILURE(Recorded("GET", "/server-auth/private.txt", head, body));
     ASSERT_TRUE(FXString::Base64Decode(Header(head, "Authorization").substr(6), credentials));
