@@ -595,11 +595,11 @@ TEST(HttpFailures, HostilePeers)
         int code = -1;
         std::string message;
         request.getLastCurlErrorCodeAndErrorMsg(code, message);
-        EXPECT_NE(c.codes.end(), std::find(c.codes.begin(), c.codes.end(), code)) << code << " " << ErrorText(error);
-        EXPECT_EQ(code != CURLE_OK, error.IsError()) << ErrorText(error);
+        EXPECT_NE(c.codes.end(), std::find(c.codes.begin(), c.codes.end(), code)) << code << " " << error.AsString();
+        EXPECT_EQ(code != CURLE_OK, error.IsError()) << error.AsString();
         if (code != CURLE_OK)
         {
-            EXPECT_TRUE(IsRkCURL(error, code)) << ErrorText(error);
+            EXPECT_TRUE(IsRkCURL(error, code)) << error.AsString();
         }
         const std::string content = ReadFile(local);
         if (c.fileContent)
