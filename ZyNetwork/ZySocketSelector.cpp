@@ -356,7 +356,7 @@ int CZySocketSelector::WaitOnMirror(int timeoutMs, int* ready)
 }
 
 // The list wait over every registered socket (the platform's select(), or
-// poll() on Linux), as Part 2.5 describes it.
+// poll() on Linux): the reference behaviour that the epoll path keeps.
 CZyError CZySocketSelector::ListWait(const struct timeval* limit, bool* timedOut, int* ready)
 {
     m_readWorking = m_readMaster;
