@@ -1,5 +1,7 @@
 // HTTP and HTTPS requests: the working URL, the method options of each
 // operation, the success rule and the reader of HTML directory listings.
+// Longer than our usual 600 lines: about half is the HTML listing reader,
+// which serves only this class.
 #include "ZyNetwork/RkHTTPReq.h"
 
 #include <string.h>

@@ -5,6 +5,9 @@
 //
 // CURLINFO_CONTENT_LENGTH_DOWNLOAD (a double) is what file sizes are read
 // with; curl marks it deprecated but keeps it.
+// Longer than our usual 600 lines: the class has some forty operations, each
+// a short check-set-run sequence; splitting them by kind would scatter the
+// one request flow they share.
 #define CURL_DISABLE_DEPRECATION 1
 
 #include "ZyNetwork/RkProtocolReq.h"

@@ -1,4 +1,6 @@
 // CZyHTTP2 over WinHTTP. See ZyNetwork/ZyHTTP2.h.
+// Longer than our usual 600 lines: one class whose request loop, its retry
+// and authentication rules and the three proxy look-ups belong together.
 #include "ZyNetwork/ZyHTTP2.h"
 
 #include <windows.h>
