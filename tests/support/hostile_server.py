@@ -102,9 +102,7 @@ def _answer(conn, path):
             _wait_for_close(conn)
         return
     if path == "/redirect-loop":
-        # "Connection: close": the client opens a new connection for each
-        # hop instead of finding the old one reset under its next request.
-        conn.sendall(b"HTTP/1.1 302 Found\r\nLocation: /redirect-loop\r\nContent-Length: 0\r\nConnection: close\r\n\r\n")
+        conn.sendall(b"HTTP/1.1 302 Found\r\nLocation: /redirect-loop\r\nContent-Length: 0\r\n\r\n")
         return
     conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello")
 
