@@ -569,7 +569,10 @@ TEST(HttpFailures, HostilePeers)
         {kPlain, "trickle-headers", {CURLE_OPERATION_TIMEDOUT}, ""},
         {kPlain, "huge-stall", {CURLE_OPERATION_TIMEDOUT}, nullptr},
         {kPlain, "huge-close", {CURLE_PARTIAL_FILE}, nullptr},
-        {kPlain, "redirect-loop", {CURLE_TOO_MANY_REDIRECTS}, ""},
+        // The server answers one request a connection and closes without
+        // saying so: curl stops at its redirect limit, or finds the reused
+        // connection gone first.
+        {kPlain, "redirect-loop", {CURLE_TOO_MANY_REDIRECTS, CURLE_RECV_ERROR}, ""},
         {kTls, "hello", {CURLE_PEER_FAILED_VERIFICATION}, ""},
         {kHalfway, "hello", {CURLE_OPERATION_TIMEDOUT}, ""},
     };
