@@ -26,36 +26,6 @@ bool HasLineBreak(const std::string& text)
     return text.find_first_of("\r\n") != std::string::npos;
 }
 
-int HexValue(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
-std::string PercentDecode(const std::string& text)
-{
-    std::string out;
-    out.reserve(text.size());
-    for (size_t i = 0; i < text.size(); ++i)
-    {
-        if (text[i] == '%' && i + 2 < text.size() && HexValue(text[i + 1]) >= 0 && HexValue(text[i + 2]) >= 0)
-        {
-            out.push_back(static_cast<char>(HexValue(text[i + 1]) * 16 + HexValue(text[i + 2])));
-            i += 2;
-        }
-        else
-        {
-            out.push_back(text[i]);
-        }
-    }
-    return out;
-}
-
 // "YYYY-MM-DD HH:MM" (UTC) of seconds since 1970.
 std::string TimeText(int64_t seconds)
 {
@@ -242,7 +212,7 @@ std::string RkFTPReq::joinedPath(const std::string& path) const
     const size_t authority = m_url.find("://");
     const size_t pathStart = m_url.find('/', authority == std::string::npos ? 0 : authority + 3);
     if (pathStart != std::string::npos)
-        base = PercentDecode(m_url.substr(pathStart));
+        base = zylisting::PercentDecode(m_url.substr(pathStart));
     const std::string whole = base + "/" + path;
     std::string joined;
     size_t start = 0;

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <set>
 
+#include "ZyNetwork/Internal/ListingParsers.h"
 #include "ZyUtils/ZyString.h"
 
 static const char kZyFile[] = "ZyNetwork/RkHTTPReq";
@@ -28,37 +29,6 @@ bool StartsWith(const std::string& text, const char* prefix)
 bool EndsWith(const std::string& text, char c)
 {
     return !text.empty() && text.back() == c;
-}
-
-int HexValue(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
-// "%XX" becomes its byte; a '%' without two hex digits stays.
-std::string PercentDecode(const std::string& text)
-{
-    std::string out;
-    out.reserve(text.size());
-    for (size_t i = 0; i < text.size(); ++i)
-    {
-        if (text[i] == '%' && i + 2 < text.size() + 0 && HexValue(text[i + 1]) >= 0 && HexValue(text[i + 2]) >= 0)
-        {
-            out.push_back(static_cast<char>(HexValue(text[i + 1]) * 16 + HexValue(text[i + 2])));
-            i += 2;
-        }
-        else
-        {
-            out.push_back(text[i]);
-        }
-    }
-    return out;
 }
 
 void AppendUtf8(std::string& out, unsigned long cp)
@@ -116,7 +86,7 @@ std::string HtmlUnescape(const std::string& text)
             bool valid = !digits.empty();
             for (char c : digits)
             {
-                const int v = hex ? HexValue(c) : (c >= '0' && c <= '9' ? c - '0' : -1);
+                const int v = hex ? zylisting::HexValue(c) : (c >= '0' && c <= '9' ? c - '0' : -1);
                 if (v < 0 || cp > 0x10FFFF)
                 {
                     valid = false;
@@ -461,7 +431,7 @@ std::string EntryFromHref(const std::string& rawHref, const std::string& prefix)
     const size_t colon = href.find(':');
     if (colon != std::string::npos && href.find('/') > colon)
         return std::string();
-    href = PercentDecode(href);
+    href = zylisting::PercentDecode(href);
     if (href[0] == '/')
     {
         if (href.compare(0, prefix.size(), prefix) != 0)
@@ -817,7 +787,7 @@ CZyError RkHTTPReq::collectFilesAndDir(const std::string& listing, std::vector<F
     if (!m_url.empty() && !splitServerAndURLPath(server, basePath).IsError() && basePath != "/" &&
         listed.compare(0, basePath.size(), basePath) != 0)
     {
-        std::string decodedBase = PercentDecode(basePath);
+        std::string decodedBase = zylisting::PercentDecode(basePath);
         if (!EndsWith(decodedBase, '/'))
             decodedBase.push_back('/');
         while (!listed.empty() && listed[0] == '/')

@@ -595,20 +595,45 @@ CZyError RkProtocolReq::setProgressCallBack(void* userData, RkProgressCallback c
 
 // ---- requests ------------------------------------------------------------------
 
+// What every request operation does once its arguments are checked: record
+// the request and send it, the operation's own location on top of any error.
+CZyError RkProtocolReq::runOperation(const char* function, operationType type, const char* name,
+                                     const char* urlPath, const std::vector<commandInfo>& commands)
+{
+    m_urlPath = urlPath;
+    m_commands = commands;
+    m_operationType = type;
+    m_operationName = name;
+    CZyError error = SendReqest();
+    if (error.IsError())
+        error.Push(ZY_LOC(function));
+    return error;
+}
+
+// The checks shared by the operations that send a caller's buffer: the
+// buffer (its own message), the path, then the size.
+CZyError RkProtocolReq::runBufferOperation(const char* function, operationType type, const char* name,
+                                           const char* urlPath, const char* buffer, const char* noBuffer,
+                                           long size, const std::vector<commandInfo>& commands)
+{
+    if (!buffer)
+        return FXErrorUtil::ErrorInt(ZY_LOC(function), 1, "%s", noBuffer);
+    if (!urlPath || !urlPath[0])
+        return FXErrorUtil::ErrorInt(ZY_LOC(function), 1, "%s", kInvalidUrlPath);
+    if (size < 0)
+        return FXErrorUtil::ErrorInt(ZY_LOC(function), 1, "%s", kInvalidBufferSize);
+    m_postBuffer = buffer;
+    m_dataSize = size;
+    return runOperation(function, type, name, urlPath, commands);
+}
+
 CZyError RkProtocolReq::doGetOperation(const char* urlPath, const std::vector<commandInfo>& commands)
 {
     static const char kFunction[] = "RkCURL::RkProtocolReq::doGetOperation";
     RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
     if (!urlPath || !urlPath[0])
         return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kInvalidUrlPath);
-    m_urlPath = urlPath;
-    m_commands = commands;
-    m_operationType = OP_GET;
-    m_operationName = "GET";
-    CZyError error = SendReqest();
-    if (error.IsError())
-        error.Push(ZY_LOC(kFunction));
-    return error;
+    return runOperation(kFunction, OP_GET, "GET", urlPath, commands);
 }
 
 CZyError RkProtocolReq::doPostOperation(const char* urlPath, const char* postString,
@@ -620,15 +645,8 @@ CZyError RkProtocolReq::doPostOperation(const char* urlPath, const char* postStr
         return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid post string .");
     if (!urlPath || !urlPath[0])
         return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kInvalidUrlPath);
-    m_urlPath = urlPath;
     m_postString = postString;
-    m_commands = commands;
-    m_operationType = OP_POST_STRING;
-    m_operationName = "POST";
-    CZyError error = SendReqest();
-    if (error.IsError())
-        error.Push(ZY_LOC(kFunction));
-    return error;
+    return runOperation(kFunction, OP_POST_STRING, "POST", urlPath, commands);
 }
 
 CZyError RkProtocolReq::doPostOperation(const char* urlPath, const char* buffer, long size,
@@ -636,22 +654,8 @@ CZyError RkProtocolReq::doPostOperation(const char* urlPath, const char* buffer,
 {
     static const char kFunction[] = "RkCURL::RkProtocolReq::doPostOperation";
     RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
-    if (!buffer)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid post array .");
-    if (!urlPath || !urlPath[0])
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kInvalidUrlPath);
-    if (size < 0)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kInvalidBufferSize);
-    m_urlPath = urlPath;
-    m_postBuffer = buffer;
-    m_dataSize = size;
-    m_commands = commands;
-    m_operationType = OP_POST_BUFFER;
-    m_operationName = "POST";
-    CZyError error = SendReqest();
-    if (error.IsError())
-        error.Push(ZY_LOC(kFunction));
-    return error;
+    return runBufferOperation(kFunction, OP_POST_BUFFER, "POST", urlPath, buffer, "Invalid post array .", size,
+                              commands);
 }
 
 CZyError RkProtocolReq::doPutOperation(const char* urlPath, const char* data, long size,
@@ -659,22 +663,7 @@ CZyError RkProtocolReq::doPutOperation(const char* urlPath, const char* data, lo
 {
     static const char kFunction[] = "RkCURL::RkProtocolReq::doPutOperation";
     RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
-    if (!data)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid PUT data.");
-    if (!urlPath || !urlPath[0])
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kInvalidUrlPath);
-    if (size < 0)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kInvalidBufferSize);
-    m_urlPath = urlPath;
-    m_postBuffer = data;
-    m_dataSize = size;
-    m_commands = commands;
-    m_operationType = OP_PUT;
-    m_operationName = "PUT";
-    CZyError error = SendReqest();
-    if (error.IsError())
-        error.Push(ZY_LOC(kFunction));
-    return error;
+    return runBufferOperation(kFunction, OP_PUT, "PUT", urlPath, data, "Invalid PUT data.", size, commands);
 }
 
 CZyError RkProtocolReq::doDeleteOperation(const char* urlPath, const char* data, long size,
@@ -682,22 +671,8 @@ CZyError RkProtocolReq::doDeleteOperation(const char* urlPath, const char* data,
 {
     static const char kFunction[] = "RkCURL::RkProtocolReq::doDeleteOperation";
     RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
-    if (!data)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid DELETE data.");
-    if (!urlPath || !urlPath[0])
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kInvalidUrlPath);
-    if (size < 0)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kInvalidBufferSize);
-    m_urlPath = urlPath;
-    m_postBuffer = data;
-    m_dataSize = size;
-    m_commands = commands;
-    m_operationType = OP_DELETE;
-    m_operationName = "DELETE";
-    CZyError error = SendReqest();
-    if (error.IsError())
-        error.Push(ZY_LOC(kFunction));
-    return error;
+    return runBufferOperation(kFunction, OP_DELETE, "DELETE", urlPath, data, "Invalid DELETE data.", size,
+                              commands);
 }
 
 CZyError RkProtocolReq::download(const char* sourceURL, const std::vector<commandInfo>& commands)
@@ -706,14 +681,7 @@ CZyError RkProtocolReq::download(const char* sourceURL, const std::vector<comman
     RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
     if (!sourceURL)
         return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid source url.");
-    m_urlPath = sourceURL;
-    m_commands = commands;
-    m_operationType = OP_DOWNLOAD;
-    m_operationName = "GET";
-    CZyError error = SendReqest();
-    if (error.IsError())
-        error.Push(ZY_LOC(kFunction));
-    return error;
+    return runOperation(kFunction, OP_DOWNLOAD, "GET", sourceURL, commands);
 }
 
 CZyError RkProtocolReq::uploadFile(const char* sourceFile, const char* urlPath, unsigned size,

@@ -330,6 +330,11 @@ private:
     void releaseHandle();
     CZyError sendFileInfoRequest(const std::string& path, operationType type, double& size);
     CZyError takeLocalFileError(CZyError error, const char* function);
+    CZyError runOperation(const char* function, operationType type, const char* name, const char* urlPath,
+                          const std::vector<commandInfo>& commands);
+    CZyError runBufferOperation(const char* function, operationType type, const char* name, const char* urlPath,
+                                const char* buffer, const char* noBuffer, long size,
+                                const std::vector<commandInfo>& commands);
     static size_t writeToLocalFile(char* data, size_t size, size_t count, void* self);
     static size_t readFromLocalFile(char* data, size_t size, size_t count, void* self);
     static size_t writeToListing(char* data, size_t size, size_t count, void* self);

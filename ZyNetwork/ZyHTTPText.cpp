@@ -5,6 +5,7 @@
 #include <ctype.h>
 #include <string.h>
 
+#include "ZyNetwork/Internal/ListingParsers.h"
 #include "ZyUtils/ZyString.h"
 
 namespace zyhttp
@@ -20,17 +21,6 @@ const char kCrlf[] = "\r\n";
 bool IsDigit(char c)
 {
     return c >= '0' && c <= '9';
-}
-
-int HexValue(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
 }
 
 bool StartsWithNoCase(const std::string& text, const std::string& prefix)
@@ -105,9 +95,9 @@ std::string DecodeEntities(const std::string& text)
                 ++j;
             unsigned value = 0;
             size_t digits = 0;
-            while (j < text.size() && digits < 6 && (hex ? HexValue(text[j]) >= 0 : IsDigit(text[j])))
+            while (j < text.size() && digits < 6 && (hex ? zylisting::HexValue(text[j]) >= 0 : IsDigit(text[j])))
             {
-                value = value * (hex ? 16 : 10) + static_cast<unsigned>(HexValue(text[j]));
+                value = value * (hex ? 16 : 10) + static_cast<unsigned>(zylisting::HexValue(text[j]));
                 ++j;
                 ++digits;
             }
@@ -261,20 +251,7 @@ std::string EncodePath(const std::string& plain)
 
 std::string DecodePath(const std::string& encoded)
 {
-    std::string out;
-    out.reserve(encoded.size());
-    for (size_t i = 0; i < encoded.size(); ++i)
-    {
-        if (encoded[i] == '%' && i + 2 < encoded.size() && HexValue(encoded[i + 1]) >= 0 &&
-            HexValue(encoded[i + 2]) >= 0)
-        {
-            out += static_cast<char>(HexValue(encoded[i + 1]) * 16 + HexValue(encoded[i + 2]));
-            i += 2;
-        }
-        else
-            out += encoded[i];
-    }
-    return out;
+    return zylisting::PercentDecode(encoded);
 }
 
 UploadForm BuildUploadForm(const UploadFields& fields)

@@ -13,6 +13,11 @@
 
 namespace zylisting
 {
+// The value of a hexadecimal digit, -1 for any other character.
+int HexValue(char c);
+// "%XX" becomes its byte; a '%' without two hex digits after it stays.
+std::string PercentDecode(const std::string& text);
+
 struct Entry
 {
     std::string name;

@@ -11,6 +11,20 @@
 
 namespace zynet
 {
+// The options and URL forms that get, put, ls and head all take.
+#define TRANSFER_OPTIONS                                                                           \
+    "  --user USER:PASSWORD        credentials for the server\n"                                   \
+    "  --proxy HOST:PORT           an HTTP proxy (--proxy-user USER:PASSWORD for its login)\n"     \
+    "  --cacert FILE               verify the server with the CA certificates in FILE\n"           \
+    "  --insecure, -k              accept any server certificate\n"                                \
+    "  --timeout SEC               give up after SEC seconds\n"                                    \
+    "  --client NAME               curl (default) or another client of this platform\n"            \
+    "  --key FILE [--pass PHRASE]  sftp: log in with this private key (and its passphrase)\n"      \
+    "  --known-hosts FILE          sftp: check the host key against FILE (default\n"               \
+    "                              ~/.ssh/known_hosts; --insecure turns the check off)\n"          \
+    "URLs: http://, https://, ftp://, ftps:// (explicit TLS) and sftp://. A progress line is\n"   \
+    "drawn on stderr when it is a terminal."
+
 const std::vector<Command>& Commands()
 {
     static const std::vector<Command> commands = {
@@ -55,61 +69,21 @@ const std::vector<Command>& Commands()
          RunPing},
         {"get", "URL [-o FILE] [OPTIONS]", "download a URL to a file or stdout",
          "Downloads URL into FILE (or to stdout without -o; --json needs -o), following redirects.\n"
-         "  --user USER:PASSWORD        credentials for the server\n"
-         "  --proxy HOST:PORT           an HTTP proxy (--proxy-user USER:PASSWORD for its login)\n"
-         "  --cacert FILE               verify the server with the CA certificates in FILE\n"
-         "  --insecure, -k              accept any server certificate\n"
-         "  --timeout SEC               give up after SEC seconds\n"
-         "  --client NAME               curl (default) or another client of this platform\n"
-         "  --key FILE [--pass PHRASE]  sftp: log in with this private key (and its passphrase)\n"
-         "  --known-hosts FILE          sftp: check the host key against FILE (default\n"
-         "                              ~/.ssh/known_hosts; --insecure turns the check off)\n"
-         "URLs: http://, https://, ftp://, ftps:// (explicit TLS) and sftp://. A progress line is\n"
-         "drawn on stderr when it is a terminal.",
+         TRANSFER_OPTIONS,
          RunGet},
         {"put", "FILE URL [OPTIONS]", "upload a file to a URL",
          "Sends the local FILE to URL (HTTP PUT, FTP STOR, SFTP write; missing directories are\n"
          "made), reading it while it is sent.\n"
-         "  --user USER:PASSWORD        credentials for the server\n"
-         "  --proxy HOST:PORT           an HTTP proxy (--proxy-user USER:PASSWORD for its login)\n"
-         "  --cacert FILE               verify the server with the CA certificates in FILE\n"
-         "  --insecure, -k              accept any server certificate\n"
-         "  --timeout SEC               give up after SEC seconds\n"
-         "  --client NAME               curl (default) or another client of this platform\n"
-         "  --key FILE [--pass PHRASE]  sftp: log in with this private key (and its passphrase)\n"
-         "  --known-hosts FILE          sftp: check the host key against FILE (default\n"
-         "                              ~/.ssh/known_hosts; --insecure turns the check off)\n"
-         "URLs: http://, https://, ftp://, ftps:// (explicit TLS) and sftp://. A progress line is\n"
-         "drawn on stderr when it is a terminal.",
+         TRANSFER_OPTIONS,
          RunPut},
         {"ls", "URL [OPTIONS]", "list a directory",
          "Lists the directory at URL (a generated listing page, FTP MLSD/LIST, SFTP): type, size,\n"
          "date, name.\n"
-         "  --user USER:PASSWORD        credentials for the server\n"
-         "  --proxy HOST:PORT           an HTTP proxy (--proxy-user USER:PASSWORD for its login)\n"
-         "  --cacert FILE               verify the server with the CA certificates in FILE\n"
-         "  --insecure, -k              accept any server certificate\n"
-         "  --timeout SEC               give up after SEC seconds\n"
-         "  --client NAME               curl (default) or another client of this platform\n"
-         "  --key FILE [--pass PHRASE]  sftp: log in with this private key (and its passphrase)\n"
-         "  --known-hosts FILE          sftp: check the host key against FILE (default\n"
-         "                              ~/.ssh/known_hosts; --insecure turns the check off)\n"
-         "URLs: http://, https://, ftp://, ftps:// (explicit TLS) and sftp://. A progress line is\n"
-         "drawn on stderr when it is a terminal.",
+         TRANSFER_OPTIONS,
          RunLs},
         {"head", "URL [OPTIONS]", "status and size of a URL without its body",
          "Asks for URL's headers only and prints the status and the size.\n"
-         "  --user USER:PASSWORD        credentials for the server\n"
-         "  --proxy HOST:PORT           an HTTP proxy (--proxy-user USER:PASSWORD for its login)\n"
-         "  --cacert FILE               verify the server with the CA certificates in FILE\n"
-         "  --insecure, -k              accept any server certificate\n"
-         "  --timeout SEC               give up after SEC seconds\n"
-         "  --client NAME               curl (default) or another client of this platform\n"
-         "  --key FILE [--pass PHRASE]  sftp: log in with this private key (and its passphrase)\n"
-         "  --known-hosts FILE          sftp: check the host key against FILE (default\n"
-         "                              ~/.ssh/known_hosts; --insecure turns the check off)\n"
-         "URLs: http://, https://, ftp://, ftps:// (explicit TLS) and sftp://. A progress line is\n"
-         "drawn on stderr when it is a terminal.",
+         TRANSFER_OPTIONS,
          RunHead},
         {"rm", "URL [OPTIONS]", "delete a file on an FTP or SFTP server",
          "Deletes the file at URL (ftp://, ftps:// or sftp://).\n"
@@ -151,6 +125,7 @@ const std::vector<Command>& Commands()
     };
     return commands;
 }
+#undef TRANSFER_OPTIONS
 }  // namespace zynet
 
 namespace
