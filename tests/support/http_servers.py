@@ -22,7 +22,6 @@ and files under STATE_DIR:
 """
 import json
 import os
-import shutil
 import signal
 import socket
 import subprocess
@@ -30,7 +29,10 @@ import sys
 import threading
 import time
 
-PYTHON = "/usr/bin/python3"
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from fixture_servers import (PYTHON, free_port, make_certificates, retrying, spawn, wait_port,  # noqa: E402
+                             fresh_state, main as fixture_main, remove_state, stop_servers, write_info)
+
 USER = "zyuser"
 PASSWORD = "zy pass:1"
 PROXY_USER = "proxyuser"
@@ -50,49 +52,6 @@ LIST_FILES = {
     "a long file name that listing pages cut short when they show it.txt": b"long\n",
 }
 LIST_DIRS = ["sub dir", "\u00e9t\u00e9"]
-
-
-def free_port():
-    with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
-
-
-def wait_port(port, proc, what, timeout=20):
-    deadline = time.monotonic() + timeout
-    while time.monotonic() < deadline:
-        if proc is not None and proc.poll() is not None:
-            raise RuntimeError("%s exited with %d" % (what, proc.returncode))
-        try:
-            with socket.create_connection(("127.0.0.1", port), timeout=1):
-                return
-        except OSError:
-            time.sleep(0.05)
-    raise RuntimeError("%s did not listen on %d" % (what, port))
-
-
-def run(args, **kwargs):
-    subprocess.run(args, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, **kwargs)
-
-
-def make_certificates(state):
-    ca_key, ca_crt = os.path.join(state, "ca.key"), os.path.join(state, "ca.crt")
-    key, csr, crt = (os.path.join(state, n) for n in ("server.key", "server.csr", "server.crt"))
-    ext = os.path.join(state, "server.ext")
-    run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", ca_key, "-out", ca_crt, "-days", "2",
-         "-subj", "/CN=ZyNetwork test CA", "-addext", "basicConstraints=critical,CA:TRUE",
-         "-addext", "keyUsage=critical,keyCertSign,cRLSign"])
-    run(["openssl", "req", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", csr, "-subj", "/CN=localhost"])
-    with open(ext, "w") as f:
-        f.write("subjectAltName=DNS:localhost,IP:127.0.0.1\nbasicConstraints=CA:FALSE\n"
-                "keyUsage=digitalSignature,keyEncipherment\nextendedKeyUsage=serverAuth\n")
-    run(["openssl", "x509", "-req", "-in", csr, "-CA", ca_crt, "-CAkey", ca_key, "-CAcreateserial", "-out", crt,
-         "-days", "2", "-extfile", ext])
-    # A second CA that signed nothing of the server's.
-    other_key, other_crt = os.path.join(state, "other-ca.key"), os.path.join(state, "other-ca.crt")
-    run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", other_key, "-out", other_crt,
-         "-days", "2", "-subj", "/CN=ZyNetwork unrelated CA", "-addext", "basicConstraints=critical,CA:TRUE"])
-    return ca_crt, crt, key, other_crt
 
 
 def make_tree(root):
@@ -221,17 +180,8 @@ DisableViaHeader Yes
     return path
 
 
-def spawn(args, state, name):
-    log = open(os.path.join(state, name + ".out"), "wb")
-    return subprocess.Popen(args, stdin=subprocess.DEVNULL, stdout=log, stderr=subprocess.STDOUT,
-                            start_new_session=True, cwd=state)
-
-
 def start(state):
-    state = os.path.realpath(state)
-    if os.path.exists(state):
-        stop(state)
-    os.makedirs(state)
+    state = fresh_state(state, stop)
     info = {"pids": [], "user": USER, "password": PASSWORD, "proxyUser": PROXY_USER,
             "proxyPassword": PROXY_PASSWORD, "bigSize": BIG_SIZE, "state": state}
     try:
@@ -250,18 +200,13 @@ def start(state):
         info["http"] = http_port
         info["https"] = https_port
 
-        # A free port can be taken by another program before the server
-        # binds it: try again with another.
-        for attempt in range(3):
+        def start_python_http():
             port = free_port()
             proc = spawn([PYTHON, "-m", "http.server", str(port), "--bind", "127.0.0.1", "--directory",
                           os.path.join(www, "list")], state, "pyhttp")
-            try:
-                wait_port(port, proc, "http.server")
-                break
-            except RuntimeError:
-                if attempt == 2:
-                    raise
+            wait_port(port, proc, "http.server")
+            return proc, port
+        proc, port = retrying(start_python_http)
         info["pids"].append(proc.pid)
         info["pythonHttp"] = port
 
@@ -302,34 +247,13 @@ def start(state):
         with open(hostile) as f:
             info.update(json.load(f))
     finally:
-        with open(os.path.join(state, "servers.json"), "w") as f:
-            json.dump(info, f, indent=1)
+        write_info(state, info)
     return info
 
 
 def stop(state):
-    path = os.path.join(state, "servers.json")
-    if os.path.exists(path):
-        with open(path) as f:
-            info = json.load(f)
-        for pid in info.get("pids", []):
-            try:
-                os.killpg(pid, signal.SIGTERM)
-            except OSError:
-                pass
-        deadline = time.monotonic() + 10
-        for pid in info.get("pids", []):
-            while time.monotonic() < deadline:
-                try:
-                    os.killpg(pid, 0)
-                except OSError:
-                    break
-                time.sleep(0.05)
-            try:
-                os.killpg(pid, signal.SIGKILL)
-            except OSError:
-                pass
-    shutil.rmtree(state, ignore_errors=True)
+    stop_servers(state)
+    remove_state(state)
 
 
 # ---- the scripted server -----------------------------------------------------
@@ -422,25 +346,10 @@ def misbehave(ports_file):
     signal.sigwait([signal.SIGTERM, signal.SIGINT])
 
 
-def main():
-    if len(sys.argv) != 3 or sys.argv[1] not in ("start", "stop", "misbehave"):
-        sys.stderr.write(__doc__)
-        return 2
-    if sys.argv[1] == "start":
-        try:
-            start(sys.argv[2])
-        except (RuntimeError, OSError, subprocess.CalledProcessError) as error:
-            detail = getattr(error, "stderr", b"") or b""
-            sys.stderr.write("http_servers: %s %s\n" % (error, detail.decode("utf-8", "replace")))
-            stop(sys.argv[2])
-            return 1
-    elif sys.argv[1] == "stop":
-        stop(sys.argv[2])
-    else:
-        signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTERM, signal.SIGINT])
-        misbehave(sys.argv[2])
-    return 0
+def run_misbehaving(ports_file):
+    signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTERM, signal.SIGINT])
+    misbehave(ports_file)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(fixture_main(__doc__, "http_servers", start, stop, ("misbehave", run_misbehaving)))
