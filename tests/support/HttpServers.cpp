@@ -23,8 +23,6 @@ HttpServers Load()
     servers.proxy = port("proxy");
     servers.echo = port("echo");
     servers.silent = port("silent");
-    servers.cut = port("cut");
-    servers.lying = port("lying");
     servers.hostile = port("hostile");
     servers.hostileTls = port("hostileTls");
     servers.hostileHalfway = port("hostileHalfway");

@@ -15,8 +15,7 @@ and files under STATE_DIR:
   is installed;
 - tinyproxy with basic authentication;
 - a scripted server for what nginx will not do: an echo of the request
-  (method and body), a connection that stays silent, a body cut off in the
-  middle and a Content-Length that is not honoured;
+  (method and body) and a connection that stays silent;
 - the hostile server of hostile_server.py (plain, TLS with a certificate for
   another name, a TLS handshake that stops halfway).
 """
@@ -225,7 +224,7 @@ def start(state):
         wait_port(port, proc, "tinyproxy")
         info["proxy"] = port
 
-        ports = {name: free_port() for name in ("echo", "silent", "cut", "lying")}
+        ports = {name: free_port() for name in ("echo", "silent")}
         with open(os.path.join(state, "scripted.json"), "w") as f:
             json.dump(ports, f)
         proc = spawn([PYTHON, os.path.abspath(__file__), "misbehave", os.path.join(state, "scripted.json")], state,
@@ -307,18 +306,6 @@ def handle_silent(conn):
         pass
 
 
-def handle_cut(conn):
-    # Promises 1 MiB and closes after 64 KiB.
-    read_request(conn)
-    conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 1048576\r\n\r\n" + b"x" * 65536)
-
-
-def handle_lying(conn):
-    # Says 100 bytes, sends 10 and closes.
-    read_request(conn)
-    conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n0123456789")
-
-
 def serve(port, handler):
     listener = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
     listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
@@ -340,7 +327,7 @@ def serve(port, handler):
 def misbehave(ports_file):
     with open(ports_file) as f:
         ports = json.load(f)
-    handlers = {"echo": handle_echo, "silent": handle_silent, "cut": handle_cut, "lying": handle_lying}
+    handlers = {"echo": handle_echo, "silent": handle_silent}
     for name, port in ports.items():
         threading.Thread(target=serve, args=(port, handlers[name]), daemon=True).start()
     signal.sigwait([signal.SIGTERM, signal.SIGINT])
