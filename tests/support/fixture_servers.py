@@ -55,6 +55,17 @@ def spawn(args, state, name):
                             start_new_session=True, cwd=state)
 
 
+def write_tree(root, tree):
+    """Writes TREE (path -> bytes; a path ending in '/' is a directory)
+    below ROOT."""
+    for path, data in tree.items():
+        full = os.path.join(root, path)
+        os.makedirs(full if path.endswith("/") else os.path.dirname(full), exist_ok=True)
+        if not path.endswith("/"):
+            with open(full, "wb") as f:
+                f.write(data)
+
+
 def make_certificates(state):
     """A CA and a certificate it signed for localhost and 127.0.0.1, and a
     second CA that signed nothing of the server's: (ca, crt, key, other ca)."""

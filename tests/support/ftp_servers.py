@@ -29,7 +29,8 @@ import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from fixture_servers import (PYTHON, free_port, make_certificates, retrying, run, spawn, wait_port,  # noqa: E402
-                             fresh_state, main as fixture_main, remove_state, stop_servers, write_info)
+                             fresh_state, main as fixture_main, remove_state, stop_servers, write_info,
+                             write_tree)
 
 SSHD = "/usr/sbin/sshd"
 FTP_USER = "zyftp"
@@ -54,14 +55,7 @@ WORK_DIRS = ["work-ftp", "work-ftps", "work-sftp", "work-tool"]
 
 def make_tree(root):
     tree = os.path.join(root, "tree")
-    os.makedirs(tree)
-    for path, data in TREE.items():
-        full = os.path.join(tree, path)
-        if data is None:
-            os.makedirs(full, exist_ok=True)
-        else:
-            with open(full, "wb") as f:
-                f.write(data)
+    write_tree(tree, TREE)
     with open(os.path.join(tree, "big.bin"), "wb") as f:
         for _ in range(BIG_SIZE // (1 << 20)):
             f.write(os.urandom(1 << 20))

@@ -30,7 +30,8 @@ import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from fixture_servers import (PYTHON, free_port, make_certificates, retrying, spawn, wait_port,  # noqa: E402
-                             fresh_state, main as fixture_main, remove_state, stop_servers, write_info)
+                             fresh_state, main as fixture_main, remove_state, stop_servers, write_info,
+                             write_tree)
 
 USER = "zyuser"
 PASSWORD = "zy pass:1"
@@ -41,35 +42,30 @@ BIG_SIZE = 1 << 30
 # The listing tree: names with spaces and non-ASCII letters, an empty file,
 # a directory. Sizes stay under 1 KiB so that every listing shows them in
 # bytes.
-LIST_FILES = {
-    "a file.txt": b"first file\n",
-    "\u00fcber gr\u00f6\u00dfe.txt": b"non-ASCII name\n" * 3,
-    "empty.txt": b"",
-    "percent%sign & more.txt": b"odd characters\n",
-    "sub dir/inner.txt": b"inside\n",
+# nginx's root. The listing tree list/: names with spaces and non-ASCII
+# letters, an empty file, directories; sizes stay under 1 KiB so that every
+# listing shows them in bytes.
+WWW = {
+    "list/a file.txt": b"first file\n",
+    "list/\u00fcber gr\u00f6\u00dfe.txt": b"non-ASCII name\n" * 3,
+    "list/empty.txt": b"",
+    "list/percent%sign & more.txt": b"odd characters\n",
+    "list/sub dir/inner.txt": b"inside\n",
     # Longer than the 50 characters nginx shows of a name.
-    "a long file name that listing pages cut short when they show it.txt": b"long\n",
+    "list/a long file name that listing pages cut short when they show it.txt": b"long\n",
+    "list/\u00e9t\u00e9/": None,
+    "hello.txt": b"hello from nginx\n",
+    "dav/": None,
+    "auth/secret.txt": b"authorised bytes\n",
+    "big/": None,
 }
-LIST_DIRS = ["sub dir", "\u00e9t\u00e9"]
 
 
 def make_tree(root):
     www = os.path.join(root, "www")
-    listing = os.path.join(www, "list")
-    for d in LIST_DIRS:
-        os.makedirs(os.path.join(listing, d), exist_ok=True)
-    for name, data in LIST_FILES.items():
-        with open(os.path.join(listing, name), "wb") as f:
-            f.write(data)
-    with open(os.path.join(www, "hello.txt"), "wb") as f:
-        f.write(b"hello from nginx\n")
-    os.makedirs(os.path.join(www, "dav"), exist_ok=True)
+    write_tree(www, WWW)
     # nginx's workers may run as another user than its master (root).
     os.chmod(os.path.join(www, "dav"), 0o777)
-    os.makedirs(os.path.join(www, "auth"), exist_ok=True)
-    with open(os.path.join(www, "auth", "secret.txt"), "wb") as f:
-        f.write(b"authorised bytes\n")
-    os.makedirs(os.path.join(www, "big"), exist_ok=True)
     # Sparse: 1 GiB of zeros that takes no disk space.
     with open(os.path.join(www, "big", "1GiB.bin"), "wb") as f:
         f.truncate(BIG_SIZE)
