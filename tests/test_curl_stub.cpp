@@ -197,36 +197,28 @@ TEST(CurlBindingStub, FormaddPassesEachShapeThrough)
     curl_httppost* last = nullptr;
     curl_slist* headers = rk_curl_slist_append(nullptr, "X-Part: 1");
     ASSERT_NE(headers, nullptr);
-    auto trace = [&](int a, const char* va, int b, const char* vb, int c = 0, const char* vc = nullptr, int d = 0,
-                     const char* vd = nullptr) {
-        std::string text = std::to_string(a) + "=" + va + ";" + std::to_string(b) + "=" + vb + ";";
-        if (vc)
-            text += std::to_string(c) + "=" + vc + ";";
-        if (vd)
-            text += std::to_string(d) + "=" + vd + ";";
-        return text;
-    };
+    // The stand-in's record of one option: "NUMBER=VALUE;".
+    auto field = [](int option, const char* value) { return std::to_string(option) + "=" + value + ";"; };
 
     EXPECT_EQ(rk_curl_formadd(&first, &last, CURLFORM_CONTENTHEADER, headers, CURLFORM_COPYNAME, "log",
                               CURLFORM_FILE, "app.log", CURLFORM_END),
               CURL_FORMADD_OK);
-    EXPECT_EQ(stub.formTrace(),
-              trace(CURLFORM_CONTENTHEADER, "X-Part: 1", CURLFORM_COPYNAME, "log", CURLFORM_FILE, "app.log"));
+    EXPECT_EQ(stub.formTrace(), field(CURLFORM_CONTENTHEADER, "X-Part: 1") + field(CURLFORM_COPYNAME, "log") +
+                                    field(CURLFORM_FILE, "app.log"));
     EXPECT_EQ(rk_curl_formadd(&first, &last, CURLFORM_COPYNAME, "n", CURLFORM_FILE, "f.txt", CURLFORM_CONTENTTYPE,
                               "text/plain", CURLFORM_END),
               CURL_FORMADD_OK);
-    EXPECT_EQ(stub.formTrace(),
-              trace(CURLFORM_COPYNAME, "n", CURLFORM_FILE, "f.txt", CURLFORM_CONTENTTYPE, "text/plain"));
+    EXPECT_EQ(stub.formTrace(), field(CURLFORM_COPYNAME, "n") + field(CURLFORM_FILE, "f.txt") +
+                                    field(CURLFORM_CONTENTTYPE, "text/plain"));
     EXPECT_EQ(rk_curl_formadd(&first, &last, CURLFORM_COPYNAME, "k", CURLFORM_COPYCONTENTS, "v", CURLFORM_END),
               CURL_FORMADD_OK);
-    EXPECT_EQ(stub.formTrace(), trace(CURLFORM_COPYNAME, "k", CURLFORM_COPYCONTENTS, "v"));
+    EXPECT_EQ(stub.formTrace(), field(CURLFORM_COPYNAME, "k") + field(CURLFORM_COPYCONTENTS, "v"));
     char buffer[] = "DATA";
     EXPECT_EQ(rk_curl_formadd(&first, &last, CURLFORM_COPYNAME, "b", CURLFORM_BUFFER, "b.bin", CURLFORM_BUFFERPTR,
                               static_cast<void*>(buffer), CURLFORM_BUFFERLENGTH, 4L, CURLFORM_END),
               CURL_FORMADD_OK);
-    EXPECT_EQ(stub.formTrace(),
-              trace(CURLFORM_COPYNAME, "b", CURLFORM_BUFFER, "b.bin", CURLFORM_BUFFERPTR, "DATA") +
-                  std::to_string(CURLFORM_BUFFERLENGTH) + "=4;");
+    EXPECT_EQ(stub.formTrace(), field(CURLFORM_COPYNAME, "b") + field(CURLFORM_BUFFER, "b.bin") +
+                                    field(CURLFORM_BUFFERPTR, "DATA") + field(CURLFORM_BUFFERLENGTH, "4"));
     rk_curl_formfree(first);
     rk_curl_slist_free_all(headers);
     EXPECT_EQ(stub.calls("curl_formfree"), 1);

@@ -100,12 +100,8 @@ TEST(HttpRequest, UploadFileAndDownloadToFileStreamWholeFiles)
     RkHTTPReq request;
     Open(request, servers.http, nullptr);
     const std::string local = servers.www + "/../upload-source.bin";
-    const std::string data = Pattern(3 * 1024 * 1024 + 7);
-    {
-        CZyFile file;
-        ASSERT_FALSE(file.Open(local.c_str(), CZyFile::kWriteCreate).IsError());
-        ASSERT_FALSE(file.Write(data.data(), static_cast<uint32_t>(data.size())).IsError());
-    }
+    ASSERT_TRUE(zytest::WritePattern(local, 3 * 1024 * 1024 + 7));
+    const std::string data = ReadFile(local);
     ZYTEST_ASSERT_OK(request.uploadFile(local.c_str(), "dav/uploaded.bin", 0, kNoCommands));
     EXPECT_EQ(data, ReadFile(servers.www + "/dav/uploaded.bin"));
 
