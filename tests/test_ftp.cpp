@@ -1,13 +1,18 @@
-// FTP and explicit FTPS requests against pyftpdlib on loopback (see
-// support/ftp_servers.py): listings compared with the server's disk,
-// downloads and uploads compared byte for byte, commands seen on the disk,
-// existence, refused logins and certificates.
+// FTP, explicit FTPS and SFTP requests against pyftpdlib and an sshd instance
+// of the tests' own on loopback (see support/ftp_servers.py): listings
+// compared with the server's disk, downloads and uploads compared byte for
+// byte, commands seen on the disk, existence, refused logins and
+// certificates, SFTP key and password logins and host keys checked against
+// known-hosts files.
 #include <gtest/gtest.h>
+
+#include <string.h>
 
 #include <string>
 #include <vector>
 
 #include "ZyNetwork/RkFTPReq.h"
+#include "ZyNetwork/RkSFTPReq.h"
 #include "support/FtpServers.h"
 #include "support/TestEnv.h"
 
@@ -16,12 +21,6 @@ using namespace RkCURL;
 namespace
 {
 const std::vector<commandInfo> kNoCommands;
-
-size_t Collect(char* data, size_t size, size_t count, void* user)
-{
-    static_cast<std::string*>(user)->append(data, size * count);
-    return size * count;
-}
 
 class FtpTest : public ::testing::TestWithParam<FTPProtocol>
 {
@@ -66,11 +65,6 @@ protected:
     std::string work;  // this test's own directory under the root
 };
 
-std::string Text(const CZyError& error)
-{
-    return error.AsString();
-}
-
 }  // namespace
 
 TEST_P(FtpTest, ListsTheTreeAsOnDiskWithMlsdAndList)
@@ -108,9 +102,8 @@ TEST_P(FtpTest, DownloadsMatchTheServersFiles)
             continue;
         SCOPED_TRACE(entry.first);
         std::string body;
-        request.setWriteFunctionPointer(&body, &Collect);
-        CZyError error = request.download(("tree/" + entry.first).c_str(), kNoCommands);
-        ASSERT_FALSE(error.IsError()) << Text(error);
+        request.setWriteFunctionPointer(&body, &zytest::AppendTo);
+        ZYTEST_ASSERT_OK(request.download(("tree/" + entry.first).c_str(), kNoCommands));
         EXPECT_EQ(static_cast<size_t>(entry.second.size), body.size());
         const std::string copy = Disk(work + "-" + entry.first);
         ASSERT_FALSE(request.downloadToFile(("tree/" + entry.first).c_str(), copy.c_str()).IsError());
@@ -125,7 +118,7 @@ TEST_P(FtpTest, DownloadsMatchTheServersFiles)
     }
     const std::string big = Disk(work + "-big.bin");
     CZyError error = request.downloadToFile("tree/big.bin", big.c_str());
-    ASSERT_FALSE(error.IsError()) << Text(error);
+    ASSERT_FALSE(error.IsError()) << error.AsString();
     EXPECT_TRUE(zytest::SameBytes(Disk("tree/big.bin"), big));
     double size = 0;
     ASSERT_FALSE(request.getFileInfo("tree/big.bin", size).IsError());
@@ -133,7 +126,7 @@ TEST_P(FtpTest, DownloadsMatchTheServersFiles)
 
     // A missing file: curl's 78, no file content.
     error = request.download("tree/missing.bin", kNoCommands);
-    EXPECT_EQ(CURLE_REMOTE_FILE_NOT_FOUND, GetRkCURL(error)) << Text(error);
+    EXPECT_EQ(CURLE_REMOTE_FILE_NOT_FOUND, GetRkCURL(error)) << error.AsString();
 }
 
 TEST_P(FtpTest, UploadsFromFileAndBufferLandOnDisk)
@@ -147,19 +140,17 @@ TEST_P(FtpTest, UploadsFromFileAndBufferLandOnDisk)
     const std::string target = work + "/new dir/\xC3\xBC" "ber/big copy.bin";
     CZyError error = request.uploadFile(local.c_str(), target.c_str(), 0, kNoCommands);
     EXPECT_TRUE(error.IsError());
-    EXPECT_GT(GetRkCURL(error), 0) << Text(error);
+    EXPECT_GT(GetRkCURL(error), 0) << error.AsString();
     EXPECT_FALSE(zytest::PathExists(Disk(target)));
     ASSERT_FALSE(request.setCreateMissingDirs(true).IsError());
-    error = request.uploadFile(local.c_str(), target.c_str(), 0, kNoCommands);
-    ASSERT_FALSE(error.IsError()) << Text(error);
+    ZYTEST_ASSERT_OK(request.uploadFile(local.c_str(), target.c_str(), 0, kNoCommands));
     EXPECT_TRUE(zytest::SameBytes(local, Disk(target)));
 
     const std::string data = "from a buffer\n\0with a zero byte";
-    error = request.doPutOperation((work + "/buffer.txt").c_str(), data.data(), static_cast<long>(data.size()),
-                                   kNoCommands);
-    ASSERT_FALSE(error.IsError()) << Text(error);
+    ZYTEST_ASSERT_OK(request.doPutOperation((work + "/buffer.txt").c_str(), data.data(), static_cast<long>(data.size()),
+                                   kNoCommands));
     std::string body;
-    request.setWriteFunctionPointer(&body, &Collect);
+    request.setWriteFunctionPointer(&body, &zytest::AppendTo);
     ASSERT_FALSE(request.download((work + "/buffer.txt").c_str(), kNoCommands).IsError());
     EXPECT_EQ(data, body);
     // An empty upload makes an empty file.
@@ -173,30 +164,29 @@ TEST_P(FtpTest, CommandsChangeTheServersDisk)
     Open(request);
     const std::string dir = work + "/made \xC3\xA9t\xC3\xA9";
     CZyError error = request.makeDirectory(work);
-    ASSERT_FALSE(error.IsError()) << Text(error);
+    ASSERT_FALSE(error.IsError()) << error.AsString();
     ASSERT_FALSE(request.makeDirectory(dir).IsError());
     EXPECT_TRUE(zytest::PathExists(Disk(dir)));
     // Again: the server refuses, curl reports the failed command (21).
     error = request.makeDirectory(dir);
-    EXPECT_EQ(CURLE_QUOTE_ERROR, GetRkCURL(error)) << Text(error);
+    EXPECT_EQ(CURLE_QUOTE_ERROR, GetRkCURL(error)) << error.AsString();
 
     ASSERT_FALSE(request.doPutOperation((dir + "/a b.txt").c_str(), "x", 1, kNoCommands).IsError());
-    error = request.renameFile(dir + "/a b.txt", dir + "/c d.txt");
-    ASSERT_FALSE(error.IsError()) << Text(error);
+    ZYTEST_ASSERT_OK(request.renameFile(dir + "/a b.txt", dir + "/c d.txt"));
     EXPECT_FALSE(zytest::PathExists(Disk(dir + "/a b.txt")));
     EXPECT_TRUE(zytest::PathExists(Disk(dir + "/c d.txt")));
 
     ASSERT_FALSE(request.doDeleteOperation((dir + "/c d.txt").c_str(), "", 0, kNoCommands).IsError());
     EXPECT_FALSE(zytest::PathExists(Disk(dir + "/c d.txt")));
     error = request.deleteFile(dir + "/c d.txt");
-    EXPECT_EQ(CURLE_QUOTE_ERROR, GetRkCURL(error)) << Text(error);
+    EXPECT_EQ(CURLE_QUOTE_ERROR, GetRkCURL(error)) << error.AsString();
     ASSERT_FALSE(request.removeDirectory(dir).IsError());
     EXPECT_FALSE(zytest::PathExists(Disk(dir)));
 
     // Raw commands before a transfer; a line break never reaches the server.
     ASSERT_FALSE(request.doPutOperation((work + "/q.txt").c_str(), "q", 1, kNoCommands).IsError());
     error = request.download((work + "/q.txt").c_str(), {commandInfo(commandInfo::CMD_QUOTE, "NOOP")});
-    EXPECT_FALSE(error.IsError()) << Text(error);
+    EXPECT_FALSE(error.IsError()) << error.AsString();
     EXPECT_EQ(EErrorKind::Int, request.deleteFile(work + "/q.txt\r\nRMD x").GetErrorKind());
     EXPECT_TRUE(zytest::PathExists(Disk(work + "/q.txt")));
 }
@@ -225,8 +215,7 @@ TEST_P(FtpTest, ExistenceOfFilesAndDirectories)
     {
         SCOPED_TRACE(c.path);
         bool exists = !c.exists;
-        CZyError error = request.checkIfFileOrDirExists(c.path, c.isFile, exists);
-        ASSERT_FALSE(error.IsError()) << Text(error);
+        ZYTEST_ASSERT_OK(request.checkIfFileOrDirExists(c.path, c.isFile, exists));
         EXPECT_EQ(c.exists, exists);
     }
     EXPECT_FALSE(request.checkConnection().IsError());
@@ -237,7 +226,7 @@ TEST_P(FtpTest, WrongPasswordAndCertificateAreRefused)
     RkFTPReq request(GetParam());
     Open(request, "wrong password");
     CZyError error = request.download("tree/a file.txt", kNoCommands);
-    EXPECT_EQ(CURLE_LOGIN_DENIED, GetRkCURL(error)) << Text(error);
+    EXPECT_EQ(CURLE_LOGIN_DENIED, GetRkCURL(error)) << error.AsString();
     EXPECT_TRUE(IsRkCURL(error, CURLE_LOGIN_DENIED));
 
     if (tls)
@@ -246,7 +235,7 @@ TEST_P(FtpTest, WrongPasswordAndCertificateAreRefused)
         Open(other);
         ASSERT_FALSE(other.setSecured(true, servers.wrongCaFile).IsError());
         error = other.download("tree/a file.txt", kNoCommands);
-        EXPECT_EQ(CURLE_PEER_FAILED_VERIFICATION, GetRkCURL(error)) << Text(error);
+        EXPECT_EQ(CURLE_PEER_FAILED_VERIFICATION, GetRkCURL(error)) << error.AsString();
     }
     else
     {
@@ -256,7 +245,7 @@ TEST_P(FtpTest, WrongPasswordAndCertificateAreRefused)
         secure.setURL("ftps://127.0.0.1:" + std::to_string(servers.ftp));
         ASSERT_FALSE(secure.setCredentials(servers.user, servers.password).IsError());
         error = secure.download("tree/a file.txt", kNoCommands);
-        EXPECT_EQ(CURLE_USE_SSL_FAILED, GetRkCURL(error)) << Text(error);
+        EXPECT_EQ(CURLE_USE_SSL_FAILED, GetRkCURL(error)) << error.AsString();
     }
 }
 
@@ -265,35 +254,193 @@ INSTANTIATE_TEST_SUITE_P(Ftp, FtpTest, ::testing::Values(FTP, FTPS),
                              return std::string(info.param == FTPS ? "Ftps" : "Ftp");
                          });
 
-// A Windows-style server's LIST output with odd lines, as the class turns it
-// into entries (no server needed).
-TEST(FtpListing, WindowsStyleLinesAndOddLinesBecomeEntries)
+namespace
 {
-    RkFTPReq request;
-    const std::string listing = "01-02-03  12:05AM       <DIR>          My Documents\r\n"
-                                "this line fits no format\r\n"
-                                "11-23-26  01:30PM                 1234 report 2026.txt\r\n"
-                                "\r\n";
-    std::vector<FileDirInfo> entries;
-    ASSERT_FALSE(request.collectFilesAndDir(listing, &entries, "/docs/").IsError());
-    ASSERT_EQ(2u, entries.size());
-    EXPECT_EQ(1u, request.getSkippedListingLines());
-    EXPECT_EQ("My Documents", entries[0].name);
-    EXPECT_TRUE(entries[0].isDirectory);
-    EXPECT_EQ(-1, entries[0].size);
-    EXPECT_EQ("/docs/My Documents", entries[0].fullPath);
-    EXPECT_EQ("2003-01-02 00:05", entries[0].modificationText);
-    EXPECT_EQ("report 2026.txt", entries[1].name);
-    EXPECT_FALSE(entries[1].isDirectory);
-    EXPECT_EQ(1234, entries[1].size);
-    EXPECT_EQ("2026-11-23 13:30", entries[1].modificationText);
+// Whether the loaded libcurl speaks SFTP (the Windows build of this
+// project's libcurl has no SSH back-end).
+bool CurlHasSftp()
+{
+    const curl_version_info_data* info = CurlWrapper::rk_curl_version_info(CURLVERSION_NOW);
+    if (!info || !info->protocols)
+        return false;
+    for (const char* const* p = info->protocols; *p; ++p)
+    {
+        if (strcmp(*p, "sftp") == 0)
+            return true;
+    }
+    return false;
+}
 
-    bool isFile = true;
-    ASSERT_FALSE(request.IsFile("01-02-03  12:05AM       <DIR>          My Documents", isFile).IsError());
-    EXPECT_FALSE(isFile);
-    ASSERT_FALSE(request.IsFile("type=file;size=3; a b", isFile).IsError());
-    EXPECT_TRUE(isFile);
-    ASSERT_FALSE(request.IsFile("sub dir/", isFile).IsError());
-    EXPECT_FALSE(isFile);
-    EXPECT_TRUE(request.collectFilesAndDir(listing, nullptr, "/").IsError());
+class SftpTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (!servers.available)
+            GTEST_SKIP() << servers.problem;
+        if (!servers.sftp)
+            GTEST_SKIP() << servers.sftpProblem;
+        if (!CurlHasSftp())
+            GTEST_SKIP() << "the loaded libcurl (" << CurlWrapper::rk_curl_version()
+                         << ") has no SFTP: the Windows libcurl is built without libssh2, whose WinCNG "
+                            "back-end completes no SSH key exchange under Wine 8";
+        const std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+        work = "work-sftp/" + name;
+    }
+
+    // A request that logs in with the unencrypted key and checks the host
+    // key against the right file.
+    void Open(RkSFTPReq& request)
+    {
+        ASSERT_FALSE(request.initialize(0).IsError());
+        request.setURL("sftp://127.0.0.1:" + std::to_string(servers.sftp) + servers.rootOnServer);
+        ASSERT_FALSE(request.setKnownHostsFile(servers.knownHosts).IsError());
+        ASSERT_FALSE(request.setCredentials(servers.keyUser, "").IsError());
+        ASSERT_FALSE(request.setPrivateKey(servers.keyFile, "").IsError());
+    }
+
+    std::string Disk(const std::string& path) const { return servers.root + "/" + path; }
+
+    const zytest::FtpServers& servers = zytest::GetFtpServers();
+    std::string work;
+};
+}  // namespace
+
+TEST_F(SftpTest, ListsTheTreeAsOnDisk)
+{
+    RkSFTPReq request;
+    Open(request);
+    zytest::ExpectTreeListed(request, Disk("tree"), "tree");
+    EXPECT_FALSE(request.lastListingWasMlsd());
+}
+
+TEST_F(SftpTest, TransfersMatchAndCommandsChangeTheDisk)
+{
+    RkSFTPReq request;
+    Open(request);
+    std::string body;
+    request.setWriteFunctionPointer(&body, &zytest::AppendTo);
+    CZyError error = request.download("tree/sub dir/nested/deep.txt", kNoCommands);
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    request.setWriteFunctionPointer(nullptr, nullptr);
+    const std::string small = Disk(work + "-deep.txt");
+    ASSERT_FALSE(request.downloadToFile("tree/sub dir/nested/deep.txt", small.c_str()).IsError());
+    EXPECT_TRUE(zytest::SameBytes(Disk("tree/sub dir/nested/deep.txt"), small));
+    EXPECT_EQ(static_cast<size_t>(zytest::DiskListing(Disk("tree/sub dir/nested"))["deep.txt"].size), body.size());
+
+    const std::string big = Disk(work + "-big.bin");
+    ZYTEST_ASSERT_OK(request.downloadToFile("tree/big.bin", big.c_str()));
+    EXPECT_TRUE(zytest::SameBytes(Disk("tree/big.bin"), big));
+
+    // Upload into directories made on request, then the commands.
+    ASSERT_FALSE(request.setCreateMissingDirs(true).IsError());
+    const std::string dir = work + "/\xC3\xA9t\xC3\xA9 dir";
+    ZYTEST_ASSERT_OK(request.uploadFile(big.c_str(), (dir + "/big copy.bin").c_str(), 0, kNoCommands));
+    EXPECT_TRUE(zytest::SameBytes(big, Disk(dir + "/big copy.bin")));
+    const std::string data = "buffer \"quoted\" bytes";
+    ASSERT_FALSE(request.doPutOperation((dir + "/b.txt").c_str(), data.data(), static_cast<long>(data.size()),
+                                        kNoCommands)
+                     .IsError());
+    std::string read;
+    request.setWriteFunctionPointer(&read, &zytest::AppendTo);
+    ASSERT_FALSE(request.download((dir + "/b.txt").c_str(), kNoCommands).IsError());
+    request.setWriteFunctionPointer(nullptr, nullptr);
+    EXPECT_EQ(data, read);
+
+    ZYTEST_ASSERT_OK(request.renameFile(dir + "/big copy.bin", dir + "/moved \"name\".bin"));
+    EXPECT_FALSE(zytest::PathExists(Disk(dir + "/big copy.bin")));
+    EXPECT_TRUE(zytest::PathExists(Disk(dir + "/moved \"name\".bin")));
+    ASSERT_FALSE(request.makeDirectory(dir + "/new sub").IsError());
+    EXPECT_TRUE(zytest::PathExists(Disk(dir + "/new sub")));
+    ASSERT_FALSE(request.removeDirectory(dir + "/new sub").IsError());
+    EXPECT_FALSE(zytest::PathExists(Disk(dir + "/new sub")));
+    ASSERT_FALSE(request.doDeleteOperation((dir + "/moved \"name\".bin").c_str(), "", 0, kNoCommands).IsError());
+    EXPECT_FALSE(zytest::PathExists(Disk(dir + "/moved \"name\".bin")));
+    error = request.deleteFile(dir + "/moved \"name\".bin");
+    EXPECT_EQ(CURLE_QUOTE_ERROR, GetRkCURL(error)) << error.AsString();
+    error = request.download((dir + "/missing").c_str(), kNoCommands);
+    EXPECT_EQ(CURLE_REMOTE_FILE_NOT_FOUND, GetRkCURL(error)) << error.AsString();
+}
+
+TEST_F(SftpTest, ExistenceOfFilesAndDirectories)
+{
+    RkSFTPReq request;
+    Open(request);
+    struct Case
+    {
+        const char* path;
+        bool isFile;
+        bool exists;
+    } cases[] = {
+        {"tree/a file.txt", true, true},
+        {"tree/missing.txt", true, false},
+        {"tree/sub dir/nested", false, true},
+        {"tree/\xC3\xA9t\xC3\xA9", false, true},
+        {"tree/no such dir", false, false},
+    };
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.path);
+        bool exists = !c.exists;
+        ZYTEST_ASSERT_OK(request.checkIfFileOrDirExists(c.path, c.isFile, exists));
+        EXPECT_EQ(c.exists, exists);
+    }
+    double size = -1;
+    ASSERT_FALSE(request.getFileInfo("tree/big.bin", size).IsError());
+    EXPECT_EQ(static_cast<double>(servers.bigSize), size);
+    // curl's SFTP reports no length for an empty file: the size is unknown
+    // and the file check says "missing" (see docs/PLATFORMS.md).
+    CZyError error = request.getFileInfo("tree/empty.txt", size);
+    EXPECT_TRUE(error.HasMessage("File size recieved from server is invalid")) << error.AsString();
+}
+
+TEST_F(SftpTest, KeysPasswordsAndHostKeys)
+{
+    // The key with a passphrase: right and wrong.
+    RkSFTPReq phrase;
+    Open(phrase);
+    ASSERT_FALSE(phrase.setPrivateKey(servers.phraseKeyFile, servers.keyPassphrase).IsError());
+    bool exists = false;
+    CZyError error = phrase.checkIfFileOrDirExists("tree/a file.txt", true, exists);
+    ASSERT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_TRUE(exists);
+    RkSFTPReq wrongPhrase;
+    Open(wrongPhrase);
+    ASSERT_FALSE(wrongPhrase.setPrivateKey(servers.phraseKeyFile, "not the phrase").IsError());
+    error = wrongPhrase.download("tree/a file.txt", kNoCommands);
+    EXPECT_EQ(CURLE_LOGIN_DENIED, GetRkCURL(error)) << error.AsString();
+
+    // A host key other than the file's, and a file without the host: 60;
+    // with checking turned off the same request goes through.
+    RkSFTPReq wrongHost;
+    Open(wrongHost);
+    ASSERT_FALSE(wrongHost.setKnownHostsFile(servers.wrongKnownHosts).IsError());
+    error = wrongHost.download("tree/a file.txt", kNoCommands);
+    EXPECT_EQ(CURLE_PEER_FAILED_VERIFICATION, GetRkCURL(error)) << error.AsString();
+    ASSERT_FALSE(wrongHost.setKnownHostsFile(Disk("tree/empty.txt")).IsError());
+    error = wrongHost.download("tree/a file.txt", kNoCommands);
+    EXPECT_EQ(CURLE_PEER_FAILED_VERIFICATION, GetRkCURL(error)) << error.AsString();
+    ASSERT_FALSE(wrongHost.setHostKeyChecking(false).IsError());
+    error = wrongHost.download("tree/a file.txt", kNoCommands);
+    EXPECT_FALSE(error.IsError()) << error.AsString();
+    // A copy keeps the check off; turned on again, the wrong file refuses.
+    RkSFTPReq copy(wrongHost);
+    error = copy.download("tree/a file.txt", kNoCommands);
+    EXPECT_FALSE(error.IsError()) << error.AsString();
+    ASSERT_FALSE(copy.setHostKeyChecking(true).IsError());
+    error = copy.download("tree/a file.txt", kNoCommands);
+    EXPECT_EQ(CURLE_PEER_FAILED_VERIFICATION, GetRkCURL(error)) << error.AsString();
+
+    if (servers.passwordUser.empty())
+        GTEST_SKIP() << "password logins: " << servers.passwordProblem;
+    RkSFTPReq password;
+    ASSERT_FALSE(password.initialize(0).IsError());
+    password.setURL("127.0.0.1:" + std::to_string(servers.sftp) + servers.rootOnServer);
+    ASSERT_FALSE(password.setKnownHostsFile(servers.knownHosts).IsError());
+    ASSERT_FALSE(password.setCredentials(servers.passwordUser, servers.sftpPassword).IsError());
+    ASSERT_FALSE(password.doPutOperation("work-sftp/by password.txt", "pw", 2, kNoCommands).IsError());
+    EXPECT_TRUE(zytest::PathExists(Disk("work-sftp/by password.txt")));
+    ASSERT_FALSE(password.setCredentials(servers.passwordUser, "wrong").IsError());
+    error = password.download("work-sftp/by password.txt", kNoCommands);
+    EXPECT_EQ(CURLE_LOGIN_DENIED, GetRkCURL(error)) << error.AsString();
 }

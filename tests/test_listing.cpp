@@ -1,12 +1,21 @@
-// Directory-listing parsers of the FTP and SFTP classes: table tests over the
-// line formats servers send, odd lines, and input cut at every length.
+// Directory-listing parsers: the FTP and SFTP classes' line formats (table
+// tests, odd lines, input cut at every length, a Windows-style server's
+// lines as entries) and the HTTP request class's
+// HTML pages (a page captured from Apache's mod_autoindex and hand-made pages
+// with the links a reader must skip or take apart).
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
 #include "ZyNetwork/Internal/ListingParsers.h"
+#include "ZyNetwork/RkFTPReq.h"
+#include "ZyNetwork/RkHTTPReq.h"
+#include "ZyUtils/ZyFile.h"
+#include "support/TestEnv.h"
 
+using RkCURL::FileDirInfo;
 using zylisting::Entry;
 
 namespace
@@ -22,6 +31,20 @@ std::vector<Entry> List(const std::string& text, zylisting::Counts* countsOut = 
     if (countsOut)
         *countsOut = counts;
     return entries;
+}
+
+std::map<std::string, FileDirInfo> Parse(const std::string& page, const std::string& path)
+{
+    RkCURL::RkHTTPReq request;
+    std::vector<FileDirInfo> entries;
+    EXPECT_FALSE(request.collectFilesAndDir(page, &entries, path).IsError());
+    std::map<std::string, FileDirInfo> byName;
+    for (const FileDirInfo& entry : entries)
+    {
+        EXPECT_EQ(0u, byName.count(entry.name)) << "twice: " << entry.name;
+        byName[entry.name] = entry;
+    }
+    return byName;
 }
 }  // namespace
 
@@ -66,24 +89,6 @@ TEST(Listing, UnixLines)
         EXPECT_EQ(entry.linkTarget, c.target);
         EXPECT_EQ(entry.isLink, c.line[0] == 'l');
     }
-}
-
-TEST(Listing, WindowsLines)
-{
-    Entry entry;
-    const std::string dir = "01-02-03  12:05AM       <DIR>          My Documents";
-    ASSERT_TRUE(zylisting::ParseWindowsLine(dir.data(), dir.size(), entry));
-    EXPECT_EQ(entry.name, "My Documents");
-    EXPECT_TRUE(entry.isDirectory);
-    EXPECT_FALSE(entry.hasSize);
-    EXPECT_EQ(entry.modified, zylisting::SecondsFromCivil(2003, 1, 2, 0, 5, 0));
-
-    const std::string file = "11-23-1999  01:30PM              123456 setup.exe\r";
-    ASSERT_TRUE(zylisting::ParseWindowsLine(file.data(), file.size(), entry));
-    EXPECT_EQ(entry.name, "setup.exe");
-    EXPECT_FALSE(entry.isDirectory);
-    EXPECT_EQ(entry.size, 123456u);
-    EXPECT_EQ(entry.modified, zylisting::SecondsFromCivil(1999, 11, 23, 13, 30, 0));
 }
 
 TEST(Listing, MixedListingSkipsAndCountsOddLines)
@@ -160,4 +165,117 @@ TEST(Listing, CivilDates)
     EXPECT_EQ(zylisting::SecondsFromCivil(1970, 1, 1, 0, 0, 0), 0);
     EXPECT_EQ(zylisting::SecondsFromCivil(2000, 3, 1, 0, 0, 0), 951868800);
     EXPECT_EQ(zylisting::SecondsFromCivil(1969, 12, 31, 23, 59, 59), -1);
+}
+
+TEST(ListingParser, CapturedApachePage)
+{
+    std::string page;
+    const std::string file = zytest::HostPath(ZYTEST_SOURCE_DIR "/data/apache-autoindex-list.html");
+    ASSERT_FALSE(CZyFile::ReadWholeFile(file.c_str(), page).IsError()) << file;
+    const auto entries = Parse(page, "/list");
+    // The parent link ("/") and the four sort links are not entries.
+    ASSERT_EQ(7u, entries.size());
+    const FileDirInfo& dir = entries.at("\xC3\xA9t\xC3\xA9");
+    EXPECT_TRUE(dir.isDirectory);
+    EXPECT_EQ(-1, dir.size);
+    EXPECT_EQ("/list/\xC3\xA9t\xC3\xA9", dir.fullPath);
+    const FileDirInfo& umlauts = entries.at("\xC3\xBC" "ber gr\xC3\xB6\xC3\x9F" "e.txt");
+    EXPECT_FALSE(umlauts.isDirectory);
+    EXPECT_EQ(45, umlauts.size);
+    EXPECT_EQ("2026-11-23 14:14", umlauts.modificationText);
+    EXPECT_EQ(1795443240, umlauts.modificationTime);
+    EXPECT_EQ(15, entries.at("percent%sign & more.txt").size);
+    EXPECT_EQ(0, entries.at("empty.txt").size);
+    EXPECT_EQ(5, entries.at("a long file name that listing pages cut short when they show it.txt").size);
+    EXPECT_TRUE(entries.at("sub dir").isDirectory);
+}
+
+TEST(ListingParser, PlainLinksTakenApartAndSkipped)
+{
+    const std::string page =
+        "<html><body>\n"
+        "<a href=\"../\">up</a> <a href=\"?C=M;O=A\">sort</a> <a href=\"#top\">top</a>\n"
+        "<A HREF=Report%202024.pdf>report</A>\n"
+        "<a class='x' href='photos/'>photos</a>\n"
+        "<a href=\"./notes.txt\">notes</a>\n"
+        "<a href=\"http://127.0.0.1/elsewhere\">away</a> <a href=\"mailto:someone@localhost\">mail</a>\n"
+        "<a href=\"deeper/path/file.txt\">deep</a> <a name=\"anchor\">no href</a>\n"
+        "<a href=\"/docs/abs%C3%A9.txt\">absolute inside</a> <a href=\"/other/x.txt\">absolute outside</a>\n"
+        "<a href=\"caf&#233;&amp;co.txt?download=1\">entities</a>\n"
+        "<a href=\"photos/\">photos again</a>\n"
+        "<a href=\"big.iso\">big.iso</a>  2024-02-29 23:59  1.5G\n"
+        "<a href=\"text.txt\">text.txt</a>  released in 2024, see notes\n"
+        "</body></html>";
+    const auto entries = Parse(page, "/docs/");
+    ASSERT_EQ(7u, entries.size());
+    EXPECT_FALSE(entries.at("Report 2024.pdf").isDirectory);
+    EXPECT_TRUE(entries.at("photos").isDirectory);
+    EXPECT_EQ("/docs/photos", entries.at("photos").fullPath);
+    EXPECT_EQ(1u, entries.count("notes.txt"));
+    EXPECT_EQ(1u, entries.count("abs\xC3\xA9.txt"));
+    EXPECT_EQ(1u, entries.count("caf\xC3\xA9&co.txt"));
+    const FileDirInfo& big = entries.at("big.iso");
+    EXPECT_EQ(static_cast<int64_t>(1.5 * 1024 * 1024 * 1024), big.size);
+    EXPECT_EQ(1709251140, big.modificationTime);
+    // Text that is not a date and size leaves them unknown.
+    EXPECT_EQ(-1, entries.at("text.txt").size);
+    EXPECT_EQ(-1, entries.at("text.txt").modificationTime);
+}
+
+TEST(ListingParser, CutPagesNeverReadPastTheirEnd)
+{
+    const std::string page =
+        "<pre><a href=\"../\">../</a>\r\n"
+        "<a href=\"sub%20dir/\">sub dir/</a>            23-Nov-2026 14:10                   -\r\n"
+        "<a href='a%20file.txt'>a file.txt</a>          23-Nov-2026 14:10                  11\r\n"
+        "<a href=x%2 >x</a> <a href=\"%C3\">&#xFFFFFFFFF;&#; &amp</a></pre>";
+    const auto whole = Parse(page, "/list/");
+    ASSERT_EQ(4u, whole.size());
+    EXPECT_EQ(11, whole.at("a file.txt").size);
+    EXPECT_EQ("23-Nov-2026 14:10", whole.at("a file.txt").modificationText);
+    EXPECT_EQ("x%2", whole.at("x%2").name);
+    // Every shorter page parses to a subset of these entries; under the
+    // address sanitizer any read past the page fails the test.
+    for (size_t length = 0; length < page.size(); ++length)
+    {
+        const std::string cut(page.data(), length);
+        for (const auto& entry : Parse(cut, "/list/"))
+            EXPECT_EQ(1u, whole.count(entry.first)) << "from " << length << " bytes: " << entry.first;
+    }
+}
+
+// A Windows-style server's LIST output with odd lines, as the class turns it
+// into entries (no server needed).
+TEST(FtpListing, WindowsStyleLinesAndOddLinesBecomeEntries)
+{
+    RkCURL::RkFTPReq request;
+    const std::string listing = "01-02-03  12:05AM       <DIR>          My Documents\r\n"
+                                "this line fits no format\r\n"
+                                "11-23-26  01:30PM                 1234 report 2026.txt\r\n"
+                                "\r\n"
+                                "11-23-1999  01:30PM              123456 setup.exe\r\n";
+    std::vector<FileDirInfo> entries;
+    ASSERT_FALSE(request.collectFilesAndDir(listing, &entries, "/docs/").IsError());
+    ASSERT_EQ(3u, entries.size());
+    EXPECT_EQ(1u, request.getSkippedListingLines());
+    EXPECT_EQ("My Documents", entries[0].name);
+    EXPECT_TRUE(entries[0].isDirectory);
+    EXPECT_EQ(-1, entries[0].size);
+    EXPECT_EQ("/docs/My Documents", entries[0].fullPath);
+    EXPECT_EQ("2003-01-02 00:05", entries[0].modificationText);
+    EXPECT_EQ("report 2026.txt", entries[1].name);
+    EXPECT_FALSE(entries[1].isDirectory);
+    EXPECT_EQ(1234, entries[1].size);
+    EXPECT_EQ("2026-11-23 13:30", entries[1].modificationText);
+    EXPECT_EQ(123456, entries[2].size);
+    EXPECT_EQ("1999-11-23 13:30", entries[2].modificationText);
+
+    bool isFile = true;
+    ASSERT_FALSE(request.IsFile("01-02-03  12:05AM       <DIR>          My Documents", isFile).IsError());
+    EXPECT_FALSE(isFile);
+    ASSERT_FALSE(request.IsFile("type=file;size=3; a b", isFile).IsError());
+    EXPECT_TRUE(isFile);
+    ASSERT_FALSE(request.IsFile("sub dir/", isFile).IsError());
+    EXPECT_FALSE(isFile);
+    EXPECT_TRUE(request.collectFilesAndDir(listing, nullptr, "/").IsError());
 }

@@ -1,5 +1,5 @@
-// The request core against a stand-in for libcurl (support/fakecurl) that
-// counts calls, logs options and fails on request: what an uninitialised
+// The request core against the stand-in for libcurl (stubs/RkCurlStub.c)
+// that counts calls, logs options and fails on request: what an uninitialised
 // object refuses, the defaults and their order, the failure texts of the
 // settings and of the request steps, and how copies get their settings.
 #include <gtest/gtest.h>
@@ -11,14 +11,14 @@
 
 #include "ZyNetwork/CurlWrapper.h"
 #include "ZyNetwork/RkHTTPReq.h"
-#include "ZyUtils/ZyLibrary.h"
+#include "support/CurlStub.h"
 #include "support/TestEnv.h"
 
 using namespace RkCURL;
 
 namespace
 {
-const std::string kFakePath = zytest::HostPath(ZYTEST_FAKE_CURL);
+const std::string kFakePath = zytest::HostPath(ZYTEST_CURL_STUB);
 // The binding decides which file to load on its first call; this runs
 // before any test does.
 const bool kFakeChosen = (zytest::SetEnv("ZYNET_CURL_LIBRARY", kFakePath.c_str()), true);
@@ -27,55 +27,6 @@ const char kPlural[] = "RkProtocol class is not initialized yet. Call initialize
 const char kSingular[] = "RkProtocol class is not initialized yet. Call initialize function before any other function.";
 const std::vector<commandInfo> kNone;
 
-struct Fake
-{
-    CZyLibrary library{false};
-    void (*reset)() = nullptr;
-    int (*calls)() = nullptr;
-    void (*failOption)(int, int) = nullptr;
-    void (*failInit)(int) = nullptr;
-    void (*setPerform)(int, long, double) = nullptr;
-    int (*optionCount)() = nullptr;
-    int (*option)(int, long*, const char**) = nullptr;
-
-    Fake()
-    {
-        EXPECT_FALSE(library.Load(kFakePath.c_str()).IsError());
-        library.GetFunction("zyfake_reset", reset);
-        library.GetFunction("zyfake_calls", calls);
-        library.GetFunction("zyfake_fail_option", failOption);
-        library.GetFunction("zyfake_fail_init", failInit);
-        library.GetFunction("zyfake_set_perform", setPerform);
-        library.GetFunction("zyfake_option_count", optionCount);
-        library.GetFunction("zyfake_option", option);
-    }
-
-    // The options set since the last reset, in order.
-    std::vector<std::pair<int, std::string>> Options()
-    {
-        std::vector<std::pair<int, std::string>> list;
-        for (int i = 0; i < optionCount(); ++i)
-        {
-            long number = 0;
-            const char* text = nullptr;
-            const int id = option(i, &number, &text);
-            list.emplace_back(id, text && text[0] ? std::string(text) : std::to_string(number));
-        }
-        return list;
-    }
-    // The last value set for `id` ("" when it was not set).
-    std::string Last(int id)
-    {
-        std::string value;
-        for (const auto& entry : Options())
-        {
-            if (entry.first == id)
-                value = entry.second;
-        }
-        return value;
-    }
-};
-
 class RequestCore : public ::testing::Test
 {
 protected:
@@ -83,10 +34,10 @@ protected:
     {
         ASSERT_TRUE(kFakeChosen);
         ASSERT_EQ(kFakePath, std::string(CurlWrapper::rk_curl_library_path()));
-        ASSERT_NE(nullptr, fake.calls);
+        ASSERT_TRUE(fake.Loaded());
         fake.reset();
     }
-    Fake fake;
+    zytest::CurlStub fake{kFakePath};
 };
 }  // namespace
 
@@ -137,12 +88,12 @@ TEST_F(RequestCore, UninitialisedObjectRefusesEveryOperationWithoutCallingCurl)
         EXPECT_EQ(1, error.GetErrorCode()) << "operation " << i;
         EXPECT_TRUE(error.HasMessage(operations[i].first)) << "operation " << i << ": " << error.AsString();
     }
-    EXPECT_EQ(0, fake.calls());
+    EXPECT_EQ(0, fake.calls(nullptr));
 
     // The same fake sees the calls of an initialised object.
     ASSERT_FALSE(request.initialize(0).IsError());
     EXPECT_FALSE(request.doGetOperation("x", kNone).IsError());
-    EXPECT_GT(fake.calls(), 0);
+    EXPECT_GT(fake.calls(nullptr), 0);
 }
 
 TEST_F(RequestCore, InitializeAppliesTheDefaultsInOrder)
@@ -159,7 +110,7 @@ TEST_F(RequestCore, InitializeAppliesTheDefaultsInOrder)
     };
     ASSERT_GE(options.size(), expected.size());
     for (size_t i = 0; i < expected.size(); ++i)
-        EXPECT_EQ(expected[i], options[i]) << "option " << i;
+        EXPECT_EQ(expected[i], std::make_pair(options[i].option, options[i].Value())) << "option " << i;
     // The CA bundle: the current directory's on Windows; on Linux only where
     // such a file exists or libcurl names its own (this stand-in names none).
     if (zytest::IsWindowsTarget())
@@ -230,7 +181,7 @@ TEST_F(RequestCore, ProxySettingsAndArgumentChecks)
 
     // Argument checks come before any transfer.
     std::string value;
-    const int before = fake.calls();
+    const int before = fake.calls(nullptr);
     CZyError error = request.getInfo(static_cast<CurlInfoType>(2), value);
     EXPECT_TRUE(error.HasMessage("Unrecognized Curl Info type.")) << error.AsString();
     EXPECT_TRUE(request.doGetOperation("", kNone).HasMessage("Invalid URL path ."));
@@ -246,7 +197,7 @@ TEST_F(RequestCore, ProxySettingsAndArgumentChecks)
     EXPECT_TRUE(request.uploadFile(nullptr, "x", 0, kNone).HasMessage("Invalid source file path."));
     EXPECT_TRUE(request.uploadFile("f", nullptr, 0, kNone).HasMessage("Invalid URL path."));
     EXPECT_TRUE(request.getFilesAndDirsInfoInFile("").HasMessage("Source path passed in empty"));
-    EXPECT_EQ(before, fake.calls());
+    EXPECT_EQ(before, fake.calls(nullptr));
     // No URL: the request is refused with 101 before curl is asked.
     error = request.doGetOperation("x", kNone);
     EXPECT_TRUE(error.Is(101) && error.HasMessage("URL is empty")) << error.AsString();

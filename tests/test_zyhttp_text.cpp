@@ -10,14 +10,6 @@
 
 namespace
 {
-size_t CountOf(const std::string& text, const std::string& what)
-{
-    size_t count = 0;
-    for (size_t pos = text.find(what); pos != std::string::npos; pos = text.find(what, pos + 1))
-        ++count;
-    return count;
-}
-
 TEST(ZyHttpText, UploadFormMatchesTheLayoutInBothModes)
 {
     const std::string bytes("a\0b\r\nc--\r\n\xff", 11);
@@ -33,11 +25,6 @@ TEST(ZyHttpText, UploadFormMatchesTheLayoutInBothModes)
         zyhttp::UploadForm form = zyhttp::BuildUploadForm(fields);
         const std::string body = form.head + bytes + form.tail;
         EXPECT_EQ(zytest::ExpectedUploadBody(jsp, "CC 7", "u", "p:w", "my log.txt", bytes), body);
-        // Delimiter lines: one per part, the closing line ending in four hyphens.
-        EXPECT_EQ(jsp ? 6u : 4u, CountOf(body, "----HTTP-LOGUPLOAD-DEFAULT-BOUNDARY--\r\n"));
-        EXPECT_EQ(1u, CountOf(body, "BOUNDARY----\r\n"));
-        EXPECT_EQ(jsp, body.find("name=\"password\"\r\n\r\np:w\r\n") != std::string::npos);
-        EXPECT_NE(std::string::npos, body.find("filename=my log.txt\r\n"));
     }
 }
 

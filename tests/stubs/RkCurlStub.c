@@ -1,7 +1,10 @@
-/* A stand-in for the curl library file, for the binding's tests. It exports
- * the curl functions that the binding resolves except "curl_easy_pause", counts
- * the calls it receives and records the values that reached it, which the
- * tests read through the rkstub_* functions. */
+/* A stand-in for the curl library file. It exports the curl functions that
+ * the binding resolves except "curl_easy_pause", counts the calls it
+ * receives by name, logs every setopt with its value, and fails a chosen
+ * option, the handle's creation or the transfer on request. The tests read
+ * and steer it through the rkstub_* functions.
+ * The binding's tests load it from beside the test program; the request-core
+ * tests name it in ZYNET_CURL_LIBRARY. */
 #define CURL_STATICLIB
 #define CURL_DISABLE_DEPRECATION
 #define CURL_DISABLE_TYPECHECK /* the stub defines the functions that the checks wrap */
@@ -18,8 +21,6 @@
 #define STUB_EXPORT __attribute__((visibility("default")))
 #endif
 
-/* What the stub's handles point at: one easy and one multi handle. */
-static int g_easyHandle;
 static int g_multiHandle;
 
 static const char* const g_names[] = {
@@ -31,11 +32,26 @@ static const char* const g_names[] = {
 #define STUB_FUNCTIONS (sizeof(g_names) / sizeof(g_names[0]))
 static long g_calls[STUB_FUNCTIONS]; /* updated atomically: threads call in at once */
 
+/* One setopt: the number (long or curl_off_t), the pointer, and for the
+ * string options the tests read, the text. */
+struct logged
+{
+    int option;
+    long long number;
+    const void* pointer;
+    char text[256];
+};
+#define MAX_LOG 512
+static struct logged g_log[MAX_LOG];
+static int g_logCount;
+
 static long g_globalInitFlags = -1;
-static long g_lastOption = -1;
-static long g_lastLong = -1;
-static curl_off_t g_lastOffset = -1;
-static void* g_lastPointer = NULL;
+static int g_failOption = -1;
+static int g_failCode;
+static int g_failInit;
+static int g_performResult;
+static long g_responseCode = 200;
+static double g_contentLength = 5;
 static char g_formTrace[512];
 
 static void Count(const char* name)
@@ -51,23 +67,56 @@ static void Count(const char* name)
     }
 }
 
-/* ---- queries for the tests ---- */
+/* ---- queries and controls for the tests ---- */
 
+/* The calls to `name`; with NULL, the calls to every function. */
 STUB_EXPORT long rkstub_calls(const char* name)
 {
+    long total = 0;
     size_t i;
     for (i = 0; i < STUB_FUNCTIONS; ++i)
-        if (strcmp(g_names[i], name) == 0)
-            return __atomic_load_n(&g_calls[i], __ATOMIC_SEQ_CST);
-    return -1;
+    {
+        if (!name || strcmp(g_names[i], name) == 0)
+            total += __atomic_load_n(&g_calls[i], __ATOMIC_SEQ_CST);
+    }
+    return total;
 }
-STUB_EXPORT void* rkstub_easy_handle(void) { return &g_easyHandle; }
+STUB_EXPORT void rkstub_reset(void)
+{
+    memset(g_calls, 0, sizeof(g_calls));
+    g_failOption = -1;
+    g_failCode = 0;
+    g_failInit = 0;
+    g_performResult = 0;
+    g_responseCode = 200;
+    g_contentLength = 5;
+    g_logCount = 0;
+}
 STUB_EXPORT long rkstub_global_init_flags(void) { return g_globalInitFlags; }
-STUB_EXPORT long rkstub_last_option(void) { return g_lastOption; }
-STUB_EXPORT long rkstub_last_long(void) { return g_lastLong; }
-STUB_EXPORT long long rkstub_last_offset(void) { return (long long)g_lastOffset; }
-STUB_EXPORT void* rkstub_last_pointer(void) { return g_lastPointer; }
 STUB_EXPORT const char* rkstub_form_trace(void) { return g_formTrace; }
+STUB_EXPORT void rkstub_fail_option(int option, int code)
+{
+    g_failOption = option;
+    g_failCode = code;
+}
+STUB_EXPORT void rkstub_fail_init(int fail) { g_failInit = fail; }
+STUB_EXPORT void rkstub_set_perform(int result, long responseCode, double contentLength)
+{
+    g_performResult = result;
+    g_responseCode = responseCode;
+    g_contentLength = contentLength;
+}
+STUB_EXPORT int rkstub_option_count(void) { return g_logCount; }
+/* The option of log entry `i` (-1 past the end) with its value. */
+STUB_EXPORT int rkstub_option(int i, long long* number, const void** pointer, const char** text)
+{
+    if (i < 0 || i >= g_logCount)
+        return -1;
+    *number = g_log[i].number;
+    *pointer = g_log[i].pointer;
+    *text = g_log[i].text;
+    return g_log[i].option;
+}
 
 /* ---- the curl functions ---- */
 
@@ -83,45 +132,71 @@ STUB_EXPORT void curl_global_cleanup(void) { Count("curl_global_cleanup"); }
 STUB_EXPORT CURL* curl_easy_init(void)
 {
     Count("curl_easy_init");
-    return (CURL*)&g_easyHandle;
+    return g_failInit ? NULL : (CURL*)malloc(16); /* a leaked handle shows under the sanitizer */
 }
 
-STUB_EXPORT void curl_easy_cleanup(CURL* handle) { Count("curl_easy_cleanup"); }
+STUB_EXPORT void curl_easy_cleanup(CURL* handle)
+{
+    Count("curl_easy_cleanup");
+    free(handle);
+}
 STUB_EXPORT void curl_easy_reset(CURL* handle) { Count("curl_easy_reset"); }
 
 STUB_EXPORT CURLcode curl_easy_perform(CURL* handle)
 {
     Count("curl_easy_perform");
-    return handle == (CURL*)&g_easyHandle ? CURLE_OK : CURLE_BAD_FUNCTION_ARGUMENT;
+    return handle ? (CURLcode)g_performResult : CURLE_BAD_FUNCTION_ARGUMENT;
 }
 
 STUB_EXPORT CURLcode curl_easy_getinfo(CURL* handle, CURLINFO info, ...)
 {
     va_list args;
+    CURLcode result = CURLE_OK;
     Count("curl_easy_getinfo");
-    if (info != CURLINFO_RESPONSE_CODE)
-        return CURLE_UNKNOWN_OPTION;
     va_start(args, info);
-    *va_arg(args, long*) = 299;
+    if (info == CURLINFO_RESPONSE_CODE)
+        *va_arg(args, long*) = g_responseCode;
+    else if (info == CURLINFO_CONTENT_LENGTH_DOWNLOAD)
+        *va_arg(args, double*) = g_contentLength;
+    else if (info == CURLINFO_EFFECTIVE_URL)
+        *va_arg(args, const char**) = "http://fake/effective";
+    else if (info == CURLINFO_REDIRECT_URL)
+        *va_arg(args, const char**) = NULL;
+    else
+        result = CURLE_UNKNOWN_OPTION;
     va_end(args);
-    return CURLE_OK;
+    return result;
 }
 
 /* Reads the value as curl does: by the option's type range. */
 STUB_EXPORT CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...)
 {
     va_list args;
+    struct logged entry;
     Count("curl_easy_setopt");
-    g_lastOption = (long)option;
+    memset(&entry, 0, sizeof(entry));
+    entry.option = (int)option;
     va_start(args, option);
     if (option < CURLOPTTYPE_OBJECTPOINT)
-        g_lastLong = va_arg(args, long);
+        entry.number = va_arg(args, long);
     else if (option < CURLOPTTYPE_OFF_T)
-        g_lastPointer = va_arg(args, void*);
+    {
+        entry.pointer = va_arg(args, void*);
+        entry.number = entry.pointer != NULL;
+        if (entry.pointer &&
+            (option == CURLOPT_URL || option == CURLOPT_USERPWD || option == CURLOPT_PROXY ||
+             option == CURLOPT_PROXYUSERPWD || option == CURLOPT_NOPROXY || option == CURLOPT_CAINFO ||
+             option == CURLOPT_CUSTOMREQUEST || option == CURLOPT_PROTOCOLS_STR))
+            strncpy(entry.text, (const char*)entry.pointer, sizeof(entry.text) - 1);
+    }
     else
-        g_lastOffset = va_arg(args, curl_off_t);
+        entry.number = va_arg(args, curl_off_t);
     va_end(args);
-    return CURLE_OK;
+    if (handle == NULL)
+        return CURLE_BAD_FUNCTION_ARGUMENT;
+    if (g_logCount < MAX_LOG)
+        g_log[g_logCount++] = entry;
+    return (int)option == g_failOption ? (CURLcode)g_failCode : CURLE_OK;
 }
 
 STUB_EXPORT const char* curl_easy_strerror(CURLcode code)
@@ -130,22 +205,29 @@ STUB_EXPORT const char* curl_easy_strerror(CURLcode code)
     return "stub strerror";
 }
 
+/* Escaping and unescaping copy the text unchanged: the tests that check
+ * encodings use curl. */
+static char* CopyOf(const char* text, int length, int* outLength)
+{
+    size_t n = length > 0 ? (size_t)length : strlen(text);
+    char* out = (char*)malloc(n + 1);
+    memcpy(out, text, n);
+    out[n] = 0;
+    if (outLength)
+        *outLength = (int)n;
+    return out;
+}
+
 STUB_EXPORT char* curl_easy_escape(CURL* handle, const char* text, int length)
 {
-    char* copy;
     Count("curl_easy_escape");
-    copy = (char*)malloc(strlen(text) + 1);
-    if (copy)
-        strcpy(copy, text);
-    return copy;
+    return CopyOf(text, length, NULL);
 }
 
 STUB_EXPORT char* curl_easy_unescape(CURL* handle, const char* text, int length, int* outLength)
 {
     Count("curl_easy_unescape");
-    if (outLength)
-        *outLength = length;
-    return NULL;
+    return CopyOf(text, length, outLength);
 }
 
 STUB_EXPORT void curl_free(void* pointer)
@@ -201,9 +283,9 @@ STUB_EXPORT time_t curl_getdate(const char* text, const time_t* unused)
 
 STUB_EXPORT struct curl_slist* curl_slist_append(struct curl_slist* list, const char* text)
 {
-    struct curl_slist* item;
+    struct curl_slist* item = (struct curl_slist*)calloc(1, sizeof(*item));
+    struct curl_slist* tail = list;
     Count("curl_slist_append");
-    item = (struct curl_slist*)calloc(1, sizeof(*item));
     if (!item)
         return NULL;
     item->data = (char*)malloc(strlen(text) + 1);
@@ -215,12 +297,9 @@ STUB_EXPORT struct curl_slist* curl_slist_append(struct curl_slist* list, const 
     strcpy(item->data, text);
     if (!list)
         return item;
-    {
-        struct curl_slist* tail = list;
-        while (tail->next)
-            tail = tail->next;
-        tail->next = item;
-    }
+    while (tail->next)
+        tail = tail->next;
+    tail->next = item;
     return list;
 }
 

@@ -1,84 +1,43 @@
 #include "support/FtpServers.h"
 
-#include <stdlib.h>
-
-#include "support/TestEnv.h"
-#include "ZyUtils/ZyFile.h"
+#include "support/ServerFile.h"
 
 namespace zytest
 {
 namespace
 {
-// The value of "key" in the flat JSON object that ftp_servers.py writes.
-bool JsonValue(const std::string& json, const std::string& key, std::string& value)
-{
-    const std::string quoted = "\"" + key + "\":";
-    size_t at = json.find(quoted);
-    if (at == std::string::npos)
-        return false;
-    at += quoted.size();
-    while (at < json.size() && (json[at] == ' ' || json[at] == '\n'))
-        ++at;
-    value.clear();
-    if (at < json.size() && json[at] == '"')
-    {
-        for (++at; at < json.size() && json[at] != '"'; ++at)
-        {
-            if (json[at] == '\\' && at + 1 < json.size())
-                ++at;
-            value.push_back(json[at]);
-        }
-        return true;
-    }
-    while (at < json.size() && ((json[at] >= '0' && json[at] <= '9') || json[at] == '-'))
-        value.push_back(json[at++]);
-    return !value.empty();
-}
-
-std::string Text(const std::string& json, const char* key)
-{
-    std::string value;
-    return JsonValue(json, key, value) ? value : std::string();
-}
-
 FtpServers Load()
 {
     FtpServers servers;
-    const char* file = getenv("ZYTEST_FTP_SERVERS");
-    if (!file || !file[0])
+    const ServerFile file("ZYTEST_FTP_SERVERS");
+    if (!file.ok)
     {
-        servers.problem = "ZYTEST_FTP_SERVERS is not set (run the tests through ctest)";
+        servers.problem = file.problem;
         return servers;
     }
-    std::string json;
-    if (CZyFile::ReadWholeFile(HostPath(file).c_str(), json).IsError())
-    {
-        servers.problem = std::string("cannot read ") + file;
-        return servers;
-    }
-    servers.ftp = atoi(Text(json, "ftp").c_str());
-    servers.ftps = atoi(Text(json, "ftps").c_str());
-    servers.sftp = atoi(Text(json, "sftp").c_str());
-    servers.sftpProblem = Text(json, "sftpProblem");
-    servers.rootOnServer = Text(json, "root");
-    servers.root = HostPath(servers.rootOnServer);
-    servers.user = Text(json, "user");
-    servers.password = Text(json, "password");
-    servers.caFile = HostPath(Text(json, "caFile"));
-    servers.wrongCaFile = HostPath(Text(json, "wrongCaFile"));
-    servers.bigSize = atoll(Text(json, "bigSize").c_str());
-    servers.keyUser = Text(json, "sftpKeyUser");
-    servers.keyFile = HostPath(Text(json, "keyFile"));
-    servers.phraseKeyFile = HostPath(Text(json, "phraseKeyFile"));
-    servers.keyPassphrase = Text(json, "keyPassphrase");
-    servers.knownHosts = HostPath(Text(json, "knownHosts"));
-    servers.wrongKnownHosts = HostPath(Text(json, "wrongKnownHosts"));
-    servers.passwordUser = Text(json, "sftpPasswordUser");
-    servers.sftpPassword = Text(json, "sftpPassword");
-    servers.passwordProblem = Text(json, "sftpPasswordProblem");
-    servers.available = servers.ftp && servers.ftps && !servers.root.empty();
+    servers.ftp = static_cast<int>(file.Number("ftp"));
+    servers.ftps = static_cast<int>(file.Number("ftps"));
+    servers.sftp = static_cast<int>(file.Number("sftp"));
+    servers.sftpProblem = file.Text("sftpProblem");
+    servers.rootOnServer = file.Text("root");
+    servers.root = file.Path("root");
+    servers.user = file.Text("user");
+    servers.password = file.Text("password");
+    servers.caFile = file.Path("caFile");
+    servers.wrongCaFile = file.Path("wrongCaFile");
+    servers.bigSize = file.Number("bigSize");
+    servers.keyUser = file.Text("sftpKeyUser");
+    servers.keyFile = file.Path("keyFile");
+    servers.phraseKeyFile = file.Path("phraseKeyFile");
+    servers.keyPassphrase = file.Text("keyPassphrase");
+    servers.knownHosts = file.Path("knownHosts");
+    servers.wrongKnownHosts = file.Path("wrongKnownHosts");
+    servers.passwordUser = file.Text("sftpPasswordUser");
+    servers.sftpPassword = file.Text("sftpPassword");
+    servers.passwordProblem = file.Text("sftpPasswordProblem");
+    servers.available = servers.ftp && servers.ftps && !servers.rootOnServer.empty();
     if (!servers.available)
-        servers.problem = std::string("the servers did not start (see ") + file + ")";
+        servers.problem = "the servers did not start (see " + file.name + ")";
     if (!servers.sftp && servers.sftpProblem.empty())
         servers.sftpProblem = "sshd did not start";
     return servers;

@@ -20,8 +20,6 @@ struct HttpServers
     int proxy = 0;        // tinyproxy with basic authentication
     int echo = 0;         // scripted: answers with the method, target and body it received
     int silent = 0;       // scripted: reads the request and never answers
-    int cut = 0;          // scripted: promises 1 MiB, closes after 64 KiB
-    int lying = 0;        // scripted: says 100 bytes, sends 10
     // hostile_server.py: misbehaves by path (/reset-mid-body, /short-body, ...)
     int hostile = 0;
     int hostileTls = 0;      // TLS 1.2 with a certificate for another name, from hostileCaFile's CA

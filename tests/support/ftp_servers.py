@@ -24,14 +24,14 @@ Everything lives under STATE_DIR:
 import json
 import os
 import pwd
-import shutil
-import signal
-import socket
 import subprocess
 import sys
-import time
 
-PYTHON = "/usr/bin/python3"
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from fixture_servers import (PYTHON, free_port, make_certificates, retrying, run, spawn, wait_port,  # noqa: E402
+                             fresh_state, main as fixture_main, remove_state, stop_servers, write_info,
+                             write_tree)
+
 SSHD = "/usr/sbin/sshd"
 FTP_USER = "zyftp"
 FTP_PASSWORD = "ftp pass:1"
@@ -53,45 +53,9 @@ TREE = {
 WORK_DIRS = ["work-ftp", "work-ftps", "work-sftp", "work-tool"]
 
 
-def free_port():
-    with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
-
-
-def wait_port(port, proc, what, timeout=20):
-    deadline = time.monotonic() + timeout
-    while time.monotonic() < deadline:
-        if proc is not None and proc.poll() is not None:
-            raise RuntimeError("%s exited with %d" % (what, proc.returncode))
-        try:
-            with socket.create_connection(("127.0.0.1", port), timeout=1):
-                return
-        except OSError:
-            time.sleep(0.05)
-    raise RuntimeError("%s did not listen on %d" % (what, port))
-
-
-def run(args, **kwargs):
-    subprocess.run(args, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, **kwargs)
-
-
-def spawn(args, state, name):
-    log = open(os.path.join(state, name + ".out"), "wb")
-    return subprocess.Popen(args, stdin=subprocess.DEVNULL, stdout=log, stderr=subprocess.STDOUT,
-                            start_new_session=True, cwd=state)
-
-
 def make_tree(root):
     tree = os.path.join(root, "tree")
-    os.makedirs(tree)
-    for path, data in TREE.items():
-        full = os.path.join(tree, path)
-        if data is None:
-            os.makedirs(full, exist_ok=True)
-        else:
-            with open(full, "wb") as f:
-                f.write(data)
+    write_tree(tree, TREE)
     with open(os.path.join(tree, "big.bin"), "wb") as f:
         for _ in range(BIG_SIZE // (1 << 20)):
             f.write(os.urandom(1 << 20))
@@ -101,36 +65,6 @@ def make_tree(root):
     # Every directory on the way must be reachable for a throwaway account.
     for dirpath, dirnames, _ in os.walk(root):
         os.chmod(dirpath, 0o777 if os.path.basename(dirpath).startswith("work-") else 0o755)
-
-
-def make_certificates(state):
-    ca_key, ca_crt = os.path.join(state, "ca.key"), os.path.join(state, "ca.crt")
-    key, csr, crt = (os.path.join(state, n) for n in ("server.key", "server.csr", "server.crt"))
-    ext = os.path.join(state, "server.ext")
-    run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", ca_key, "-out", ca_crt, "-days", "2",
-         "-subj", "/CN=ZyNetwork FTP test CA", "-addext", "basicConstraints=critical,CA:TRUE",
-         "-addext", "keyUsage=critical,keyCertSign,cRLSign"])
-    run(["openssl", "req", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", csr, "-subj", "/CN=localhost"])
-    with open(ext, "w") as f:
-        f.write("subjectAltName=DNS:localhost,IP:127.0.0.1\nbasicConstraints=CA:FALSE\n"
-                "keyUsage=digitalSignature,keyEncipherment\nextendedKeyUsage=serverAuth\n")
-    run(["openssl", "x509", "-req", "-in", csr, "-CA", ca_crt, "-CAkey", ca_key, "-CAcreateserial", "-out", crt,
-         "-days", "2", "-extfile", ext])
-    other_key, other_crt = os.path.join(state, "other-ca.key"), os.path.join(state, "other-ca.crt")
-    run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", other_key, "-out", other_crt,
-         "-days", "2", "-subj", "/CN=ZyNetwork unrelated CA", "-addext", "basicConstraints=critical,CA:TRUE"])
-    return ca_crt, crt, key, other_crt
-
-
-def retrying(start_one):
-    # A free port can be taken by another program before the server binds
-    # it (the server then exits): try again with another.
-    for attempt in range(3):
-        try:
-            return start_one()
-        except RuntimeError:
-            if attempt == 2:
-                raise
 
 
 def start_ftp(state, root, tls, crt=None, key=None):
@@ -264,11 +198,7 @@ def start_sshd(state, info):
 
 
 def start(state):
-    state = os.path.realpath(state)
-    if os.path.exists(state):
-        stop(state)
-    os.makedirs(state)
-    os.chmod(state, 0o755)
+    state = fresh_state(state, stop)
     root = os.path.join(state, "root")
     info = {"pids": [], "state": state, "root": root, "user": FTP_USER, "password": FTP_PASSWORD,
             "bigSize": BIG_SIZE}
@@ -285,57 +215,16 @@ def start(state):
         if proc:
             info["pids"].append(proc.pid)
     finally:
-        with open(os.path.join(state, "servers.json"), "w") as f:
-            json.dump(info, f, indent=1)
+        write_info(state, info)
     return info
 
 
 def stop(state):
-    path = os.path.join(state, "servers.json")
-    if os.path.exists(path):
-        with open(path) as f:
-            info = json.load(f)
-        for pid in info.get("pids", []):
-            try:
-                os.killpg(pid, signal.SIGTERM)
-            except OSError:
-                pass
-        deadline = time.monotonic() + 10
-        for pid in info.get("pids", []):
-            while time.monotonic() < deadline:
-                try:
-                    os.killpg(pid, 0)
-                except OSError:
-                    break
-                time.sleep(0.05)
-            try:
-                os.killpg(pid, signal.SIGKILL)
-            except OSError:
-                pass
-        if info.get("sftpPasswordUser"):
-            subprocess.run(["userdel", info["sftpPasswordUser"]], stdout=subprocess.DEVNULL,
-                           stderr=subprocess.DEVNULL)
-    shutil.rmtree(state, ignore_errors=True)
-
-
-def main():
-    if len(sys.argv) != 3 or sys.argv[1] not in ("start", "stop", "ftpd"):
-        sys.stderr.write(__doc__)
-        return 2
-    if sys.argv[1] == "start":
-        try:
-            start(sys.argv[2])
-        except (RuntimeError, OSError, subprocess.CalledProcessError) as error:
-            detail = getattr(error, "stderr", b"") or b""
-            sys.stderr.write("ftp_servers: %s %s\n" % (error, detail.decode("utf-8", "replace")))
-            stop(sys.argv[2])
-            return 1
-    elif sys.argv[1] == "stop":
-        stop(sys.argv[2])
-    else:
-        ftpd(sys.argv[2])
-    return 0
+    info = stop_servers(state)
+    if info.get("sftpPasswordUser"):
+        subprocess.run(["userdel", info["sftpPasswordUser"]], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    remove_state(state)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(fixture_main(__doc__, "ftp_servers", start, stop, ("ftpd", ftpd)))

@@ -15,14 +15,12 @@ and files under STATE_DIR:
   is installed;
 - tinyproxy with basic authentication;
 - a scripted server for what nginx will not do: an echo of the request
-  (method and body), a connection that stays silent, a body cut off in the
-  middle and a Content-Length that is not honoured;
+  (method and body) and a connection that stays silent;
 - the hostile server of hostile_server.py (plain, TLS with a certificate for
   another name, a TLS handshake that stops halfway).
 """
 import json
 import os
-import shutil
 import signal
 import socket
 import subprocess
@@ -30,7 +28,11 @@ import sys
 import threading
 import time
 
-PYTHON = "/usr/bin/python3"
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from fixture_servers import (PYTHON, free_port, make_certificates, retrying, spawn, wait_port,  # noqa: E402
+                             fresh_state, main as fixture_main, remove_state, stop_servers, write_info,
+                             write_tree)
+
 USER = "zyuser"
 PASSWORD = "zy pass:1"
 PROXY_USER = "proxyuser"
@@ -40,78 +42,30 @@ BIG_SIZE = 1 << 30
 # The listing tree: names with spaces and non-ASCII letters, an empty file,
 # a directory. Sizes stay under 1 KiB so that every listing shows them in
 # bytes.
-LIST_FILES = {
-    "a file.txt": b"first file\n",
-    "\u00fcber gr\u00f6\u00dfe.txt": b"non-ASCII name\n" * 3,
-    "empty.txt": b"",
-    "percent%sign & more.txt": b"odd characters\n",
-    "sub dir/inner.txt": b"inside\n",
+# nginx's root. The listing tree list/: names with spaces and non-ASCII
+# letters, an empty file, directories; sizes stay under 1 KiB so that every
+# listing shows them in bytes.
+WWW = {
+    "list/a file.txt": b"first file\n",
+    "list/\u00fcber gr\u00f6\u00dfe.txt": b"non-ASCII name\n" * 3,
+    "list/empty.txt": b"",
+    "list/percent%sign & more.txt": b"odd characters\n",
+    "list/sub dir/inner.txt": b"inside\n",
     # Longer than the 50 characters nginx shows of a name.
-    "a long file name that listing pages cut short when they show it.txt": b"long\n",
+    "list/a long file name that listing pages cut short when they show it.txt": b"long\n",
+    "list/\u00e9t\u00e9/": None,
+    "hello.txt": b"hello from nginx\n",
+    "dav/": None,
+    "auth/secret.txt": b"authorised bytes\n",
+    "big/": None,
 }
-LIST_DIRS = ["sub dir", "\u00e9t\u00e9"]
-
-
-def free_port():
-    with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
-
-
-def wait_port(port, proc, what, timeout=20):
-    deadline = time.monotonic() + timeout
-    while time.monotonic() < deadline:
-        if proc is not None and proc.poll() is not None:
-            raise RuntimeError("%s exited with %d" % (what, proc.returncode))
-        try:
-            with socket.create_connection(("127.0.0.1", port), timeout=1):
-                return
-        except OSError:
-            time.sleep(0.05)
-    raise RuntimeError("%s did not listen on %d" % (what, port))
-
-
-def run(args, **kwargs):
-    subprocess.run(args, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, **kwargs)
-
-
-def make_certificates(state):
-    ca_key, ca_crt = os.path.join(state, "ca.key"), os.path.join(state, "ca.crt")
-    key, csr, crt = (os.path.join(state, n) for n in ("server.key", "server.csr", "server.crt"))
-    ext = os.path.join(state, "server.ext")
-    run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", ca_key, "-out", ca_crt, "-days", "2",
-         "-subj", "/CN=ZyNetwork test CA", "-addext", "basicConstraints=critical,CA:TRUE",
-         "-addext", "keyUsage=critical,keyCertSign,cRLSign"])
-    run(["openssl", "req", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", csr, "-subj", "/CN=localhost"])
-    with open(ext, "w") as f:
-        f.write("subjectAltName=DNS:localhost,IP:127.0.0.1\nbasicConstraints=CA:FALSE\n"
-                "keyUsage=digitalSignature,keyEncipherment\nextendedKeyUsage=serverAuth\n")
-    run(["openssl", "x509", "-req", "-in", csr, "-CA", ca_crt, "-CAkey", ca_key, "-CAcreateserial", "-out", crt,
-         "-days", "2", "-extfile", ext])
-    # A second CA that signed nothing of the server's.
-    other_key, other_crt = os.path.join(state, "other-ca.key"), os.path.join(state, "other-ca.crt")
-    run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", other_key, "-out", other_crt,
-         "-days", "2", "-subj", "/CN=ZyNetwork unrelated CA", "-addext", "basicConstraints=critical,CA:TRUE"])
-    return ca_crt, crt, key, other_crt
 
 
 def make_tree(root):
     www = os.path.join(root, "www")
-    listing = os.path.join(www, "list")
-    for d in LIST_DIRS:
-        os.makedirs(os.path.join(listing, d), exist_ok=True)
-    for name, data in LIST_FILES.items():
-        with open(os.path.join(listing, name), "wb") as f:
-            f.write(data)
-    with open(os.path.join(www, "hello.txt"), "wb") as f:
-        f.write(b"hello from nginx\n")
-    os.makedirs(os.path.join(www, "dav"), exist_ok=True)
+    write_tree(www, WWW)
     # nginx's workers may run as another user than its master (root).
     os.chmod(os.path.join(www, "dav"), 0o777)
-    os.makedirs(os.path.join(www, "auth"), exist_ok=True)
-    with open(os.path.join(www, "auth", "secret.txt"), "wb") as f:
-        f.write(b"authorised bytes\n")
-    os.makedirs(os.path.join(www, "big"), exist_ok=True)
     # Sparse: 1 GiB of zeros that takes no disk space.
     with open(os.path.join(www, "big", "1GiB.bin"), "wb") as f:
         f.truncate(BIG_SIZE)
@@ -221,17 +175,8 @@ DisableViaHeader Yes
     return path
 
 
-def spawn(args, state, name):
-    log = open(os.path.join(state, name + ".out"), "wb")
-    return subprocess.Popen(args, stdin=subprocess.DEVNULL, stdout=log, stderr=subprocess.STDOUT,
-                            start_new_session=True, cwd=state)
-
-
 def start(state):
-    state = os.path.realpath(state)
-    if os.path.exists(state):
-        stop(state)
-    os.makedirs(state)
+    state = fresh_state(state, stop)
     info = {"pids": [], "user": USER, "password": PASSWORD, "proxyUser": PROXY_USER,
             "proxyPassword": PROXY_PASSWORD, "bigSize": BIG_SIZE, "state": state}
     try:
@@ -250,18 +195,13 @@ def start(state):
         info["http"] = http_port
         info["https"] = https_port
 
-        # A free port can be taken by another program before the server
-        # binds it: try again with another.
-        for attempt in range(3):
+        def start_python_http():
             port = free_port()
             proc = spawn([PYTHON, "-m", "http.server", str(port), "--bind", "127.0.0.1", "--directory",
                           os.path.join(www, "list")], state, "pyhttp")
-            try:
-                wait_port(port, proc, "http.server")
-                break
-            except RuntimeError:
-                if attempt == 2:
-                    raise
+            wait_port(port, proc, "http.server")
+            return proc, port
+        proc, port = retrying(start_python_http)
         info["pids"].append(proc.pid)
         info["pythonHttp"] = port
 
@@ -280,7 +220,7 @@ def start(state):
         wait_port(port, proc, "tinyproxy")
         info["proxy"] = port
 
-        ports = {name: free_port() for name in ("echo", "silent", "cut", "lying")}
+        ports = {name: free_port() for name in ("echo", "silent")}
         with open(os.path.join(state, "scripted.json"), "w") as f:
             json.dump(ports, f)
         proc = spawn([PYTHON, os.path.abspath(__file__), "misbehave", os.path.join(state, "scripted.json")], state,
@@ -302,34 +242,13 @@ def start(state):
         with open(hostile) as f:
             info.update(json.load(f))
     finally:
-        with open(os.path.join(state, "servers.json"), "w") as f:
-            json.dump(info, f, indent=1)
+        write_info(state, info)
     return info
 
 
 def stop(state):
-    path = os.path.join(state, "servers.json")
-    if os.path.exists(path):
-        with open(path) as f:
-            info = json.load(f)
-        for pid in info.get("pids", []):
-            try:
-                os.killpg(pid, signal.SIGTERM)
-            except OSError:
-                pass
-        deadline = time.monotonic() + 10
-        for pid in info.get("pids", []):
-            while time.monotonic() < deadline:
-                try:
-                    os.killpg(pid, 0)
-                except OSError:
-                    break
-                time.sleep(0.05)
-            try:
-                os.killpg(pid, signal.SIGKILL)
-            except OSError:
-                pass
-    shutil.rmtree(state, ignore_errors=True)
+    stop_servers(state)
+    remove_state(state)
 
 
 # ---- the scripted server -----------------------------------------------------
@@ -383,18 +302,6 @@ def handle_silent(conn):
         pass
 
 
-def handle_cut(conn):
-    # Promises 1 MiB and closes after 64 KiB.
-    read_request(conn)
-    conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 1048576\r\n\r\n" + b"x" * 65536)
-
-
-def handle_lying(conn):
-    # Says 100 bytes, sends 10 and closes.
-    read_request(conn)
-    conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n0123456789")
-
-
 def serve(port, handler):
     listener = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
     listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
@@ -416,31 +323,16 @@ def serve(port, handler):
 def misbehave(ports_file):
     with open(ports_file) as f:
         ports = json.load(f)
-    handlers = {"echo": handle_echo, "silent": handle_silent, "cut": handle_cut, "lying": handle_lying}
+    handlers = {"echo": handle_echo, "silent": handle_silent}
     for name, port in ports.items():
         threading.Thread(target=serve, args=(port, handlers[name]), daemon=True).start()
     signal.sigwait([signal.SIGTERM, signal.SIGINT])
 
 
-def main():
-    if len(sys.argv) != 3 or sys.argv[1] not in ("start", "stop", "misbehave"):
-        sys.stderr.write(__doc__)
-        return 2
-    if sys.argv[1] == "start":
-        try:
-            start(sys.argv[2])
-        except (RuntimeError, OSError, subprocess.CalledProcessError) as error:
-            detail = getattr(error, "stderr", b"") or b""
-            sys.stderr.write("http_servers: %s %s\n" % (error, detail.decode("utf-8", "replace")))
-            stop(sys.argv[2])
-            return 1
-    elif sys.argv[1] == "stop":
-        stop(sys.argv[2])
-    else:
-        signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTERM, signal.SIGINT])
-        misbehave(sys.argv[2])
-    return 0
+def run_misbehaving(ports_file):
+    signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTERM, signal.SIGINT])
+    misbehave(ports_file)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(fixture_main(__doc__, "http_servers", start, stop, ("misbehave", run_misbehaving)))
