@@ -293,7 +293,9 @@ TEST_F(ZyHttpTest, WorkingUrlAndIndependentCopies)
 // within its time limit (3 s per wait) with WinINet's error for the
 // misbehaviour and leaves neither the file nor its ".part". Where Windows
 // and Wine report differently both codes are listed (Wine passes socket
-// errors through: 10054 for a reset).
+// errors through: 10054 for a reset). Left out, as no limit ends them under
+// Wine (docs/RELIABILITY.md): headers trickled one byte a second and the
+// handshake that stops halfway.
 TEST_F(ZyHttpTest, HostilePeers)
 {
     if (Env("ZYHTTP_TEST_HOSTILE_PORT").empty())
@@ -304,22 +306,26 @@ TEST_F(ZyHttpTest, HostilePeers)
         const char* path;
         std::vector<int> codes;  // 0: success, with `content` in the file
         const char* content;
+        bool ignoreCertificates;
     };
     const char* const plain = "ZYHTTP_TEST_HOSTILE_PORT";
+    const char* const otherName = "ZYHTTP_TEST_HOSTILETLS_PORT";
     const Case cases[] = {
-        {plain, "/reset-mid-body", {12030, 10054}, nullptr},
-        {plain, "/short-body", {12030}, nullptr},
+        {plain, "/reset-mid-body", {12030, 10054}, nullptr, false},
+        {plain, "/short-body", {12030}, nullptr, false},
         // A body that does not match its length is refused either way.
-        {plain, "/long-body", {12030}, nullptr},
-        {plain, "/bad-chunked", {12030, 0}, "hello"},
-        {plain, "/endless-header", {12152, 12030}, nullptr},
-        {plain, "/huge-stall", {12002, 10060}, nullptr},
-        {plain, "/huge-close", {12030}, nullptr},
-        {plain, "/redirect-loop", {12156, 12030}, nullptr},
-        // Unknown issuer or wrong name; Wine reports a failed revocation check.
-        {"ZYHTTP_TEST_HOSTILETLS_PORT", "/hello", {12045, 12038, 12057}, nullptr},
-        // The handshake that stops halfway is left out: Wine's WinINet waits
-        // for it without a limit (docs/RELIABILITY.md).
+        {plain, "/long-body", {12030}, nullptr, false},
+        {plain, "/bad-chunked", {12030, 0}, "hello", false},
+        {plain, "/endless-header", {12152, 12030}, nullptr, false},
+        {plain, "/huge-stall", {12002, 10060}, nullptr, false},
+        {plain, "/huge-close", {12030}, nullptr, false},
+        {plain, "/redirect-loop", {12156, 12030}, nullptr, false},
+        // Wrong name from an unknown issuer: 12038 or 12045 on Windows; Wine
+        // reports the failed revocation check first, so under Wine this row
+        // cannot tell the name from the issuer. The ignore option accepts
+        // both.
+        {otherName, "/hello", {12045, 12038, 12057}, nullptr, false},
+        {otherName, "/hello", {0}, "hello", true},
     };
     for (const Case& c : cases)
     {
@@ -328,6 +334,8 @@ TEST_F(ZyHttpTest, HostilePeers)
         const std::string url = std::string(tls ? "https://localhost:" : "http://127.0.0.1:") + Env(c.server) + c.path;
         ZyHTTP client(url.c_str());
         client.SetInternetTimeout(3000);
+        if (c.ignoreCertificates)
+            client.SetIgnoreCertificateErrors();
         CZyError error = client.DownloadFileFromUrl(url.c_str(), m_local.c_str(), "got.bin", {});
         const int code = error.IsError() ? static_cast<int>(error.GetErrorCode()) : 0;
         EXPECT_NE(c.codes.end(), std::find(c.codes.begin(), c.codes.end(), code)) << code << " " << error.AsString();
