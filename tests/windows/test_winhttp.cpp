@@ -564,6 +564,7 @@ TEST_F(WinHttpTest, HostilePeers)
         // Wine's WinHTTP ends the body at the broken size line.
         {"hostile", "/bad-chunked", {12030, 0}, "hello"},
         {"hostile", "/endless-header", {12152, 10054}, nullptr},
+        {"hostile", "/trickle-body", {0}, "hello"},
         {"hostile", "/huge-stall", {12002, 10060}, nullptr},
         {"hostile", "/huge-close", {12030}, nullptr},
         {"hostile", "/redirect-loop", {12156}, nullptr},
