@@ -1,8 +1,12 @@
 // ZyHTTP over WinINet. Every request opens a session, a connection and a
 // request handle of its own and closes them before returning; the object
-// itself holds only settings, which is what makes copies safe.
-// Slightly longer than our usual 600 lines: one class, its three request
-// kinds sharing the handle and status code.
+// itself holds only settings, which is what makes copies safe. With a time
+// limit the session is asynchronous and the client waits for each call
+// itself, so that the limit bounds the whole header phase (connecting, the
+// TLS handshake, the request, redirects, the response headers) and not only
+// each wait within it.
+// Longer than our usual 600 lines: one class, its three request kinds
+// sharing the handles, the status code and the asynchronous wait.
 #include "ZyNetwork/ZyHTTP.h"
 
 #include <windows.h>
@@ -75,19 +79,68 @@ std::string JoinLocal(const char* directory, const std::string& name)
     return path + name;
 }
 
-// Writes all of `data`; InternetWriteFile may take less than offered.
-bool WriteAll(HINTERNET request, const char* data, size_t size)
+// The completion of the call a request in asynchronous mode has pending.
+// The request and WinINet's status callback hold a reference each: after a
+// cancel WinINet may still call back when the request has returned, last
+// with INTERNET_STATUS_HANDLE_CLOSING.
+class Completion
 {
-    while (size > 0)
+public:
+    Completion() : m_event(CreateEventW(nullptr, FALSE, FALSE, nullptr)), m_error(0), m_references(1) {}
+    Completion(const Completion&) = delete;
+    Completion& operator=(const Completion&) = delete;
+
+    bool Usable() const { return m_event != nullptr; }
+    void AddReference() { InterlockedIncrement(&m_references); }
+    void Release()
     {
-        DWORD piece = size > kChunk ? kChunk : static_cast<DWORD>(size);
-        DWORD written = 0;
-        if (!InternetWriteFile(request, data, piece, &written) || written == 0)
-            return false;
-        data += written;
-        size -= written;
+        if (InterlockedDecrement(&m_references) == 0)
+            delete this;
     }
-    return true;
+    void Prepare() { ResetEvent(m_event); }
+    void Complete(DWORD error)
+    {
+        m_error = error;
+        SetEvent(m_event);
+    }
+    // The call's result, or false when `milliseconds` passed first.
+    bool Wait(DWORD milliseconds, DWORD& error) const
+    {
+        if (WaitForSingleObject(m_event, milliseconds) != WAIT_OBJECT_0)
+            return false;
+        error = m_error;
+        return true;
+    }
+
+private:
+    ~Completion()
+    {
+        if (m_event)
+            CloseHandle(m_event);
+    }
+
+    HANDLE m_event;
+    DWORD m_error;  // written before the event is set
+    LONG m_references;
+};
+
+void CALLBACK StatusCallback(HINTERNET, DWORD_PTR context, DWORD status, LPVOID information, DWORD)
+{
+    Completion* completion = reinterpret_cast<Completion*>(context);
+    if (!completion)
+        return;
+    if (status == INTERNET_STATUS_REQUEST_COMPLETE)
+    {
+        const INTERNET_ASYNC_RESULT* result = static_cast<const INTERNET_ASYNC_RESULT*>(information);
+        DWORD error = ERROR_SUCCESS;
+        if (!result->dwResult)
+            error = result->dwError != ERROR_SUCCESS ? result->dwError : ERROR_INTERNET_INTERNAL_ERROR;
+        completion->Complete(error);
+    }
+    else if (status == INTERNET_STATUS_HANDLE_CLOSING)
+    {
+        completion->Release();
+    }
 }
 }  // namespace
 
@@ -101,13 +154,67 @@ struct ZyHTTP::Target
     std::string url;     // for messages
 };
 
-// The handles of one request; members are destroyed in reverse order, so
-// the request closes first and the session last.
+// The handles of one request, closed request first, session last. With a
+// time limit the session is asynchronous, so that the client keeps the
+// limit of the header phase itself: WinINet's own limits bound each wait.
 struct ZyHTTP::Handles
 {
+    Handles() : completion(nullptr), headerLimitMs(0) {}
+    Handles(const Handles&) = delete;
+    Handles& operator=(const Handles&) = delete;
+    ~Handles()
+    {
+        request.Reset(nullptr);
+        connection.Reset(nullptr);
+        session.Reset(nullptr);
+        if (completion)
+            completion->Release();
+    }
+
+    // Runs one WinINet call on the request and, when it is left pending,
+    // waits for it: at most `limitMs` when that is not 0, otherwise as long
+    // as WinINet's own limits let it. Past the limit the request is closed,
+    // which cancels the call, and the result is ERROR_INTERNET_TIMEOUT; the
+    // request must not be used again. Returns ERROR_SUCCESS or the error.
+    template <class Call>
+    DWORD Run(DWORD limitMs, Call call)
+    {
+        if (completion)
+            completion->Prepare();
+        if (call())
+            return ERROR_SUCCESS;
+        DWORD error = GetLastError();
+        if (!completion || error != ERROR_IO_PENDING)
+            return error;
+        if (completion->Wait(limitMs != 0 ? limitMs : INFINITE, error))
+            return error;
+        request.Reset(nullptr);
+        return ERROR_INTERNET_TIMEOUT;
+    }
+
+    // Writes all of `data`; InternetWriteFile may take less than offered.
+    DWORD WriteAll(const char* data, size_t size)
+    {
+        while (size > 0)
+        {
+            DWORD piece = size > kChunk ? kChunk : static_cast<DWORD>(size);
+            DWORD written = 0;
+            DWORD error = Run(0, [&] { return InternetWriteFile(request.Get(), data, piece, &written); });
+            if (error != ERROR_SUCCESS)
+                return error;
+            if (written == 0)
+                return ERROR_INTERNET_CONNECTION_ABORTED;
+            data += written;
+            size -= written;
+        }
+        return ERROR_SUCCESS;
+    }
+
     InternetHandle session;
     InternetHandle connection;
     InternetHandle request;
+    Completion* completion;  // asynchronous mode only
+    DWORD headerLimitMs;     // for connecting, the request and the response headers
 };
 
 ZyHTTP::ZyHTTP(const char* baseUrl)
@@ -239,7 +346,8 @@ void ZyHTTP::_applyTimeouts(void* handle) const
         return;
     // Set on every handle of the request: WinINet implementations differ in
     // what a request inherits from its session. Each limit bounds one wait
-    // (connecting, sending, waiting for data), not the whole request.
+    // (connecting, sending, waiting for data); Handles::Run bounds the
+    // header phase as a whole.
     DWORD limit = m_timeoutMs > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<DWORD>(m_timeoutMs);
     const DWORD options[] = {INTERNET_OPTION_CONNECT_TIMEOUT, INTERNET_OPTION_SEND_TIMEOUT,
                              INTERNET_OPTION_RECEIVE_TIMEOUT, INTERNET_OPTION_DATA_SEND_TIMEOUT,
@@ -251,9 +359,19 @@ void ZyHTTP::_applyTimeouts(void* handle) const
 CZyError ZyHTTP::_openRequest(const Target& target, const char* verb, bool withCredentials, Handles& handles) const
 {
     DWORD access = m_proxy.IsEmpty() ? INTERNET_OPEN_TYPE_DIRECT : INTERNET_OPEN_TYPE_PROXY;
-    handles.session.Reset(InternetOpenA(m_userAgent.c_str(), access, OrNull(m_proxy), OrNull(m_proxyBypass), 0));
+    const bool limited = m_timeoutMs > 0;
+    handles.session.Reset(InternetOpenA(m_userAgent.c_str(), access, OrNull(m_proxy), OrNull(m_proxyBypass),
+                                        limited ? INTERNET_FLAG_ASYNC : 0));
     if (!handles.session.Get())
         return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_openRequest"), GetLastError(), "InternetOpen failed");
+    if (limited)
+    {
+        handles.headerLimitMs = m_timeoutMs > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<DWORD>(m_timeoutMs);
+        handles.completion = new Completion;
+        if (!handles.completion->Usable() ||
+            InternetSetStatusCallbackA(handles.session.Get(), StatusCallback) == INTERNET_INVALID_STATUS_CALLBACK)
+            return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_openRequest"), GetLastError(), "InternetOpen failed");
+    }
 
     _applyTimeouts(handles.session.Get());
 
@@ -274,10 +392,13 @@ CZyError ZyHTTP::_openRequest(const Target& target, const char* verb, bool withC
         flags |= INTERNET_FLAG_IGNORE_CERT_CN_INVALID | INTERNET_FLAG_IGNORE_CERT_DATE_INVALID;
     static const char* kAcceptAll[] = {"*/*", nullptr};
     handles.request.Reset(HttpOpenRequestA(handles.connection.Get(), verb, target.object.c_str(), "HTTP/1.1",
-                                           nullptr, kAcceptAll, flags, 0));
+                                           nullptr, kAcceptAll, flags,
+                                           reinterpret_cast<DWORD_PTR>(handles.completion)));
     if (!handles.request.Get())
         return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_openRequest"), GetLastError(), "HttpOpenRequest for %s failed",
                                        target.url.c_str());
+    if (handles.completion)
+        handles.completion->AddReference();  // for the callback, until the request's last one
 
     _applyTimeouts(handles.request.Get());
     if (target.secure && m_ignoreCertificateErrors)
@@ -349,9 +470,10 @@ CZyError ZyHTTP::_sendRequestGet(const Target& target, const std::map<CZyString,
             return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestGet"), GetLastError(),
                                            "Cannot add the request header '%s'", header.first.c_str());
     }
-    if (!HttpSendRequestA(handles.request.Get(), nullptr, 0, nullptr, 0))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestGet"), GetLastError(), "GET %s failed",
-                                       target.url.c_str());
+    DWORD code = handles.Run(handles.headerLimitMs,
+                             [&] { return HttpSendRequestA(handles.request.Get(), nullptr, 0, nullptr, 0); });
+    if (code != ERROR_SUCCESS)
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestGet"), code, "GET %s failed", target.url.c_str());
     error = _checkStatus(target, handles, &contentLength);
     if (error.IsError())
         return error.Push(ZY_LOC("ZyHTTP::_sendRequestGet"));
@@ -379,10 +501,10 @@ CZyError ZyHTTP::_download(const Target& target, const std::map<CZyString, CZySt
     for (;;)
     {
         DWORD got = 0;
-        if (!InternetReadFile(handles.request.Get(), &buffer[0], kChunk, &got))
+        DWORD code = handles.Run(0, [&] { return InternetReadFile(handles.request.Get(), &buffer[0], kChunk, &got); });
+        if (code != ERROR_SUCCESS)
         {
-            error = FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_download"), GetLastError(), "Reading %s failed",
-                                            target.url.c_str());
+            error = FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_download"), code, "Reading %s failed", target.url.c_str());
             break;
         }
         if (got == 0)
@@ -424,8 +546,10 @@ CZyError ZyHTTP::_fetchPage(const Target& target, std::string& page)
     for (;;)
     {
         DWORD got = 0;
-        if (!InternetReadFile(handles.request.Get(), buffer, sizeof(buffer), &got))
-            return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_fetchPage"), GetLastError(), "Reading %s failed",
+        DWORD code =
+            handles.Run(0, [&] { return InternetReadFile(handles.request.Get(), buffer, sizeof(buffer), &got); });
+        if (code != ERROR_SUCCESS)
+            return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_fetchPage"), code, "Reading %s failed",
                                            target.url.c_str());
         if (got == 0)
             break;
@@ -584,14 +708,17 @@ CZyError ZyHTTP::_sendRequestPost(const Target& target, const char* localFile, c
     memset(&buffers, 0, sizeof(buffers));
     buffers.dwStructSize = sizeof(buffers);
     buffers.dwBufferTotal = static_cast<DWORD>(total);
-    if (!HttpSendRequestExA(handles.request.Get(), &buffers, nullptr, 0, 0))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), GetLastError(), "POST %s failed",
-                                       target.url.c_str());
+    DWORD code = handles.Run(handles.headerLimitMs, [&] {
+        return HttpSendRequestExA(handles.request.Get(), &buffers, nullptr, 0,
+                                  reinterpret_cast<DWORD_PTR>(handles.completion));
+    });
+    if (code != ERROR_SUCCESS)
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), code, "POST %s failed", target.url.c_str());
 
-    bool written = WriteAll(handles.request.Get(), form.head.data(), form.head.size());
+    code = handles.WriteAll(form.head.data(), form.head.size());
     std::string buffer(kChunk, '\0');
     uint64_t sent = 0;
-    while (written && sent < fileSize)
+    while (code == ERROR_SUCCESS && sent < fileSize)
     {
         uint32_t got = 0;
         error = file.Read(&buffer[0], kChunk, got);
@@ -599,20 +726,24 @@ CZyError ZyHTTP::_sendRequestPost(const Target& target, const char* localFile, c
             return error.Push(ZY_LOC("ZyHTTP::_sendRequestPost"), "Cannot read %s", localFile);
         if (got == 0)
             break;  // the file shrank; the length check below reports it
-        written = WriteAll(handles.request.Get(), buffer.data(), got);
+        code = handles.WriteAll(buffer.data(), got);
         sent += got;
     }
-    if (!written)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), GetLastError(), "Sending to %s failed",
+    if (code != ERROR_SUCCESS)
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), code, "Sending to %s failed",
                                        target.url.c_str());
     if (sent != fileSize)
         return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), ERROR_HANDLE_EOF,
                                        "%s changed size during the upload", localFile);
-    if (!WriteAll(handles.request.Get(), form.tail.data(), form.tail.size()))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), GetLastError(), "Sending to %s failed",
+    code = handles.WriteAll(form.tail.data(), form.tail.size());
+    if (code != ERROR_SUCCESS)
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), code, "Sending to %s failed",
                                        target.url.c_str());
-    if (!HttpEndRequestA(handles.request.Get(), nullptr, 0, 0))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), GetLastError(), "No answer from %s",
+    code = handles.Run(handles.headerLimitMs, [&] {
+        return HttpEndRequestA(handles.request.Get(), nullptr, 0, reinterpret_cast<DWORD_PTR>(handles.completion));
+    });
+    if (code != ERROR_SUCCESS)
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), code, "No answer from %s",
                                        target.url.c_str());
     error = _checkStatus(target, handles, nullptr);
     if (error.IsError())

@@ -561,9 +561,11 @@ CZyError CZyHTTP2::SubmitRequest(const wchar_t* url, bool upload, CZyFile& file)
         int timeout = static_cast<int>(m_timeoutMs);
         if (!WinHttpSetTimeouts(m_request, 0, timeout, timeout, timeout))
             return FXErrorUtil::ErrorWin32(ZY_LOC(kWhere), GetLastError(), "WinHttpSetTimeouts failed");
-        // Windows waits for the response as long as the receive time-out
-        // says; Wine waits for ever unless told this separately. Systems
-        // without the option keep their own rule.
+        // The other limits bound each wait; this one bounds the wait for
+        // all of the response headers, so a server that trickles them ends
+        // with 12002 at the limit (twice the limit with the one reconnect
+        // below). Wine 8 applies it to each wait only. Systems without the
+        // option keep their own rule.
         DWORD responseTimeout = m_timeoutMs;
         WinHttpSetOption(m_request, WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, &responseTimeout,
                          sizeof(responseTimeout));

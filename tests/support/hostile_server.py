@@ -16,6 +16,7 @@ Three listeners on 127.0.0.1:
     /bad-chunked      chunked; one good chunk, then a size line "zz"
     /endless-header   a header line that never ends (up to 256 MiB)
     /trickle-headers  the whole answer one byte a second
+    /trickle-body     the head at once, then the body "hello" one byte a second
     /huge-stall       Content-Length 10 GiB, 64 KiB sent, then silence
     /huge-close       Content-Length 10 GiB, 64 KiB sent, then close
     /redirect-loop    302 to itself, for ever
@@ -95,6 +96,12 @@ def _answer(conn, path):
         for byte in b"HTTP/1.1 200 OK\r\nContent-Length: 5\r\nX-Slow: " + b"s" * 200 + b"\r\n\r\nhello":
             conn.sendall(bytes([byte]))
             time.sleep(1)
+        return
+    if path == "/trickle-body":
+        conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n")
+        for byte in b"hello":
+            time.sleep(1)
+            conn.sendall(bytes([byte]))
         return
     if path in ("/huge-stall", "/huge-close"):
         conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 10737418240\r\n\r\n" + CHUNK)

@@ -32,12 +32,6 @@ public:
         client.m_port = port;
     }
     static CZyError Reconnect(CZyHTTP2& client) { return client.Reconnect(); }
-    static std::wstring EscapeUrlExtra(CZyHTTP2& client, const wchar_t* url)
-    {
-        std::wstring out;
-        client.EscapeUrlExtra(url, out);
-        return out;
-    }
 };
 
 namespace
@@ -394,17 +388,6 @@ TEST_F(WinHttpTest, AutoEscapeDropsQueryCharacters)
     ASSERT_EQ(seen.size(), 2u);
     EXPECT_EQ(seen[0].path, "/pa1b2");
     EXPECT_EQ(seen[1].path, "/p?a=1&b=2");
-
-    // Exactly these thirteen characters go; everything else printable stays.
-    std::wstring printable;
-    std::wstring kept;
-    for (wchar_t c = 0x21; c < 0x7F; ++c)
-    {
-        printable.push_back(c);
-        if (std::wstring(L"!$&'()*+,;=?@").find(c) == std::wstring::npos)
-            kept.push_back(c);
-    }
-    EXPECT_TRUE(Access::EscapeUrlExtra(client, printable.c_str()) == kept);
 }
 
 TEST_F(WinHttpTest, SchemeDecidesTlsAndSelfSignedCertificatesAreAccepted)
@@ -547,7 +530,8 @@ TEST_F(WinHttpTest, ProxyDiscovery)
 // leaves no destination file. Where Windows and Wine report differently,
 // both codes are listed (Wine passes socket errors through: 10054 for a
 // reset, 10060 for a time-out). The client accepts certificates for other
-// names as it accepts self-signed ones.
+// names as it accepts self-signed ones. Trickled headers are left out: Wine
+// applies the response-header limit to each wait (docs/RELIABILITY.md).
 TEST_F(WinHttpTest, HostilePeers)
 {
     struct Case
@@ -564,6 +548,7 @@ TEST_F(WinHttpTest, HostilePeers)
         // Wine's WinHTTP ends the body at the broken size line.
         {"hostile", "/bad-chunked", {12030, 0}, "hello"},
         {"hostile", "/endless-header", {12152, 10054}, nullptr},
+        {"hostile", "/trickle-body", {0}, "hello"},
         {"hostile", "/huge-stall", {12002, 10060}, nullptr},
         {"hostile", "/huge-close", {12030}, nullptr},
         {"hostile", "/redirect-loop", {12156}, nullptr},
