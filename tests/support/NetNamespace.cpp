@@ -4,6 +4,20 @@
 
 namespace zytest
 {
+std::string UseHostsFile(const std::string& hosts)
+{
+    const std::string dir = "/tmp/zytest-etc-" + std::to_string(getpid());
+    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        Shell("mkdir -p " + dir) != 0)
+        return "no private mount namespace";
+    std::ofstream(dir + "/hosts") << hosts;
+    std::ofstream(dir + "/resolv.conf") << "nameserver 127.0.0.1\n";
+    const bool bound = mount((dir + "/hosts").c_str(), "/etc/hosts", nullptr, MS_BIND, nullptr) == 0 &&
+                       mount((dir + "/resolv.conf").c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) == 0;
+    Shell("rm -rf " + dir);
+    return bound ? "" : "cannot bind a private /etc/hosts";
+}
+
 bool CanUseNetNamespaces()
 {
     return false;
@@ -16,18 +30,24 @@ int Shell(const std::string&)
 {
     return -1;
 }
+std::string UseHostsFile(const std::string&)
+{
+    return "mount namespaces are not available on this target";
+}
 }  // namespace zytest
 
 #else
 
 #include <sched.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 
 namespace zytest
 {
@@ -40,6 +60,20 @@ int Shell(const std::string& command)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
 }
 
+std::string UseHostsFile(const std::string& hosts)
+{
+    const std::string dir = "/tmp/zytest-etc-" + std::to_string(getpid());
+    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        Shell("mkdir -p " + dir) != 0)
+        return "no private mount namespace";
+    std::ofstream(dir + "/hosts") << hosts;
+    std::ofstream(dir + "/resolv.conf") << "nameserver 127.0.0.1\n";
+    const bool bound = mount((dir + "/hosts").c_str(), "/etc/hosts", nullptr, MS_BIND, nullptr) == 0 &&
+                       mount((dir + "/resolv.conf").c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) == 0;
+    Shell("rm -rf " + dir);
+    return bound ? "" : "cannot bind a private /etc/hosts";
+}
+
 bool CanUseNetNamespaces()
 {
     static int cached = -1;
@@ -49,8 +83,8 @@ bool CanUseNetNamespaces()
             cached = 0;
         else
         {
-            std::string result = RunInNetNamespace([] { return std::string(); }, 10);
-            cached = result.empty() ? 1 : 0;
+            std::string result = RunInNetNamespace([] { return std::string("probe"); }, 10);
+            cached = result == "probe" ? 1 : 0;
         }
     }
     return cached == 1;
