@@ -1,8 +1,7 @@
 #include "support/IcmpResponder.h"
 
-#include <cstring>
-
 #if !defined(_WIN32)
+#include <cstring>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -10,34 +9,11 @@
 
 #include <cerrno>
 #include <cstdio>
-#endif
+
+#include "ZyNetwork/Internal/OsIcmp.h"
 
 namespace zytest
 {
-uint16_t InternetChecksum(const void* data, size_t length)
-{
-    const unsigned char* bytes = static_cast<const unsigned char*>(data);
-    uint32_t sum = 0;
-    for (size_t i = 0; i < length; i += 2)
-    {
-        // Network-order words; an odd byte is padded with a zero on the right.
-        uint32_t word = static_cast<uint32_t>(bytes[i]) << 8;
-        if (i + 1 < length)
-            word |= bytes[i + 1];
-        sum += word;
-    }
-    while (sum >> 16)
-        sum = (sum & 0xFFFF) + (sum >> 16);
-    // Stored the way it travels: high byte first.
-    const uint16_t folded = static_cast<uint16_t>(~sum & 0xFFFF);
-    const unsigned char wire[2] = {static_cast<unsigned char>(folded >> 8), static_cast<unsigned char>(folded & 0xFF)};
-    uint16_t stored;
-    memcpy(&stored, wire, sizeof(stored));
-    return stored;
-}
-
-#if !defined(_WIN32)
-
 bool SetIpv4Sysctl(const char* name, const char* value)
 {
     std::string path = std::string("/proc/sys/net/ipv4/") + name;
@@ -108,7 +84,7 @@ void IcmpResponder::Run()
         memcpy(&seen.identifier, icmp + 4, 2);
         memcpy(&seen.sequence, icmp + 6, 2);
         seen.size = size;
-        seen.checksumOk = InternetChecksum(icmp, size) == 0;
+        seen.checksumOk = zyicmp::Checksum(icmp, size) == 0;
         m_seen.push_back(seen);
 
         EchoAnswer answer = answered < m_script.size() ? m_script[answered] : EchoAnswer::Silent;
@@ -129,13 +105,12 @@ void IcmpResponder::Run()
             memcpy(icmp + 6, &sequence, 2);
         }
         icmp[2] = icmp[3] = 0;
-        uint16_t sum = InternetChecksum(icmp, replySize);
+        uint16_t sum = zyicmp::Checksum(icmp, replySize);
         if (answer == EchoAnswer::BadChecksum)
             sum ^= 0x1234;
         memcpy(icmp + 2, &sum, 2);
         ::sendto(m_fd, icmp, replySize, 0, reinterpret_cast<sockaddr*>(&from), fromLength);
     }
 }
-
-#endif
 }  // namespace zytest
+#endif

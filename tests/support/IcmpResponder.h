@@ -12,12 +12,9 @@
 #include <thread>
 #include <vector>
 
+#if !defined(_WIN32)
 namespace zytest
 {
-// The Internet checksum over `length` bytes (test-side implementation).
-uint16_t InternetChecksum(const void* data, size_t length);
-
-#if !defined(_WIN32)
 enum class EchoAnswer
 {
     Good,           // a proper echo reply
@@ -66,5 +63,5 @@ private:
     std::thread m_thread;
     std::vector<SeenRequest> m_seen;
 };
-#endif
 }  // namespace zytest
+#endif
