@@ -123,7 +123,6 @@ TEST(OsApi, ErrorAndFamilyTranslation)
 
 TEST(OsApi, StreamExchangeCarriesPortableRecords)
 {
-    zytest::InitTestProcess();
     std::vector<int> families = {ZYNET_AF_INET};
     if (HasIPv6Loopback())
         families.push_back(ZYNET_AF_INET6);
@@ -158,7 +157,6 @@ TEST(OsApi, StreamExchangeCarriesPortableRecords)
 
 TEST(OsApi, FailuresReportPortableCodes)
 {
-    zytest::InitTestProcess();
     // A port that was just free: nothing listens there.
     ZYNET_SockAddr closed;
     {
@@ -202,7 +200,6 @@ TEST(OsApi, FailuresReportPortableCodes)
 
 TEST(OsApi, PollReportsReadinessTimeoutsAndBadHandles)
 {
-    zytest::InitTestProcess();
     Connection c(ZYNET_AF_INET);
     ASSERT_NE(c.server, ZYNET_INVALID_SOCKET);
 
@@ -259,7 +256,6 @@ TEST(OsApi, LinuxKeepAliveIsInSecondsWithinLinuxRange)
 
 TEST(OsApi, ResolverGivesPortableRecords)
 {
-    zytest::InitTestProcess();
     // An IPv6 record offered with the whole record's length prints fine;
     // one too short for its family is refused.
     ZYNET_SockAddr v6 = Loopback(ZYNET_AF_INET6);
@@ -280,7 +276,6 @@ TEST(OsApi, ResolverGivesPortableRecords)
 #if defined(_WIN32)
 TEST(OsApi, WindowsResolverSubstitutesAreIPv4Only)
 {
-    zytest::InitTestProcess();
     using namespace zyos::win;
     // Wine and every supported Windows have the native resolver.
     EXPECT_FALSE(Resolver().substitutes);

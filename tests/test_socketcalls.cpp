@@ -29,9 +29,15 @@ namespace
 {
 const int kWouldBlock = 10035;
 
-ZYNET_SockAddr Loopback(int family)
+using zytest::LoopbackRecord;
+
+// "abcd...": `n` bytes that show any reordering or repetition.
+std::string Letters(size_t n)
 {
-    return zytest::LoopbackRecord(family);
+    std::string text(n, ' ');
+    for (size_t i = 0; i < n; ++i)
+        text[i] = static_cast<char>('a' + i % 26);
+    return text;
 }
 
 double SecondsSince(const CTimeStamp& start)
@@ -56,7 +62,7 @@ void Connect(Pair& pair, int family = ZYNET_AF_INET)
 {
     ZYNET_SOCKET listener;
     ASSERT_EQ(ZYNET_socket(family, &listener), 0);
-    ZYNET_SockAddr addr = Loopback(family), peer;
+    ZYNET_SockAddr addr = LoopbackRecord(family), peer;
     ASSERT_EQ(ZYNET_bind(listener, &addr), 0);
     ASSERT_EQ(ZYNET_listen(listener, 5), 0);
     ASSERT_EQ(ZYNET_getsockname(listener, &addr), 0);
@@ -92,9 +98,7 @@ TEST(SocketCalls, WholeBufferLoopsReturnShortCountsAndErrorsNotSignals)
 {
     Pair pair;
     Connect(pair);
-    std::string data(100, 'x');
-    for (int i = 0; i < 100; ++i)
-        data[i] = static_cast<char>('a' + i % 26);
+    const std::string data = Letters(100);
     SendAll(pair.client, data.substr(0, 10));
     std::thread later([&] {
         ZYSLEEP(200);
@@ -179,30 +183,20 @@ TEST(SocketCalls, TimeLimitedLoops)
     EXPECT_EQ(timedOut, 1);
     EXPECT_GT(count, 0);
     EXPECT_LT(count, static_cast<int>(big.size()));
-}
 
-// The time-limited loops try each transfer before waiting; these are the
-// cases where that attempt finds nothing ready or must not accumulate.
-TEST(SocketCalls, TimeLimitedLoopsWaitWhenNothingIsReady)
-{
-    Pair pair;
-    Connect(pair);
-    std::string data(30, ' ');
-    for (int i = 0; i < 30; ++i)
-        data[i] = static_cast<char>('a' + i % 26);
-    char buffer[30];
-    int count = -1, timedOut = -1;
-
-    // On a non-blocking socket with nothing queued the receive waits for the
-    // data instead of failing with "would block", and leaves no stale code as
-    // the thread's last socket error.
-    ASSERT_EQ(ZYNET_setnonblocking(pair.server), 0);
+    // The loops try each transfer before waiting. With nothing queued on a
+    // non-blocking socket the receive waits for the data instead of failing
+    // with "would block", and leaves no stale last socket error.
+    const std::string data = Letters(30);
+    Pair fresh;
+    Connect(fresh);
+    ASSERT_EQ(ZYNET_setnonblocking(fresh.server), 0);
     std::thread later([&] {
         ZYSLEEP(200);
-        SendAll(pair.client, data.substr(0, 20));
+        SendAll(fresh.client, data.substr(0, 20));
     });
     ZYNET_setlasterror(0);
-    EXPECT_EQ(ZYNET_recvwithtimeout(pair.server, buffer, 20, &count, 5, &timedOut, 0), 0);
+    EXPECT_EQ(ZYNET_recvwithtimeout(fresh.server, buffer, 20, &count, 5, &timedOut, 0), 0);
     later.join();
     EXPECT_EQ(ZYNET_getlasterror(), 0);
     EXPECT_EQ(count, 20);
@@ -211,18 +205,17 @@ TEST(SocketCalls, TimeLimitedLoopsWaitWhenNothingIsReady)
 
     // A peek sees 10 queued bytes at once and keeps looking until one
     // receive sees all 30: the views are never added up.
-    SendAll(pair.client, data.substr(0, 10));
+    SendAll(fresh.client, data.substr(0, 10));
     std::thread rest([&] {
         ZYSLEEP(200);
-        SendAll(pair.client, data.substr(10));
+        SendAll(fresh.client, data.substr(10));
     });
-    memset(buffer, 0, sizeof(buffer));
-    EXPECT_EQ(ZYNET_recvwithtimeout(pair.server, buffer, 30, &count, 5, &timedOut, 2 /*MSG_PEEK*/), 0);
+    EXPECT_EQ(ZYNET_recvwithtimeout(fresh.server, buffer, 30, &count, 5, &timedOut, 2 /*MSG_PEEK*/), 0);
     rest.join();
     EXPECT_EQ(count, 30);
     EXPECT_EQ(timedOut, 0);
     EXPECT_EQ(std::string(buffer, 30), data);
-    ASSERT_EQ(ZYNET_recvwithtimeout(pair.server, buffer, 30, &count, 5, &timedOut, 0), 0);
+    ASSERT_EQ(ZYNET_recvwithtimeout(fresh.server, buffer, 30, &count, 5, &timedOut, 0), 0);
     EXPECT_EQ(std::string(buffer, count), data);
 }
 
@@ -288,7 +281,7 @@ TEST(SocketCalls, SelectTakesGrownSetsAndHighDescriptors)
         ZYNET_SOCKET s;
         ASSERT_EQ(ZYNET_dgramsocket(ZYNET_AF_INET, &s), 0) << i;
         sockets.push_back(s);
-        ZYNET_SockAddr addr = Loopback(ZYNET_AF_INET);
+        ZYNET_SockAddr addr = LoopbackRecord(ZYNET_AF_INET);
         ASSERT_EQ(ZYNET_bind(s, &addr), 0);
         ASSERT_FALSE(writable.set(s).IsError());
     }
@@ -371,7 +364,7 @@ TEST(SocketCalls, AddressResultsAndAccept)
     // Accept on a socket that does not listen: success with no handle.
     ZYNET_SOCKET s, out = 123;
     ASSERT_EQ(ZYNET_socket(ZYNET_AF_INET, &s), 0);
-    ZYNET_SockAddr addr = Loopback(ZYNET_AF_INET);
+    ZYNET_SockAddr addr = LoopbackRecord(ZYNET_AF_INET);
     ASSERT_EQ(ZYNET_bind(s, &addr), 0);
     EXPECT_EQ(ZYNET_accept(s, &out, &addr), 0);
     EXPECT_EQ(out, ZYNET_INVALID_SOCKET);

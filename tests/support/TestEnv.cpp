@@ -37,15 +37,6 @@ bool IsWindowsTarget()
 #endif
 }
 
-bool IsRoot()
-{
-#if defined(_WIN32)
-    return false;
-#else
-    return geteuid() == 0;
-#endif
-}
-
 std::string TempSocketPath(const char* tag)
 {
     static std::atomic<int> counter{0};

@@ -13,8 +13,6 @@ namespace zytest
 void InitTestProcess();
 // True when the process runs on the Windows target (under Wine in CI).
 bool IsWindowsTarget();
-// True when running as root on Linux (namespaces, raw sockets).
-bool IsRoot();
 // A fresh path for a Unix-domain socket, unique per call.
 std::string TempSocketPath(const char* tag);
 // The loopback address of `family` (127.0.0.1 or ::1), port 0, in a zeroed
