@@ -26,7 +26,6 @@
 #include <netinet/ip.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 #endif
 
@@ -105,10 +104,7 @@ int SocketTos(int fd, int family)
 // with the accepted end in `server`; UDP clients send to `server`.
 struct Pair
 {
-    int family = 0;
-    int client = -1;
-    int server = -1;
-    int listener = -1;
+    int client = -1, server = -1, listener = -1;
     ~Pair()
     {
         for (int fd : {client, server, listener})
@@ -119,61 +115,41 @@ struct Pair
 
 bool MakePair(Pair& pair, int family, int type)
 {
-    pair.family = family;
     sockaddr_storage address = {};
-    socklen_t length;
+    sockaddr* any = reinterpret_cast<sockaddr*>(&address);
+    socklen_t length = family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
+    address.ss_family = static_cast<sa_family_t>(family);
     if (family == AF_INET)
-    {
-        sockaddr_in* in = reinterpret_cast<sockaddr_in*>(&address);
-        in->sin_family = AF_INET;
-        in->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        length = sizeof(*in);
-    }
+        reinterpret_cast<sockaddr_in*>(any)->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     else
-    {
-        sockaddr_in6* in6 = reinterpret_cast<sockaddr_in6*>(&address);
-        in6->sin6_family = AF_INET6;
-        in6->sin6_addr = in6addr_loopback;
-        length = sizeof(*in6);
-    }
-    int bound = socket(family, type, 0);
-    if (bound < 0 || bind(bound, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        getsockname(bound, reinterpret_cast<sockaddr*>(&address), &length) != 0)
+        reinterpret_cast<sockaddr_in6*>(any)->sin6_addr = in6addr_loopback;
+    int& bound = type == SOCK_STREAM ? pair.listener : pair.server;
+    bound = socket(family, type, 0);
+    if (bound < 0 || bind(bound, any, length) != 0 || getsockname(bound, any, &length) != 0 ||
+        (type == SOCK_STREAM && listen(bound, 1) != 0))
         return false;
-    if (type == SOCK_STREAM)
-    {
-        pair.listener = bound;
-        if (listen(bound, 1) != 0)
-            return false;
-    }
-    else
-        pair.server = bound;
     pair.client = socket(family, type, 0);
-    if (pair.client < 0 || connect(pair.client, reinterpret_cast<sockaddr*>(&address), length) != 0)
+    if (pair.client < 0 || connect(pair.client, any, length) != 0)
         return false;
     if (type == SOCK_STREAM)
         pair.server = accept(pair.listener, nullptr, nullptr);
     return pair.server >= 0;
 }
 
-class QosHandleGuard
+// A QoS handle, closed at the end of the test unless the test closed it.
+struct QosHandle
 {
-public:
-    QosHandleGuard()
+    void* handle = nullptr;
+    QosHandle()
     {
         QOS_VERSION version = {1, 0};
-        ZYTEST_EXPECT_OK(FXQWaveDll::QOSCreateHandle(&version, &m_handle));
+        ZYTEST_EXPECT_OK(FXQWaveDll::QOSCreateHandle(&version, &handle));
     }
-    ~QosHandleGuard()
+    ~QosHandle()
     {
-        if (m_handle)
-            FXQWaveDll::QOSCloseHandle(m_handle);
+        if (handle)
+            FXQWaveDll::QOSCloseHandle(handle);
     }
-    void* Get() const { return m_handle; }
-    void Release() { m_handle = nullptr; }
-
-private:
-    void* m_handle = nullptr;
 };
 
 // Reads packets from a packet socket until one carries `marker`; returns the
@@ -208,11 +184,9 @@ std::string CheckWire(int capture, int family, int type)
                &kOldTos, sizeof(kOldTos));
     setsockopt(pair.client, SOL_SOCKET, SO_PRIORITY, &kOldPriority, sizeof(kOldPriority));
     const std::string what = std::string(family == AF_INET ? "IPv4 " : "IPv6 ") + (type == SOCK_DGRAM ? "UDP" : "TCP");
-    QOS_VERSION version = {1, 0};
-    void* handle = nullptr;
-    if (FXQWaveDll::QOSCreateHandle(&version, &handle).IsError())
-        return "QOSCreateHandle failed";
-    std::string failure;
+    QosHandle qos;
+    void* const handle = qos.handle;
+    std::string failure = handle ? "" : "QOSCreateHandle failed";
     for (int traffic = QOSTrafficTypeBestEffort; traffic <= QOSTrafficTypeControl && failure.empty(); ++traffic)
     {
         unsigned long flowId = 0;
@@ -236,7 +210,6 @@ std::string CheckWire(int capture, int family, int type)
         if (failure.empty() && GetInt(pair.client, SOL_SOCKET, SO_PRIORITY) != kOldPriority)
             failure = what + ": the old priority was not restored";
     }
-    FXQWaveDll::QOSCloseHandle(handle);
     return failure;
 }
 
@@ -275,33 +248,33 @@ TEST(QosLinux, FlowChangesRateAndSharedFlows)
     socklen_t length = sizeof(oldPacing);
     ASSERT_EQ(0, getsockopt(first.client, SOL_SOCKET, SO_MAX_PACING_RATE, &oldPacing, &length));
 
-    QosHandleGuard qos;
+    QosHandle qos;
     unsigned long flowId = 0;
-    ASSERT_FALSE(FXQWaveDll::QOSAddSocketToFlow(qos.Get(), first.client, nullptr, QOSTrafficTypeBackground,
+    ASSERT_FALSE(FXQWaveDll::QOSAddSocketToFlow(qos.handle, first.client, nullptr, QOSTrafficTypeBackground,
                                                 QOS_NON_ADAPTIVE_FLOW, &flowId)
                      .IsError());
     unsigned long sharedId = flowId;
     ASSERT_FALSE(
-        FXQWaveDll::QOSAddSocketToFlow(qos.Get(), second.client, nullptr, QOSTrafficTypeVoice, 0, &sharedId).IsError());
+        FXQWaveDll::QOSAddSocketToFlow(qos.handle, second.client, nullptr, QOSTrafficTypeVoice, 0, &sharedId).IsError());
     EXPECT_EQ(flowId, sharedId);
     EXPECT_EQ(8 << 2, SocketTos(second.client, AF_INET6)) << "a shared flow keeps its own marking";
 
     QOS_TRAFFIC_TYPE audio = QOSTrafficTypeAudioVideo;
-    ASSERT_FALSE(FXQWaveDll::QOSSetFlow(qos.Get(), flowId, QOSSetTrafficType, sizeof(audio), &audio, 0, nullptr)
+    ASSERT_FALSE(FXQWaveDll::QOSSetFlow(qos.handle, flowId, QOSSetTrafficType, sizeof(audio), &audio, 0, nullptr)
                      .IsError());
     EXPECT_EQ(40 << 2, SocketTos(first.client, AF_INET));
     EXPECT_EQ(40 << 2, SocketTos(second.client, AF_INET6));
     unsigned long dscp = 46;
     ASSERT_FALSE(
-        FXQWaveDll::QOSSetFlow(qos.Get(), flowId, QOSSetOutgoingDSCPValue, sizeof(dscp), &dscp, 0, nullptr).IsError());
+        FXQWaveDll::QOSSetFlow(qos.handle, flowId, QOSSetOutgoingDSCPValue, sizeof(dscp), &dscp, 0, nullptr).IsError());
     EXPECT_EQ(46 << 2, SocketTos(first.client, AF_INET));
     EXPECT_EQ(5, GetInt(first.client, SOL_SOCKET, SO_PRIORITY)) << "the DSCP value alone leaves the priority";
     dscp = 64;
-    EXPECT_TRUE(FXQWaveDll::QOSSetFlow(qos.Get(), flowId, QOSSetOutgoingDSCPValue, sizeof(dscp), &dscp, 0, nullptr)
+    EXPECT_TRUE(FXQWaveDll::QOSSetFlow(qos.handle, flowId, QOSSetOutgoingDSCPValue, sizeof(dscp), &dscp, 0, nullptr)
                     .Is(87));
 
     QOS_FLOWRATE_OUTGOING rate = {8000000, QOSShapeOnly, QOSFlowRateNotApplicable};
-    CZyError error = FXQWaveDll::QOSSetFlow(qos.Get(), flowId, QOSSetOutgoingRate, sizeof(rate), &rate, 0, nullptr);
+    CZyError error = FXQWaveDll::QOSSetFlow(qos.handle, flowId, QOSSetOutgoingRate, sizeof(rate), &rate, 0, nullptr);
     if (error.Is(50))
         EXPECT_EQ("Failed to set QOS flow", error.GetErrorMessage());  // a kernel without pacing
     else
@@ -314,8 +287,8 @@ TEST(QosLinux, FlowChangesRateAndSharedFlows)
     }
 
     // Closing the handle puts every socket back.
-    ASSERT_FALSE(FXQWaveDll::QOSCloseHandle(qos.Get()).IsError());
-    qos.Release();
+    ASSERT_FALSE(FXQWaveDll::QOSCloseHandle(qos.handle).IsError());
+    qos.handle = nullptr;
     EXPECT_EQ(0, SocketTos(first.client, AF_INET));
     EXPECT_EQ(0, SocketTos(second.client, AF_INET6));
     EXPECT_EQ(0, GetInt(first.client, SOL_SOCKET, SO_PRIORITY));
@@ -337,29 +310,29 @@ TEST(QosLinux, FailuresCarryWindowsCodesAndMessages)
     EXPECT_TRUE(error.Is(6));
     EXPECT_EQ("Failed to close QOS handle", error.GetErrorMessage());
 
-    QosHandleGuard qos;
+    QosHandle qos;
     unsigned long flowId = 0;
     int notOpen = 1000;
     while (fcntl(notOpen, F_GETFD) != -1)
         ++notOpen;
-    error = FXQWaveDll::QOSAddSocketToFlow(qos.Get(), notOpen, nullptr, QOSTrafficTypeVoice, 0, &flowId);
+    error = FXQWaveDll::QOSAddSocketToFlow(qos.handle, notOpen, nullptr, QOSTrafficTypeVoice, 0, &flowId);
     EXPECT_TRUE(error.Is(10038));
     EXPECT_EQ("Failed to add socket (" + std::to_string(notOpen) + ") to the flow", error.GetErrorMessage());
 
     int local = socket(AF_UNIX, SOCK_DGRAM, 0);
-    EXPECT_TRUE(FXQWaveDll::QOSAddSocketToFlow(qos.Get(), local, nullptr, QOSTrafficTypeVoice, 0, &flowId).Is(50));
+    EXPECT_TRUE(FXQWaveDll::QOSAddSocketToFlow(qos.handle, local, nullptr, QOSTrafficTypeVoice, 0, &flowId).Is(50));
     close(local);
 
     // An unconnected socket needs the destination.
     int unconnected = socket(AF_INET, SOCK_DGRAM, 0);
     EXPECT_TRUE(
-        FXQWaveDll::QOSAddSocketToFlow(qos.Get(), unconnected, nullptr, QOSTrafficTypeVoice, 0, &flowId).Is(87));
+        FXQWaveDll::QOSAddSocketToFlow(qos.handle, unconnected, nullptr, QOSTrafficTypeVoice, 0, &flowId).Is(87));
     sockaddr_in to = {};
     to.sin_family = AF_INET;
     to.sin_port = htons(9);
     to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     flowId = 0;
-    ASSERT_FALSE(FXQWaveDll::QOSAddSocketToFlow(qos.Get(), unconnected, reinterpret_cast<sockaddr*>(&to),
+    ASSERT_FALSE(FXQWaveDll::QOSAddSocketToFlow(qos.handle, unconnected, reinterpret_cast<sockaddr*>(&to),
                                                 QOSTrafficTypeVoice, 0, &flowId)
                      .IsError());
     // Adaptive flows carry one socket.
@@ -367,15 +340,15 @@ TEST(QosLinux, FailuresCarryWindowsCodesAndMessages)
     ASSERT_TRUE(MakePair(other, AF_INET, SOCK_DGRAM));
     unsigned long joined = flowId;
     EXPECT_TRUE(
-        FXQWaveDll::QOSAddSocketToFlow(qos.Get(), other.client, nullptr, QOSTrafficTypeVoice, 0, &joined).Is(87));
+        FXQWaveDll::QOSAddSocketToFlow(qos.handle, other.client, nullptr, QOSTrafficTypeVoice, 0, &joined).Is(87));
 
     QOS_TRAFFIC_TYPE voice = QOSTrafficTypeVoice;
-    error = FXQWaveDll::QOSSetFlow(qos.Get(), flowId + 1000, QOSSetTrafficType, sizeof(voice), &voice, 0, nullptr);
+    error = FXQWaveDll::QOSSetFlow(qos.handle, flowId + 1000, QOSSetTrafficType, sizeof(voice), &voice, 0, nullptr);
     EXPECT_TRUE(error.Is(1168));
     EXPECT_EQ("Failed to set QOS flow", error.GetErrorMessage());
 
-    ASSERT_FALSE(FXQWaveDll::QOSRemoveSocketFromFlow(qos.Get(), unconnected, flowId, 0).IsError());
-    error = FXQWaveDll::QOSRemoveSocketFromFlow(qos.Get(), unconnected, flowId, 0);
+    ASSERT_FALSE(FXQWaveDll::QOSRemoveSocketFromFlow(qos.handle, unconnected, flowId, 0).IsError());
+    error = FXQWaveDll::QOSRemoveSocketFromFlow(qos.handle, unconnected, flowId, 0);
     EXPECT_TRUE(error.Is(1168));
     EXPECT_EQ("Failed to remove socket (" + std::to_string(unconnected) + ") from the flow", error.GetErrorMessage());
     close(unconnected);
