@@ -14,7 +14,7 @@ bool CanUseNetNamespaces();
 // in it), brings loopback up and runs `body`. `body` returns "" for success
 // or a description of what failed. Returns the child's text, or a
 // description of how the child died. The parent's namespace is untouched.
-std::string RunInNetNamespace(const std::function<std::string()>& body, int timeoutSeconds = 60);
+std::string RunInNetNamespace(const std::function<std::string()>& body);
 
 // For a body run by RunInNetNamespace: enters a private mount namespace in
 // which /etc/hosts holds `hosts` and /etc/resolv.conf names only loopback,
