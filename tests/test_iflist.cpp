@@ -4,14 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "ZyNetwork/Internal/ZyIFListInternal.h"
-#include "ZyUtils/LogWriter.h"
 #include "ZyUtils/ZyTime.h"
 #include "support/LogCapture.h"
 #include "support/NetNamespace.h"
@@ -22,12 +20,7 @@ namespace
 typedef std::pair<CZyIPAddr, CZyIPAddr> AddrPair;
 typedef std::vector<std::pair<std::string, std::string>> PairTexts;
 
-std::string Text(const CZyIPAddr& address)
-{
-    CZyString text;
-    address.GetAddressString(text);
-    return text.str();
-}
+using zytest::Text;
 
 PairTexts Texts(const std::vector<AddrPair>& pairs)
 {

@@ -18,12 +18,7 @@ namespace
 const CZyIPAddr::IP_FAMILY kAny = CZyIPAddr::IP_FAMILY_UNSPEC;
 const CZyIPAddr::IP_FAMILY kV4 = CZyIPAddr::IP_FAMILY_IPV4;
 
-std::string Text(const CZyIPAddr& address)
-{
-    CZyString text("<none>");
-    address.GetAddressString(text);
-    return text.str();
-}
+using zytest::Text;
 
 CZyIPAddr Parse(const char* text)
 {

@@ -58,6 +58,15 @@ ZYNET_SockAddr LoopbackRecord(int family)
     return addr;
 }
 
+std::string Text(const CZyIPAddr& address)
+{
+    if (address.GetAddressFamily() == CZyIPAddr::IP_FAMILY_UNIX)
+        return address.GetUnixSockAddr();
+    CZyString text;
+    address.GetAddressString(text);
+    return text.str();
+}
+
 void SetEnv(const char* name, const char* value)
 {
 #if defined(_WIN32)

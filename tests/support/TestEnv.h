@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "ZyNetwork/ZyIPAddr.h"
 #include "ZyNetwork/ZySockAddr.h"
 
 namespace zytest
@@ -18,6 +19,8 @@ std::string TempSocketPath(const char* tag);
 // The loopback address of `family` (127.0.0.1 or ::1), port 0, in a zeroed
 // record.
 ZYNET_SockAddr LoopbackRecord(int family);
+// The text of an address: its path for a Unix-domain one, "" for none.
+std::string Text(const CZyIPAddr& address);
 // Sets (or, with a null value, removes) an environment variable of this
 // process.
 void SetEnv(const char* name, const char* value);
