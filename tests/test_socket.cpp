@@ -92,8 +92,14 @@ TEST(CZySocket, StateChecksComeFirstAndTimedSendsReportWhatMoved)
     // The output object is checked before this one.
     ExpectError(empty.Accept(client), 774, "Output socket object is already a connected socket", "CZySocket::Accept");
 
-    // A null time-out pointer is refused before anything is received.
+    // The queued byte is counted (a peek waits for it and leaves it there);
+    // a null time-out pointer is refused before anything is received.
     ASSERT_FALSE(client.Send("z", 1, 0, &count).IsError());
+    int timedOut = -1;
+    ZYTEST_ASSERT_OK(server.RecvWithTimeout(buffer, 1, 5, &timedOut, 2 /*MSG_PEEK*/, &count));
+    unsigned int queued = 0;
+    ZYTEST_ASSERT_OK(server.GetReadQueueLen(&queued));
+    EXPECT_EQ(queued, 1u);
     ExpectError(server.RecvWithTimeout(buffer, 1, 1, nullptr, 0, &count), 87,
                 "Invalid input parameter, pnTimedOut is NULL", "CZySocket::RecvWithTimeout");
     ASSERT_FALSE(server.Recv(buffer, 1, 0, &count).IsError());
@@ -101,7 +107,6 @@ TEST(CZySocket, StateChecksComeFirstAndTimedSendsReportWhatMoved)
 
     // A peer that never reads: a non-blocking sender runs out of time and
     // reports what moved.
-    int timedOut = -1;
     ASSERT_FALSE(client.SetToNonBlocking().IsError());
     std::vector<char> big(32 * 1024 * 1024, 'x');
     ExpectError(client.SendWithTimeOut(big.data(), static_cast<int>(big.size()), 1, &timedOut, 0, &count), 774,
