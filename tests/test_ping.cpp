@@ -12,13 +12,20 @@
 #include "ZyNetwork/Internal/OsIcmp.h"
 #include "ZyNetwork/ZyPing.h"
 #include "ZyUtils/ZyTime.h"
-#include "support/IcmpResponder.h"
 #include "support/NetNamespace.h"
 #include "support/TestEnv.h"
 
 #if !defined(_WIN32)
 #include <grp.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <fstream>
+#include <thread>
 #endif
 
 namespace
@@ -106,6 +113,127 @@ bool DropToNobody()
 {
     return setgroups(0, nullptr) == 0 && setresgid(65534, 65534, 65534) == 0 && setresuid(65534, 65534, 65534) == 0;
 }
+
+// Writes a value to /proc/sys/net/ipv4/<name> of the current namespace.
+bool SetIpv4Sysctl(const char* name, const char* value)
+{
+    std::ofstream file(std::string("/proc/sys/net/ipv4/") + name);
+    file << value;
+    file.close();
+    return !file.fail();
+}
+
+enum class EchoAnswer
+{
+    Good,           // a proper echo reply
+    Short,          // a proper reply cut by four payload bytes
+    BadChecksum,    // a reply whose checksum is off
+    ForeignType,    // a timestamp reply (type 14) carrying the same id and sequence
+    ForeignId,      // an echo reply with another identifier
+    OtherSequence,  // an echo reply with another sequence number
+    Silent          // no answer at all
+};
+
+struct SeenRequest
+{
+    uint8_t type, code;
+    uint16_t identifier, sequence;  // as the fields read in host order
+    size_t size;                    // ICMP bytes (header + payload)
+    bool checksumOk;
+};
+
+// A scripted echo responder (root, in a private namespace): it turns the
+// kernel's echo replies off, answers each request with the next answer of
+// its script (Silent past its end) with IP TTL 77, and records the requests.
+class IcmpResponder
+{
+public:
+    explicit IcmpResponder(std::vector<EchoAnswer> script) : m_script(std::move(script)) {}
+    ~IcmpResponder() { Stop(); }
+
+    // "" or what failed.
+    std::string Start()
+    {
+        const int ttl = 77;
+        if (!SetIpv4Sysctl("icmp_echo_ignore_all", "1"))
+            return "could not turn the kernel's echo replies off";
+        m_fd = ::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
+        if (m_fd < 0 || ::setsockopt(m_fd, IPPROTO_IP, IP_TTL, &ttl, sizeof(ttl)) != 0)
+            return std::string("responder socket: ") + strerror(errno);
+        m_thread = std::thread([this] { Run(); });
+        return "";
+    }
+    // Stops answering; the requests seen.
+    const std::vector<SeenRequest>& Stop()
+    {
+        m_stop = true;
+        if (m_thread.joinable())
+            m_thread.join();
+        if (m_fd >= 0)
+            ::close(m_fd);
+        m_fd = -1;
+        return m_seen;
+    }
+
+private:
+    void Run()
+    {
+        unsigned char packet[65536];
+        while (!m_stop)
+        {
+            pollfd entry = {m_fd, POLLIN, 0};
+            if (::poll(&entry, 1, 100) <= 0)
+                continue;
+            sockaddr_in from;
+            socklen_t fromLength = sizeof(from);
+            ssize_t n = ::recvfrom(m_fd, packet, sizeof(packet), 0, reinterpret_cast<sockaddr*>(&from), &fromLength);
+            if (n < 20)
+                continue;
+            size_t header = static_cast<size_t>(packet[0] & 0x0F) * 4;
+            if (header < 20 || static_cast<size_t>(n) < header + 8)
+                continue;
+            unsigned char* icmp = packet + header;
+            size_t size = static_cast<size_t>(n) - header;
+            if (icmp[0] != 8)
+                continue;  // only echo requests are answered (our own replies come by too)
+
+            SeenRequest seen = {icmp[0], icmp[1], 0, 0, size, zyicmp::Checksum(icmp, size) == 0};
+            memcpy(&seen.identifier, icmp + 4, 2);
+            memcpy(&seen.sequence, icmp + 6, 2);
+            m_seen.push_back(seen);
+
+            const size_t answered = m_seen.size() - 1;
+            EchoAnswer answer = answered < m_script.size() ? m_script[answered] : EchoAnswer::Silent;
+            if (answer == EchoAnswer::Silent)
+                continue;
+            icmp[0] = 0;
+            size_t replySize = size;
+            if (answer == EchoAnswer::Short)
+                replySize = size - 4;
+            else if (answer == EchoAnswer::ForeignType)
+                icmp[0] = 14;
+            else if (answer == EchoAnswer::ForeignId)
+                icmp[4] ^= 0x5A;
+            else if (answer == EchoAnswer::OtherSequence)
+            {
+                uint16_t sequence = static_cast<uint16_t>(seen.sequence + 1000);
+                memcpy(icmp + 6, &sequence, 2);
+            }
+            icmp[2] = icmp[3] = 0;
+            uint16_t sum = zyicmp::Checksum(icmp, replySize);
+            if (answer == EchoAnswer::BadChecksum)
+                sum ^= 0x1234;
+            memcpy(icmp + 2, &sum, 2);
+            ::sendto(m_fd, icmp, replySize, 0, reinterpret_cast<sockaddr*>(&from), fromLength);
+        }
+    }
+
+    std::vector<EchoAnswer> m_script;
+    int m_fd = -1;
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+    std::vector<SeenRequest> m_seen;
+};
 #endif
 
 // An exactly sized heap copy, so that the sanitizers catch any read past it.
@@ -269,14 +397,9 @@ TEST(Ping, CraftedRepliesRaiseEachStatusAndCounter)
     if (!zytest::CanUseNetNamespaces())
         GTEST_SKIP() << "needs root and network namespaces (Linux)";
     std::string outcome = zytest::RunInNetNamespace([] {
-        using zytest::EchoAnswer;
-        if (!zytest::SetIpv4Sysctl("icmp_echo_ignore_all", "1"))
-            return std::string("could not turn the kernel's echo replies off");
-        zytest::IcmpResponder responder({EchoAnswer::Good, EchoAnswer::Short, EchoAnswer::BadChecksum,
-                                         EchoAnswer::ForeignType, EchoAnswer::ForeignId,
-                                         EchoAnswer::OtherSequence, EchoAnswer::Silent, EchoAnswer::ForeignType,
-                                         EchoAnswer::Good},
-                                        77);
+        IcmpResponder responder({EchoAnswer::Good, EchoAnswer::Short, EchoAnswer::BadChecksum, EchoAnswer::ForeignType,
+                                 EchoAnswer::ForeignId, EchoAnswer::OtherSequence, EchoAnswer::Silent,
+                                 EchoAnswer::ForeignType, EchoAnswer::Good});
         std::string started = responder.Start();
         if (!started.empty())
             return started;
@@ -312,8 +435,7 @@ TEST(Ping, CraftedRepliesRaiseEachStatusAndCounter)
         if (second.responses.size() == 2)
             c.Eq(second.responses[1].bytes, 200u, "bytes of the second call");
 
-        responder.Stop();
-        std::vector<zytest::SeenRequest> seen = responder.Seen();
+        const std::vector<SeenRequest> seen = responder.Stop();
         c.Eq(seen.size(), 9u, "requests seen");
         const uint16_t pid = static_cast<uint16_t>(FXProcess::getProcessId() & 0xFFFF);
         for (size_t i = 0; i < seen.size(); ++i)
@@ -336,20 +458,12 @@ TEST(Ping, UnprivilegedUserFallsBackToDatagramSockets)
     // as root, then the process drops its privileges and runs `body`.
     auto asNobody = [](const char* groupRange, bool crafted, std::function<std::string()> body) {
         return zytest::RunInNetNamespace([&] {
-            using zytest::EchoAnswer;
-            std::unique_ptr<zytest::IcmpResponder> responder;
-            if (!zytest::SetIpv4Sysctl("ping_group_range", groupRange))
+            IcmpResponder responder({EchoAnswer::Good, EchoAnswer::Short, EchoAnswer::OtherSequence});
+            if (!SetIpv4Sysctl("ping_group_range", groupRange))
                 return std::string("could not write ping_group_range");
-            if (crafted)
-            {
-                if (!zytest::SetIpv4Sysctl("icmp_echo_ignore_all", "1"))
-                    return std::string("could not turn the kernel's echo replies off");
-                responder.reset(new zytest::IcmpResponder(
-                    {EchoAnswer::Good, EchoAnswer::Short, EchoAnswer::OtherSequence}, 77));
-                std::string started = responder->Start();
-                if (!started.empty())
-                    return started;
-            }
+            std::string started = crafted ? responder.Start() : "";
+            if (!started.empty())
+                return started;
             return DropToNobody() ? body() : std::string("could not drop privileges");
         });
     };
