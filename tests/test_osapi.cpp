@@ -9,6 +9,7 @@
 
 #include "ZyNetwork/Internal/OsApi.h"
 #include "ZyNetwork/ZySockAddr.h"
+#include "ZyNetwork/ZySocket.h"
 #include "support/TestEnv.h"
 
 #if defined(_WIN32)
@@ -24,59 +25,8 @@
 #include <unistd.h>
 #endif
 
-namespace
-{
 using zytest::LoopbackRecord;
-
-// A listener on loopback with the address it is bound to.
-struct Listener
-{
-    ZYNET_SOCKET handle = ZYNET_INVALID_SOCKET;
-    ZYNET_SockAddr addr;
-    explicit Listener(int family)
-    {
-        addr = LoopbackRecord(family);
-        int length = family == ZYNET_AF_INET ? 16 : 28;
-        if (zyos::Socket(family, 1, 0, &handle) != 0 || zyos::Bind(handle, &addr, length) != 0 ||
-            zyos::Listen(handle, 5) != 0)
-            return;
-        length = sizeof(addr);
-        zyos::GetSockName(handle, &addr, &length);
-    }
-    ~Listener()
-    {
-        if (handle != ZYNET_INVALID_SOCKET)
-            zyos::Close(handle);
-    }
-};
-
-// A connected pair over loopback: `client` connected to `server`.
-struct Connection
-{
-    ZYNET_SOCKET client = ZYNET_INVALID_SOCKET;
-    ZYNET_SOCKET server = ZYNET_INVALID_SOCKET;
-    ZYNET_SockAddr peer;
-    int peerLength = 0;
-    explicit Connection(int family)
-    {
-        Listener listener(family);
-        if (listener.handle == ZYNET_INVALID_SOCKET || zyos::Socket(family, 1, 0, &client) != 0 ||
-            zyos::Connect(client, &listener.addr, family == ZYNET_AF_INET ? 16 : 28) != 0)
-            return;
-        memset(&peer, 0xEE, sizeof(peer));
-        peerLength = sizeof(peer);
-        zyos::Accept(listener.handle, &peer, &peerLength, &server);
-    }
-    ~Connection()
-    {
-        if (client != ZYNET_INVALID_SOCKET)
-            zyos::Close(client);
-        if (server != ZYNET_INVALID_SOCKET)
-            zyos::Close(server);
-    }
-};
-
-}  // namespace
+using zytest::SocketPair;
 
 TEST(OsApi, ErrorAndFamilyTranslation)
 {
@@ -113,9 +63,8 @@ TEST(OsApi, FailuresReportPortableCodes)
     // A port that was just free: nothing listens there.
     ZYNET_SockAddr closed;
     {
-        Listener listener(ZYNET_AF_INET);
-        ASSERT_NE(listener.handle, ZYNET_INVALID_SOCKET);
-        closed = listener.addr;
+        SocketPair pair;
+        ASSERT_EQ(ZYNET_getsockname(pair.server, &closed), 0);
     }
     ZYNET_SOCKET s = ZYNET_INVALID_SOCKET;
     ASSERT_EQ(zyos::Socket(ZYNET_AF_INET, 1, 0, &s), 0);
@@ -153,8 +102,8 @@ TEST(OsApi, FailuresReportPortableCodes)
 
 TEST(OsApi, PollReportsReadinessTimeoutsAndBadHandles)
 {
-    Connection c(ZYNET_AF_INET);
-    ASSERT_NE(c.server, ZYNET_INVALID_SOCKET);
+    SocketPair c;
+    ASSERT_TRUE(c.Ok());
 
     // Nothing to read yet, but writable.
     zyos::PollEntry entries[2] = {{c.server, zyos::POLL_READ, 0}, {c.client, zyos::POLL_WRITE | zyos::POLL_EXCEPT, 0}};
@@ -189,8 +138,8 @@ TEST(OsApi, PollReportsReadinessTimeoutsAndBadHandles)
 #if !defined(_WIN32)
 TEST(OsApi, LinuxKeepAliveIsInSecondsWithinLinuxRange)
 {
-    Connection c(ZYNET_AF_INET);
-    ASSERT_NE(c.server, ZYNET_INVALID_SOCKET);
+    SocketPair c;
+    ASSERT_TRUE(c.Ok());
     auto option = [&](int level, int name) {
         int value = -1;
         socklen_t length = sizeof(value);

@@ -75,42 +75,6 @@ int SocketTos(int fd, int family)
     return family == AF_INET6 ? GetInt(fd, IPPROTO_IPV6, IPV6_TCLASS) : GetInt(fd, IPPROTO_IP, IP_TOS);
 }
 
-// A connected pair on loopback: `client` is the one marked. TCP pairs come
-// with the accepted end in `server`; UDP clients send to `server`.
-struct Pair
-{
-    int client = -1, server = -1, listener = -1;
-    ~Pair()
-    {
-        for (int fd : {client, server, listener})
-            if (fd >= 0)
-                close(fd);
-    }
-};
-
-bool MakePair(Pair& pair, int family, int type)
-{
-    sockaddr_storage address = {};
-    sockaddr* any = reinterpret_cast<sockaddr*>(&address);
-    socklen_t length = family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
-    address.ss_family = static_cast<sa_family_t>(family);
-    if (family == AF_INET)
-        reinterpret_cast<sockaddr_in*>(any)->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    else
-        reinterpret_cast<sockaddr_in6*>(any)->sin6_addr = in6addr_loopback;
-    int& bound = type == SOCK_STREAM ? pair.listener : pair.server;
-    bound = socket(family, type, 0);
-    if (bound < 0 || bind(bound, any, length) != 0 || getsockname(bound, any, &length) != 0 ||
-        (type == SOCK_STREAM && listen(bound, 1) != 0))
-        return false;
-    pair.client = socket(family, type, 0);
-    if (pair.client < 0 || connect(pair.client, any, length) != 0)
-        return false;
-    if (type == SOCK_STREAM)
-        pair.server = accept(pair.listener, nullptr, nullptr);
-    return pair.server >= 0;
-}
-
 // A QoS handle, closed at the end of the test unless the test closed it.
 struct QosHandle
 {
@@ -152,9 +116,10 @@ int CapturedDscp(int capture, const std::string& marker)
 
 std::string CheckWire(int capture, int family, int type)
 {
-    Pair pair;
-    if (!MakePair(pair, family, type))
-        return std::string("socket pair: ") + strerror(errno);
+    // `client` is the socket marked.
+    zytest::SocketPair pair(family == AF_INET ? ZYNET_AF_INET : ZYNET_AF_INET6, type == SOCK_DGRAM);
+    if (!pair.Ok())
+        return "no loopback socket pair";
     setsockopt(pair.client, family == AF_INET ? IPPROTO_IP : IPPROTO_IPV6, family == AF_INET ? IP_TOS : IPV6_TCLASS,
                &kOldTos, sizeof(kOldTos));
     setsockopt(pair.client, SOL_SOCKET, SO_PRIORITY, &kOldPriority, sizeof(kOldPriority));
@@ -215,10 +180,8 @@ TEST(QosLinux, PacketsOnTheWireCarryTheTrafficTypesDscp)
 
 TEST(QosLinux, FlowChangesRateAndSharedFlows)
 {
-    Pair first;
-    Pair second;
-    ASSERT_TRUE(MakePair(first, AF_INET, SOCK_STREAM));
-    ASSERT_TRUE(MakePair(second, AF_INET6, SOCK_DGRAM));
+    zytest::SocketPair first(ZYNET_AF_INET), second(ZYNET_AF_INET6, true);
+    ASSERT_TRUE(first.Ok() && second.Ok());
     uint64_t oldPacing = 0;
     socklen_t length = sizeof(oldPacing);
     ASSERT_EQ(0, getsockopt(first.client, SOL_SOCKET, SO_MAX_PACING_RATE, &oldPacing, &length));
@@ -311,8 +274,8 @@ TEST(QosLinux, FailuresCarryWindowsCodesAndMessages)
                                                 QOSTrafficTypeVoice, 0, &flowId)
                      .IsError());
     // Adaptive flows carry one socket.
-    Pair other;
-    ASSERT_TRUE(MakePair(other, AF_INET, SOCK_DGRAM));
+    zytest::SocketPair other(ZYNET_AF_INET, true);
+    ASSERT_TRUE(other.Ok());
     unsigned long joined = flowId;
     EXPECT_TRUE(
         FXQWaveDll::QOSAddSocketToFlow(qos.handle, other.client, nullptr, QOSTrafficTypeVoice, 0, &joined).Is(87));

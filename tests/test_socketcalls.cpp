@@ -45,34 +45,7 @@ double SecondsSince(const CTimeStamp& start)
     return (CTimeStamp::Now().AsMilliseconds() - start.AsMilliseconds()) / 1000.0;
 }
 
-// A connected blocking stream pair made with the flat calls: {client, server}.
-struct Pair
-{
-    ZYNET_SOCKET client = ZYNET_INVALID_SOCKET, server = ZYNET_INVALID_SOCKET;
-    ZYNET_SockAddr accepted;  // the peer as the accept reported it
-    ~Pair()
-    {
-        if (client != ZYNET_INVALID_SOCKET)
-            ZYNET_close(client);
-        if (server != ZYNET_INVALID_SOCKET)
-            ZYNET_close(server);
-    }
-};
-
-void Connect(Pair& pair, int family = ZYNET_AF_INET)
-{
-    ZYNET_SOCKET listener;
-    ASSERT_EQ(ZYNET_socket(family, &listener), 0);
-    ZYNET_SockAddr addr = LoopbackRecord(family);
-    ASSERT_EQ(ZYNET_bind(listener, &addr), 0);
-    ASSERT_EQ(ZYNET_listen(listener, 5), 0);
-    ASSERT_EQ(ZYNET_getsockname(listener, &addr), 0);
-    ASSERT_EQ(ZYNET_socket(family, &pair.client), 0);
-    ASSERT_EQ(ZYNET_connect(pair.client, &addr), 0);
-    ASSERT_EQ(ZYNET_accept(listener, &pair.server, &pair.accepted), 0);
-    ASSERT_NE(pair.server, ZYNET_INVALID_SOCKET);
-    ZYNET_close(listener);
-}
+using zytest::SocketPair;
 
 void SendAll(ZYNET_SOCKET s, const std::string& data)
 {
@@ -97,8 +70,8 @@ bool RaiseDescriptorLimit(rlim_t wanted)
 
 TEST(SocketCalls, WholeBufferLoopsReturnShortCountsAndErrorsNotSignals)
 {
-    Pair pair;
-    Connect(pair);
+    SocketPair pair;
+    ASSERT_TRUE(pair.Ok());
     const std::string data = Letters(100);
     SendAll(pair.client, data.substr(0, 10));
     std::thread later([&] {
@@ -140,8 +113,8 @@ TEST(SocketCalls, WholeBufferLoopsReturnShortCountsAndErrorsNotSignals)
 
 TEST(SocketCalls, TimeLimitedLoops)
 {
-    Pair pair;
-    Connect(pair);
+    SocketPair pair;
+    ASSERT_TRUE(pair.Ok());
     char buffer[100];
     int count = -1, timedOut = -1;
 
@@ -164,8 +137,8 @@ TEST(SocketCalls, TimeLimitedLoops)
 
     // A limit of 0 (or less) is the plain call: on a non-blocking silent
     // socket it fails at once instead of waiting.
-    Pair idle;
-    Connect(idle);
+    SocketPair idle;
+    ASSERT_TRUE(idle.Ok());
     ASSERT_EQ(ZYNET_setnonblocking(idle.server), 0);
     for (int limit : {0, -1})
     {
@@ -189,8 +162,8 @@ TEST(SocketCalls, TimeLimitedLoops)
     // non-blocking socket the receive waits for the data instead of failing
     // with "would block", and leaves no stale last socket error.
     const std::string data = Letters(30);
-    Pair fresh;
-    Connect(fresh);
+    SocketPair fresh;
+    ASSERT_TRUE(fresh.Ok());
     ASSERT_EQ(ZYNET_setnonblocking(fresh.server), 0);
     std::thread later([&] {
         ZYSLEEP(200);
@@ -222,9 +195,8 @@ TEST(SocketCalls, TimeLimitedLoops)
 
 TEST(SocketCalls, SelectRewritesListsToReadyHandles)
 {
-    Pair a, b;
-    Connect(a);
-    Connect(b);
+    SocketPair a, b;
+    ASSERT_TRUE(a.Ok() && b.Ok());
     SendAll(b.client, "ping");
 
     ZYNET_fd_set readSet = {}, writeSet = {};
@@ -320,8 +292,8 @@ TEST(SocketCalls, SelectTakesGrownSetsAndHighDescriptors)
 
 #if !defined(_WIN32)
     // A descriptor numbered far above 1024 waits like any other.
-    Pair pair;
-    Connect(pair);
+    SocketPair pair;
+    ASSERT_TRUE(pair.Ok());
     ASSERT_EQ(dup2(static_cast<int>(pair.server), 5000), 5000);
     ZYNET_close(pair.server);
     pair.server = 5000;
@@ -341,8 +313,8 @@ TEST(SocketCalls, AddressResultsAndAccept)
 {
     for (int family : {ZYNET_AF_INET, ZYNET_AF_INET6})
     {
-        Pair pair;
-        Connect(pair, family);
+        SocketPair pair(family);
+        ASSERT_TRUE(pair.Ok());
         ZYNET_SockAddr local, peer;
         ASSERT_EQ(ZYNET_getsockname(pair.client, &local), 0);
         ASSERT_EQ(ZYNET_getpeername(pair.server, &peer), 0);
@@ -555,8 +527,8 @@ TEST(SocketCalls, SocketPairClosesWhatItOpenedWhenAStepFails)
 
 TEST(SocketCalls, NullPointersAreRefusedAndNothingIsTouched)
 {
-    Pair pair;
-    Connect(pair);
+    SocketPair pair;
+    ASSERT_TRUE(pair.Ok());
     char buffer[4];
     int count = 77, timedOut = 77;
     ZYNET_SockAddr addr;
