@@ -99,16 +99,10 @@ std::string RunInNetNamespace(const std::function<std::string()>& body)
             text = "could not bring loopback up";
         else
             text = body();
-        size_t off = 0;
-        while (off < text.size())
-        {
-            ssize_t n = write(fds[1], text.data() + off, text.size() - off);
-            if (n <= 0)
-                break;
-            off += static_cast<size_t>(n);
-        }
+        // A blocking pipe takes the whole text in one write.
+        const bool sent = write(fds[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
         close(fds[1]);
-        _exit(text.empty() ? 0 : 1);
+        _exit(text.empty() ? 0 : sent ? 1 : 2);
     }
     // The child closes its end only on its way out: read to the end, then
     // collect it. (A body that hangs is ended by the test's own time limit.)
