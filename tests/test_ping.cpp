@@ -61,14 +61,6 @@ std::string Outcome(const Recorder& recorder, const _ZyPingResult& r)
            std::to_string(r.foreignReplies) + " timeouts " + std::to_string(r.timeouts);
 }
 
-// A series against 127.0.0.1 with one-second waits: its outcome, or why it
-// could not start.
-std::string Series(CZyPing& ping, Recorder& recorder, _ZyPingResult& result, unsigned int payload, unsigned int count)
-{
-    CZyError err = ping.ping("127.0.0.1", payload, count, 1, &recorder, &recorder, result, false);
-    return err.IsError() ? "failed: " + err.AsString() : Outcome(recorder, result);
-}
-
 // A series of `count` cycles against the kernel's own echo replies on
 // 127.0.0.1: every cycle good, TTL 64, sequences 1..count.
 // `failure` (when given) receives the error of a ping that could not start.
@@ -112,6 +104,14 @@ std::string CheckLoopbackSeries(unsigned int count, unsigned int payload, CZyErr
 bool DropToNobody()
 {
     return setgroups(0, nullptr) == 0 && setresgid(65534, 65534, 65534) == 0 && setresuid(65534, 65534, 65534) == 0;
+}
+
+// A series against 127.0.0.1 with one-second waits: its outcome, or why it
+// could not start.
+std::string Series(CZyPing& ping, Recorder& recorder, _ZyPingResult& result, unsigned int payload, unsigned int count)
+{
+    CZyError err = ping.ping("127.0.0.1", payload, count, 1, &recorder, &recorder, result, false);
+    return err.IsError() ? "failed: " + err.AsString() : Outcome(recorder, result);
 }
 
 // Writes a value to /proc/sys/net/ipv4/<name> of the current namespace.
