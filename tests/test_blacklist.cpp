@@ -20,12 +20,7 @@ CZyIPAddr Addr(const char* text, int port = 0)
     return address;
 }
 
-std::string Text(const CZyIPAddr& address)
-{
-    CZyString text;
-    address.GetAddressString(text);
-    return address.GetAddressFamily() == CZyIPAddr::IP_FAMILY_UNIX ? address.GetUnixSockAddr() : text.str();
-}
+using zytest::Text;
 
 struct ClockedBlacklist
 {

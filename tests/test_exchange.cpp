@@ -150,7 +150,6 @@ INSTANTIATE_TEST_SUITE_P(Families, Exchange,
 // second clean-up of one start would leave sockets failing with 10093).
 TEST(CZySockInit, CopiesCleanUpOnlyTheirOwnStart)
 {
-    zytest::InitTestProcess();
     {
         CZySockInit first;
         ASSERT_FALSE(first.Init().IsError());

@@ -4,36 +4,23 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstring>
-#include <fstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "ZyNetwork/Internal/ZyIFListInternal.h"
-#include "ZyUtils/LogWriter.h"
 #include "ZyUtils/ZyTime.h"
 #include "support/LogCapture.h"
 #include "support/NetNamespace.h"
 #include "support/TestEnv.h"
-
-#if !defined(_WIN32)
-#include <sched.h>
-#include <sys/mount.h>
-#endif
 
 namespace
 {
 typedef std::pair<CZyIPAddr, CZyIPAddr> AddrPair;
 typedef std::vector<std::pair<std::string, std::string>> PairTexts;
 
-std::string Text(const CZyIPAddr& address)
-{
-    CZyString text;
-    address.GetAddressString(text);
-    return text.str();
-}
+using zytest::Text;
 
 PairTexts Texts(const std::vector<AddrPair>& pairs)
 {
@@ -260,12 +247,6 @@ std::string SetUpTestNetwork()
     }
     return "zv0 did not come up";
 }
-
-struct Checks
-{
-    std::string failures;
-    void Expect(bool ok, const std::string& what) { failures += ok ? "" : what + "; "; }
-};
 }  // namespace
 
 TEST(IFListNamespace, ListsUpInterfacesAndLoopbackOnly)
@@ -273,27 +254,16 @@ TEST(IFListNamespace, ListsUpInterfacesAndLoopbackOnly)
     if (!zytest::CanUseNetNamespaces())
         GTEST_SKIP() << "needs root and network namespaces (Linux)";
     std::string result = zytest::RunInNetNamespace([] {
-        // Names come from this test's hosts file, bound over /etc/hosts in a
-        // private mount namespace; a stray query would reach only this
-        // namespace's loopback.
-        std::string dir = "/tmp/zyiflist-" + std::to_string(FXProcess::getProcessId());
-        if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            zytest::Shell("mkdir -p " + dir) != 0)
-            return std::string("SKIP: no private mount namespace");
-        std::ofstream(dir + "/hosts") << "192.168.10.7 ZyHost.Test\n192.168.10.8 zyhost.test\n"
-                                         "fd00:0:0:1234::7 ZYHOST6.test\n";
-        std::ofstream(dir + "/resolv.conf") << "nameserver 127.0.0.1\n";
-        bool bound = mount((dir + "/hosts").c_str(), "/etc/hosts", nullptr, MS_BIND, nullptr) == 0 &&
-                     mount((dir + "/resolv.conf").c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) == 0;
-        zytest::Shell("rm -rf " + dir);
-        if (!bound)
-            return std::string("SKIP: cannot bind the test's hosts file");
+        std::string hosts = zytest::UseHostsFile("192.168.10.7 ZyHost.Test\n192.168.10.8 zyhost.test\n"
+                                                 "fd00:0:0:1234::7 ZYHOST6.test\n");
+        if (!hosts.empty())
+            return "SKIP: " + hosts;
         std::string setup = SetUpTestNetwork();
         if (!setup.empty())
             return setup;
 
         LogCapture log;
-        Checks c;
+        zytest::Checks c;
         std::vector<AddrPair> pairs;
         CZyIPAddr::GetIFList(pairs, CZyIPAddr::IP_FAMILY_UNSPEC);
         c.Expect(Texts(pairs) == PairTexts{{"127.0.0.1", "127.0.0.0"}, {"192.168.10.7", "192.168.10.0"},
@@ -329,7 +299,7 @@ TEST(IFListNamespace, ListsUpInterfacesAndLoopbackOnly)
         zytest::Shell("ip -6 addr flush dev lo; ip -6 addr flush dev zv0");
         err = CZyIPAddr::GetIFList(pairs, CZyIPAddr::IP_FAMILY_IPV6);
         c.Expect(!err.IsError() && pairs.empty() && log.Has("2|No interfaces available"), "no IPv6");
-        return c.failures;
+        return c.text;
     });
     if (result.rfind("SKIP:", 0) == 0)
         GTEST_SKIP() << result;

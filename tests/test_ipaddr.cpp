@@ -13,23 +13,12 @@
 #include "support/NetNamespace.h"
 #include "support/TestEnv.h"
 
-#if !defined(_WIN32)
-#include <sched.h>
-#include <sys/mount.h>
-#include <unistd.h>
-#endif
-
 namespace
 {
 const CZyIPAddr::IP_FAMILY kAny = CZyIPAddr::IP_FAMILY_UNSPEC;
 const CZyIPAddr::IP_FAMILY kV4 = CZyIPAddr::IP_FAMILY_IPV4;
 
-std::string Text(const CZyIPAddr& address)
-{
-    CZyString text("<none>");
-    address.GetAddressString(text);
-    return text.str();
-}
+using zytest::Text;
 
 CZyIPAddr Parse(const char* text)
 {
@@ -154,27 +143,6 @@ TEST(CZyIPAddr, CollisionSentinelRefusesItsAddress)
 }
 
 #if !defined(_WIN32)
-// Runs `body` in a child with a private network namespace (a name missing
-// from the file reaches no name server) and a private mount namespace in
-// which `hosts` is /etc/hosts.
-static std::string WithHostsFile(const std::string& hosts, const std::function<std::string()>& body)
-{
-    std::string path = "/tmp/zynet-hosts-" + std::to_string(getpid());
-    FILE* file = std::fopen(path.c_str(), "w");
-    if (!file)
-        return "cannot write " + path;
-    std::fputs(hosts.c_str(), file);
-    std::fclose(file);
-    std::string result = zytest::RunInNetNamespace([&]() -> std::string {
-        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount(path.c_str(), "/etc/hosts", nullptr, MS_BIND, nullptr) != 0)
-            return "cannot mount a private /etc/hosts";
-        return body();
-    });
-    std::remove(path.c_str());
-    return result;
-}
-
 TEST(CZyIPAddr, HostsFileNamesCollideAppendAndReverse)
 {
     if (!zytest::CanUseNetNamespaces())
@@ -187,28 +155,30 @@ TEST(CZyIPAddr, HostsFileNamesCollideAppendAndReverse)
                         "127.0.53.53 collide.test\n"
                         "127.0.53.52 mixed.test\n127.0.53.53 mixed.test\n127.0.53.54 mixed.test\n"
                         "10.9.8.7 " + self.str() + "\n";
-    std::string failures = WithHostsFile(hosts, [] {
-        std::string bad;
-        auto check = [&bad](bool ok, const char* what) { bad += ok ? "" : std::string(what) + "; "; };
+    std::string failures = zytest::RunInNetNamespace([&hosts] {
+        std::string setup = zytest::UseHostsFile(hosts);
+        if (!setup.empty())
+            return setup;
+        zytest::Checks c;
         CZyIPAddr armsTheSentinel, out;
         CZyError err = CZyIPAddr::GetByName("collide.test", out, kAny);
-        check(err.Is(11001) && err.GetErrorMessage() == "DNS name collision occured", "collide.test accepted");
+        c.Expect(err.Is(11001) && err.GetErrorMessage() == "DNS name collision occured", "collide.test accepted");
 
         std::vector<CZyIPAddr> list{CZyIPAddr("/a"), CZyIPAddr("/b")};
         err = CZyIPAddr::GetAllByName("multi.test", list, kV4);
-        check(!err.IsError() && list.size() == 5 && Text(list[2]) == "10.9.8.1" && Text(list[4]) == "10.9.8.3",
-              "multi.test: 2 + 3 entries in resolver order expected");
+        c.Expect(!err.IsError() && list.size() == 5 && Text(list[2]) == "10.9.8.1" && Text(list[4]) == "10.9.8.3",
+                 "multi.test: 2 + 3 entries in resolver order expected");
 
         list.clear();
-        check(CZyIPAddr::GetAllByName("mixed.test", list, kV4).Is(11001), "mixed.test accepted");
-        check(list.size() == 1 && Text(list[0]) == "127.0.53.52", "mixed.test: entries before the sentinel lost");
+        c.Expect(CZyIPAddr::GetAllByName("mixed.test", list, kV4).Is(11001), "mixed.test accepted");
+        c.Expect(list.size() == 1 && Text(list[0]) == "127.0.53.52", "mixed.test: entries before the sentinel lost");
 
         CZyString name;
-        check(!Parse("10.9.8.2").GetHostName(name).IsError() && name.str() == "multi.test", "reverse look-up");
-        check(Parse("10.9.9.9").GetHostName(name).IsError(), "an address without a name was named");
+        c.Expect(!Parse("10.9.8.2").GetHostName(name).IsError() && name.str() == "multi.test", "reverse look-up");
+        c.Expect(Parse("10.9.9.9").GetHostName(name).IsError(), "an address without a name was named");
         err = CZyIPAddr::GetLocalHost(out, kV4);
-        check(!err.IsError() && Text(out) == "10.9.8.7", "local host not resolved through its name");
-        return bad;
+        c.Expect(!err.IsError() && Text(out) == "10.9.8.7", "local host not resolved through its name");
+        return c.text;
     });
     EXPECT_EQ(failures, "");
 }

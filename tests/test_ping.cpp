@@ -12,13 +12,20 @@
 #include "ZyNetwork/Internal/OsIcmp.h"
 #include "ZyNetwork/ZyPing.h"
 #include "ZyUtils/ZyTime.h"
-#include "support/IcmpResponder.h"
 #include "support/NetNamespace.h"
 #include "support/TestEnv.h"
 
 #if !defined(_WIN32)
 #include <grp.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <fstream>
+#include <thread>
 #endif
 
 namespace
@@ -41,38 +48,17 @@ struct Recorder : CZyPingCallback
     void OnPingLog(char const* text) override { logs.push_back(text); }
 };
 
-// Collects mismatches as text, for checks that run in a forked child.
-struct Checks
-{
-    std::string text;
-    template <class A, class B>
-    void Eq(const A& actual, const B& expected, const std::string& what)
-    {
-        if (!(actual == expected))
-            text += what + " was " + std::to_string(actual) + ", expected " +
-                    std::to_string(expected) + "; ";
-    }
-    void True(bool condition, const std::string& what)
-    {
-        if (!condition)
-            text += what + "; ";
-    }
-};
+using zytest::Checks;
 
-// The counters of a result, in one line.
-std::string Counters(const _ZyPingResult& r)
-{
-    return "sent " + std::to_string(r.sent) + " good " + std::to_string(r.received) + " short " +
-           std::to_string(r.shortReplies) + " checksum " + std::to_string(r.checksumErrors) + " foreign " +
-           std::to_string(r.foreignReplies) + " timeouts " + std::to_string(r.timeouts);
-}
-
-std::string Statuses(const Recorder& recorder)
+// The statuses of the callbacks and the counters of the result, in one line.
+std::string Outcome(const Recorder& recorder, const _ZyPingResult& r)
 {
     std::string text;
     for (const _ZyPingResponse& response : recorder.responses)
         text += std::to_string(response.status);
-    return text;
+    return text + " sent " + std::to_string(r.sent) + " good " + std::to_string(r.received) + " short " +
+           std::to_string(r.shortReplies) + " checksum " + std::to_string(r.checksumErrors) + " foreign " +
+           std::to_string(r.foreignReplies) + " timeouts " + std::to_string(r.timeouts);
 }
 
 // A series of `count` cycles against the kernel's own echo replies on
@@ -90,26 +76,25 @@ std::string CheckLoopbackSeries(unsigned int count, unsigned int payload, CZyErr
         return "ping failed: " + err.AsString();
     Checks c;
     const std::string n = std::to_string(count);
-    c.True(Counters(result) == "sent " + n + " good " + n + " short 0 checksum 0 foreign 0 timeouts 0",
-           Counters(result) + ", statuses " + Statuses(recorder));
-    c.True(result.server == "127.0.0.1" && result.address == "127.0.0.1", "result server/address");
-    c.Eq(recorder.responses.size(), count, "callbacks");
+    c.Expect(Outcome(recorder, result) ==
+                 std::string(count, '0') + " sent " + n + " good " + n + " short 0 checksum 0 foreign 0 timeouts 0",
+             Outcome(recorder, result));
+    c.Expect(result.server == "127.0.0.1" && result.address == "127.0.0.1", "result server/address");
     uint64_t total = 0;
     for (size_t i = 0; i < recorder.responses.size(); ++i)
     {
         const _ZyPingResponse& r = recorder.responses[i];
         c.Eq(r.sequence, i + 1, "sequence");
-        c.Eq(r.status, PING_OK, "status");
         c.Eq(r.ttl, 64u, "ttl");
         c.Eq(r.bytes, payload, "bytes");
         c.Eq(r.count, count, "count");
-        c.True(r.server == "127.0.0.1" && r.address == "127.0.0.1", "response server/address");
+        c.Expect(r.server == "127.0.0.1" && r.address == "127.0.0.1", "response server/address");
         c.Eq(recorder.lastFlags[i], i + 1 == count, "last-cycle flag");
         total += r.timeMs;
     }
     c.Eq(result.totalTimeMs, total, "totalTimeMs");
-    c.True(!recorder.logs.empty() && recorder.logs[0] == "ZyPing: [server - 127.0.0.1] [IP - 127.0.0.1]",
-           "first log line");
+    c.Expect(!recorder.logs.empty() && recorder.logs[0] == "ZyPing: [server - 127.0.0.1] [IP - 127.0.0.1]",
+             "first log line");
     return c.text;
 }
 
@@ -120,6 +105,135 @@ bool DropToNobody()
 {
     return setgroups(0, nullptr) == 0 && setresgid(65534, 65534, 65534) == 0 && setresuid(65534, 65534, 65534) == 0;
 }
+
+// A series against 127.0.0.1 with one-second waits: its outcome, or why it
+// could not start.
+std::string Series(CZyPing& ping, Recorder& recorder, _ZyPingResult& result, unsigned int payload, unsigned int count)
+{
+    CZyError err = ping.ping("127.0.0.1", payload, count, 1, &recorder, &recorder, result, false);
+    return err.IsError() ? "failed: " + err.AsString() : Outcome(recorder, result);
+}
+
+// Writes a value to /proc/sys/net/ipv4/<name> of the current namespace.
+bool SetIpv4Sysctl(const char* name, const char* value)
+{
+    std::ofstream file(std::string("/proc/sys/net/ipv4/") + name);
+    file << value;
+    file.close();
+    return !file.fail();
+}
+
+enum class EchoAnswer
+{
+    Good,           // a proper echo reply
+    Short,          // a proper reply cut by four payload bytes
+    BadChecksum,    // a reply whose checksum is off
+    ForeignType,    // a timestamp reply (type 14) carrying the same id and sequence
+    ForeignId,      // an echo reply with another identifier
+    OtherSequence,  // an echo reply with another sequence number
+    Silent          // no answer at all
+};
+
+struct SeenRequest
+{
+    uint8_t type, code;
+    uint16_t identifier, sequence;  // as the fields read in host order
+    size_t size;                    // ICMP bytes (header + payload)
+    bool checksumOk;
+};
+
+// A scripted echo responder (root, in a private namespace): it turns the
+// kernel's echo replies off, answers each request with the next answer of
+// its script (Silent past its end) with IP TTL 77, and records the requests.
+class IcmpResponder
+{
+public:
+    explicit IcmpResponder(std::vector<EchoAnswer> script) : m_script(std::move(script)) {}
+    ~IcmpResponder() { Stop(); }
+
+    // "" or what failed.
+    std::string Start()
+    {
+        const int ttl = 77;
+        if (!SetIpv4Sysctl("icmp_echo_ignore_all", "1"))
+            return "could not turn the kernel's echo replies off";
+        m_fd = ::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
+        if (m_fd < 0 || ::setsockopt(m_fd, IPPROTO_IP, IP_TTL, &ttl, sizeof(ttl)) != 0)
+            return std::string("responder socket: ") + strerror(errno);
+        m_thread = std::thread([this] { Run(); });
+        return "";
+    }
+    // Stops answering; the requests seen.
+    const std::vector<SeenRequest>& Stop()
+    {
+        m_stop = true;
+        if (m_thread.joinable())
+            m_thread.join();
+        if (m_fd >= 0)
+            ::close(m_fd);
+        m_fd = -1;
+        return m_seen;
+    }
+
+private:
+    void Run()
+    {
+        unsigned char packet[65536];
+        while (!m_stop)
+        {
+            pollfd entry = {m_fd, POLLIN, 0};
+            if (::poll(&entry, 1, 100) <= 0)
+                continue;
+            sockaddr_in from;
+            socklen_t fromLength = sizeof(from);
+            ssize_t n = ::recvfrom(m_fd, packet, sizeof(packet), 0, reinterpret_cast<sockaddr*>(&from), &fromLength);
+            if (n < 20)
+                continue;
+            size_t header = static_cast<size_t>(packet[0] & 0x0F) * 4;
+            if (header < 20 || static_cast<size_t>(n) < header + 8)
+                continue;
+            unsigned char* icmp = packet + header;
+            size_t size = static_cast<size_t>(n) - header;
+            if (icmp[0] != 8)
+                continue;  // only echo requests are answered (our own replies come by too)
+
+            SeenRequest seen = {icmp[0], icmp[1], 0, 0, size, zyicmp::Checksum(icmp, size) == 0};
+            memcpy(&seen.identifier, icmp + 4, 2);
+            memcpy(&seen.sequence, icmp + 6, 2);
+            m_seen.push_back(seen);
+
+            const size_t answered = m_seen.size() - 1;
+            EchoAnswer answer = answered < m_script.size() ? m_script[answered] : EchoAnswer::Silent;
+            if (answer == EchoAnswer::Silent)
+                continue;
+            icmp[0] = 0;
+            size_t replySize = size;
+            if (answer == EchoAnswer::Short)
+                replySize = size - 4;
+            else if (answer == EchoAnswer::ForeignType)
+                icmp[0] = 14;
+            else if (answer == EchoAnswer::ForeignId)
+                icmp[4] ^= 0x5A;
+            else if (answer == EchoAnswer::OtherSequence)
+            {
+                uint16_t sequence = static_cast<uint16_t>(seen.sequence + 1000);
+                memcpy(icmp + 6, &sequence, 2);
+            }
+            icmp[2] = icmp[3] = 0;
+            uint16_t sum = zyicmp::Checksum(icmp, replySize);
+            if (answer == EchoAnswer::BadChecksum)
+                sum ^= 0x1234;
+            memcpy(icmp + 2, &sum, 2);
+            ::sendto(m_fd, icmp, replySize, 0, reinterpret_cast<sockaddr*>(&from), fromLength);
+        }
+    }
+
+    std::vector<EchoAnswer> m_script;
+    int m_fd = -1;
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+    std::vector<SeenRequest> m_seen;
+};
 #endif
 
 // An exactly sized heap copy, so that the sanitizers catch any read past it.
@@ -182,7 +296,7 @@ TEST(Ping, ReplyParsingStaysWithinTheBytesReceived)
         m[1] = m[2] = m[3] = 0;
         memcpy(&m[4], &ident, 2);
         memcpy(&m[6], &sequence, 2);
-        uint16_t s = zytest::InternetChecksum(m.data(), m.size()) ^ sumXor;
+        uint16_t s = zyicmp::Checksum(m.data(), m.size()) ^ sumXor;
         memcpy(&m[2], &s, 2);
         return m;
     };
@@ -283,14 +397,9 @@ TEST(Ping, CraftedRepliesRaiseEachStatusAndCounter)
     if (!zytest::CanUseNetNamespaces())
         GTEST_SKIP() << "needs root and network namespaces (Linux)";
     std::string outcome = zytest::RunInNetNamespace([] {
-        using zytest::EchoAnswer;
-        if (!zytest::SetIpv4Sysctl("icmp_echo_ignore_all", "1"))
-            return std::string("could not turn the kernel's echo replies off");
-        zytest::IcmpResponder responder({EchoAnswer::Good, EchoAnswer::Short, EchoAnswer::BadChecksum,
-                                         EchoAnswer::ForeignType, EchoAnswer::ForeignId,
-                                         EchoAnswer::OtherSequence, EchoAnswer::Silent, EchoAnswer::ForeignType,
-                                         EchoAnswer::Good},
-                                        77);
+        IcmpResponder responder({EchoAnswer::Good, EchoAnswer::Short, EchoAnswer::BadChecksum, EchoAnswer::ForeignType,
+                                 EchoAnswer::ForeignId, EchoAnswer::OtherSequence, EchoAnswer::Silent,
+                                 EchoAnswer::ForeignType, EchoAnswer::Good});
         std::string started = responder.Start();
         if (!started.empty())
             return started;
@@ -299,11 +408,8 @@ TEST(Ping, CraftedRepliesRaiseEachStatusAndCounter)
         CZyPing ping;
         Recorder recorder;
         _ZyPingResult result;
-        CZyError err = ping.ping("127.0.0.1", 56, 7, 1, &recorder, &recorder, result, false);
-        if (err.IsError())
-            return "first series failed: " + err.AsString();
-        c.True(Statuses(recorder) == "0234401", "statuses " + Statuses(recorder));
-        c.True(Counters(result) == "sent 7 good 2 short 1 checksum 1 foreign 2 timeouts 1", Counters(result));
+        const std::string first = Series(ping, recorder, result, 56, 7);
+        c.Expect(first == "0234401 sent 7 good 2 short 1 checksum 1 foreign 2 timeouts 1", first);
         if (recorder.responses.size() == 7)
         {
             c.Eq(recorder.responses[0].ttl, 77u, "ttl of the good reply");
@@ -323,23 +429,18 @@ TEST(Ping, CraftedRepliesRaiseEachStatusAndCounter)
         // counters restart, and the callback can stop the series.
         Recorder second;
         second.stopAfter = 2;
-        err = ping.ping("127.0.0.1", 200, 5, 1, &second, &second, result, false);
-        if (err.IsError())
-            return c.text + "second series failed: " + err.AsString();
-        c.True(Statuses(second) == "40", "second statuses " + Statuses(second));
-        c.True(Counters(result) == "sent 2 good 1 short 0 checksum 0 foreign 3 timeouts 0",
-               "second " + Counters(result));
-        c.True(second.lastFlags == std::vector<bool>{false, false}, "last flags of an early stop");
+        const std::string again = Series(ping, second, result, 200, 5);
+        c.Expect(again == "40 sent 2 good 1 short 0 checksum 0 foreign 3 timeouts 0", "second series " + again);
+        c.Expect(second.lastFlags == std::vector<bool>{false, false}, "last flags of an early stop");
         if (second.responses.size() == 2)
             c.Eq(second.responses[1].bytes, 200u, "bytes of the second call");
 
-        responder.Stop();
-        std::vector<zytest::SeenRequest> seen = responder.Seen();
+        const std::vector<SeenRequest> seen = responder.Stop();
         c.Eq(seen.size(), 9u, "requests seen");
         const uint16_t pid = static_cast<uint16_t>(FXProcess::getProcessId() & 0xFFFF);
         for (size_t i = 0; i < seen.size(); ++i)
         {
-            c.True(seen[i].type == 8 && seen[i].code == 0 && seen[i].checksumOk, "request layout or checksum");
+            c.Expect(seen[i].type == 8 && seen[i].code == 0 && seen[i].checksumOk, "request layout or checksum");
             c.Eq(seen[i].identifier, pid, "request identifier");
             c.Eq(seen[i].sequence, i < 7 ? i : i - 7, "request sequence");
             c.Eq(seen[i].size, 64u, "request size");
@@ -357,20 +458,12 @@ TEST(Ping, UnprivilegedUserFallsBackToDatagramSockets)
     // as root, then the process drops its privileges and runs `body`.
     auto asNobody = [](const char* groupRange, bool crafted, std::function<std::string()> body) {
         return zytest::RunInNetNamespace([&] {
-            using zytest::EchoAnswer;
-            std::unique_ptr<zytest::IcmpResponder> responder;
-            if (!zytest::SetIpv4Sysctl("ping_group_range", groupRange))
+            IcmpResponder responder({EchoAnswer::Good, EchoAnswer::Short, EchoAnswer::OtherSequence});
+            if (!SetIpv4Sysctl("ping_group_range", groupRange))
                 return std::string("could not write ping_group_range");
-            if (crafted)
-            {
-                if (!zytest::SetIpv4Sysctl("icmp_echo_ignore_all", "1"))
-                    return std::string("could not turn the kernel's echo replies off");
-                responder.reset(new zytest::IcmpResponder(
-                    {EchoAnswer::Good, EchoAnswer::Short, EchoAnswer::OtherSequence}, 77));
-                std::string started = responder->Start();
-                if (!started.empty())
-                    return started;
-            }
+            std::string started = crafted ? responder.Start() : "";
+            if (!started.empty())
+                return started;
             return DropToNobody() ? body() : std::string("could not drop privileges");
         });
     };
@@ -381,10 +474,10 @@ TEST(Ping, UnprivilegedUserFallsBackToDatagramSockets)
                            _ZyPingResult result;
                            CZyError err = ping.ping("127.0.0.1", 56, 1, 1, nullptr, nullptr, result, false);
                            Checks c;
-                           c.True(err.Is(10013), "refusal code: " + err.AsString());
-                           c.True(err.AsString().find("ping_group_range") != std::string::npos, "refusal text");
-                           c.True(err.HasMessage("ICMP-Socket creation [127.0.0.1] failed."), "creation text");
-                           c.True(err.HasMessage("prepare socket failed [127.0.0.1]"), "prepare text");
+                           c.Expect(err.Is(10013), "refusal code: " + err.AsString());
+                           c.Expect(err.AsString().find("ping_group_range") != std::string::npos, "refusal text");
+                           c.Expect(err.HasMessage("ICMP-Socket creation [127.0.0.1] failed."), "creation text");
+                           c.Expect(err.HasMessage("prepare socket failed [127.0.0.1]"), "prepare text");
                            return c.text;
                        }),
               "");
@@ -395,13 +488,9 @@ TEST(Ping, UnprivilegedUserFallsBackToDatagramSockets)
                            CZyPing ping;
                            Recorder recorder;
                            _ZyPingResult result;
-                           CZyError err = ping.ping("127.0.0.1", 56, 3, 1, &recorder, &recorder, result, false);
-                           if (err.IsError())
-                               return "crafted series failed: " + err.AsString();
                            Checks c;
-                           c.True(Statuses(recorder) == "020", "statuses " + Statuses(recorder));
-                           c.True(Counters(result) == "sent 3 good 2 short 1 checksum 0 foreign 0 timeouts 0",
-                                  Counters(result));
+                           const std::string outcome = Series(ping, recorder, result, 56, 3);
+                           c.Expect(outcome == "020 sent 3 good 2 short 1 checksum 0 foreign 0 timeouts 0", outcome);
                            if (recorder.responses.size() == 3)
                                c.Eq(recorder.responses[0].ttl, 77u, "ttl from the control message");
                            return c.text;

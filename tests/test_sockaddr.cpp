@@ -47,7 +47,6 @@ ZYNET_SockAddr FromText(const char* text)
 
 TEST(SockAddr, PathsAreRecognisedAndBounded)
 {
-    zytest::InitTestProcess();
     // A slash or backslash anywhere makes a path; nothing is resolved.
     for (const char* path : {"/tmp/a", "a\\b", "rel/x", "C:\\x"})
     {
@@ -66,7 +65,6 @@ TEST(SockAddr, PathsAreRecognisedAndBounded)
         EXPECT_EQ(host.count, 0);
         EXPECT_EQ(host.addrs, nullptr);
     }
-    EXPECT_EQ(FromText("127.0.0.1").family, ZYNET_AF_INET);
 
     // 107 characters fit with the terminator; 108 do not, and the output
     // is left exactly as it was.
@@ -98,64 +96,11 @@ TEST(SockAddr, PathsAreRecognisedAndBounded)
     EXPECT_EQ(strlen(big), 108u);
 }
 
-TEST(SockAddr, CollisionMarkerIsRefused)
-{
-    zytest::InitTestProcess();
-    ZYNET_SockAddr addr = Filled(0);
-    EXPECT_EQ(ZYNET_str2ip("127.0.53.53", &addr), 11001);
-    EXPECT_EQ(ZYNET_str2ip("127.0.53.54", &addr), 0);
-
-    // The look-up stops at the marker; `count` keeps what it held and the
-    // array is still the caller's to free.
-    ZYNET_HostEnt host = {7, nullptr};
-    EXPECT_EQ(ZYNET_name2ip("127.0.53.53", &host, 0), 11001);
-    EXPECT_EQ(host.count, 7);
-    EXPECT_NE(host.addrs, nullptr);
-    ZYNET_freehostent(&host);
-    EXPECT_EQ(host.addrs, nullptr);
-}
-
-TEST(SockAddr, NumericConversionAndLookUpGivePortableFamilies)
-{
-    zytest::InitTestProcess();
-    ZYNET_SockAddr v6 = FromText("::1");
-    char text[64];
-    ASSERT_EQ(ZYNET_ip2str(&v6, text, sizeof(text)), 0);
-    EXPECT_STREQ(text, "::1");
-
-    ZYNET_SockAddr v4 = FromText("10.1.16.5");
-    ASSERT_EQ(ZYNET_ip2str(&v4, text, sizeof(text)), 0);
-    EXPECT_STREQ(text, "10.1.16.5");
-    // A buffer too small for the digits is refused on both targets.
-    EXPECT_EQ(ZYNET_ip2str(&v4, text, 5), 10014);
-    EXPECT_EQ(zyos::LastError(), 10014);
-
-    ZYNET_HostEnt host = {0, nullptr};
-    ASSERT_EQ(ZYNET_name2ip("localhost", &host, ZYNET_AF_INET), 0);
-    ASSERT_GE(host.count, 1);
-    for (int i = 0; i < host.count; ++i)
-    {
-        EXPECT_EQ(host.addrs[i].family, ZYNET_AF_INET);
-        EXPECT_EQ(ZYNET_getport(&host.addrs[i]), 0u);
-    }
-    EXPECT_EQ(host.addrs[0].in4.addr[0], 127);
-    ZYNET_freehostent(&host);
-
-    // Names under the reserved "invalid" domain never exist, on both targets,
-    // without asking any name server.
-    host = {3, nullptr};
-    EXPECT_EQ(ZYNET_name2ip("no-such-host.invalid", &host, 0), 11001);
-    EXPECT_EQ(zyos::LastError(), 11001);
-    EXPECT_EQ(host.count, 3);
-    EXPECT_EQ(host.addrs, nullptr);
-}
-
 // The conversion writes the family's own bytes straight into the caller's
 // record, leaves the rest of it alone, and leaves all of it alone on failure;
 // the resolver's code is the thread's last socket error either way.
 TEST(SockAddr, NumericConversionWritesOnlyTheFamilysBytes)
 {
-    zytest::InitTestProcess();
     ZYNET_SockAddr v4 = Filled(0xAB);
     ASSERT_EQ(ZYNET_str2ip("10.20.30.40", &v4), 0);
     EXPECT_EQ(zyos::LastError(), 0);
@@ -181,6 +126,15 @@ TEST(SockAddr, NumericConversionWritesOnlyTheFamilysBytes)
     for (size_t i = 28; i < sizeof(v6); ++i)
         EXPECT_EQ(bytes[i], 0xAB) << "byte " << i;
 
+    char text[64];
+    ASSERT_EQ(ZYNET_ip2str(&v6, text, sizeof(text)), 0);
+    EXPECT_STREQ(text, "2001:db8::7");
+    ASSERT_EQ(ZYNET_ip2str(&v4, text, sizeof(text)), 0);
+    EXPECT_STREQ(text, "10.20.30.40");
+    // A buffer too small for the digits is refused on both targets.
+    EXPECT_EQ(ZYNET_ip2str(&v4, text, 5), 10014);
+    EXPECT_EQ(zyos::LastError(), 10014);
+
     // Failures: a name (numeric only, so never looked up, reserved or not).
     ZYNET_SockAddr kept = Filled(0x5C);
     const ZYNET_SockAddr before = kept;
@@ -195,21 +149,64 @@ TEST(SockAddr, NumericConversionWritesOnlyTheFamilysBytes)
     EXPECT_EQ(zyos::LastError(), 0);
 }
 
-TEST(SockAddr, ReverseLookUp)
+TEST(SockAddr, LookUpsGivePortableFamiliesAndCodes)
 {
-    zytest::InitTestProcess();
-    // 127.0.0.1 is named in the hosts file on both targets.
+    ZYNET_HostEnt host = {0, nullptr};
+    ASSERT_EQ(ZYNET_name2ip("localhost", &host, ZYNET_AF_INET), 0);
+    ASSERT_GE(host.count, 1);
+    for (int i = 0; i < host.count; ++i)
+    {
+        EXPECT_EQ(host.addrs[i].family, ZYNET_AF_INET);
+        EXPECT_EQ(ZYNET_getport(&host.addrs[i]), 0u);
+    }
+    EXPECT_EQ(host.addrs[0].in4.addr[0], 127);
+    ZYNET_freehostent(&host);
+
+    // Names under the reserved "invalid" domain never exist, on both targets,
+    // without asking any name server.
+    host = {3, nullptr};
+    EXPECT_EQ(ZYNET_name2ip("no-such-host.invalid", &host, 0), 11001);
+    EXPECT_EQ(zyos::LastError(), 11001);
+    EXPECT_EQ(host.count, 3);
+    EXPECT_EQ(host.addrs, nullptr);
+
+    // The collision marker is refused. The look-up stops at it; `count`
+    // keeps what it held and the array is still the caller's to free.
+    ZYNET_SockAddr addr = Filled(0);
+    EXPECT_EQ(ZYNET_str2ip("127.0.53.53", &addr), 11001);
+    EXPECT_EQ(ZYNET_str2ip("127.0.53.54", &addr), 0);
+    host = {7, nullptr};
+    EXPECT_EQ(ZYNET_name2ip("127.0.53.53", &host, 0), 11001);
+    EXPECT_EQ(host.count, 7);
+    EXPECT_NE(host.addrs, nullptr);
+    ZYNET_freehostent(&host);
+    EXPECT_EQ(host.addrs, nullptr);
+
+    // Reverse: 127.0.0.1 is named in the hosts file on both targets.
     ZYNET_SockAddr v4 = FromText("127.0.0.1");
     char name[1025];
     ASSERT_EQ(ZYNET_ip2name(&v4, name, sizeof(name)), 0);
     EXPECT_GT(strlen(name), 0u);
     EXPECT_STRNE(name, "127.0.0.1");
     EXPECT_EQ(ZYNET_ip2name(&v4, name, 2), 10014);
-
     ZYNET_SockAddr path = FromText("/run/x.sock");
     ASSERT_EQ(ZYNET_ip2name(&path, name, sizeof(name)), 0);
     EXPECT_STREQ(name, "/run/x.sock");
     EXPECT_EQ(ZYNET_ip2name(&path, name, 11), ZYNET_ERR_PATH_TOO_LONG);
+
+    ASSERT_EQ(ZYNET_gethostname(name, sizeof(name)), 0);
+    EXPECT_GT(strlen(name), 0u);
+    EXPECT_EQ(ZYNET_gethostname(name, 1), 10014);
+    struct servent* entry = nullptr;
+    ASSERT_EQ(ZYNET_getservbyname("http", "tcp", &entry), 0);
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(ntohs(static_cast<unsigned short>(entry->s_port)), 80);
+    entry = nullptr;
+    ASSERT_EQ(ZYNET_getservbyport(htons(80), "tcp", &entry), 0);
+    ASSERT_NE(entry, nullptr);
+    EXPECT_STREQ(entry->s_name, "http");
+    EXPECT_EQ(ZYNET_getservbyname("no-such-service-zy", "tcp", &entry), 11004);
+    EXPECT_EQ(entry, nullptr);
 }
 
 TEST(SockAddr, PrefixComparison)
@@ -310,27 +307,6 @@ TEST(SockAddr, NullPointersAreRefusedWithoutTouchingAnything)
     EXPECT_EQ(host.count, 4);
 }
 
-TEST(SockAddr, HostAndServiceNames)
-{
-    zytest::InitTestProcess();
-    char name[256];
-    ASSERT_EQ(ZYNET_gethostname(name, sizeof(name)), 0);
-    EXPECT_GT(strlen(name), 0u);
-    char tiny[1];
-    EXPECT_EQ(ZYNET_gethostname(tiny, sizeof(tiny)), 10014);
-
-    struct servent* entry = nullptr;
-    ASSERT_EQ(ZYNET_getservbyname("http", "tcp", &entry), 0);
-    ASSERT_NE(entry, nullptr);
-    EXPECT_EQ(ntohs(static_cast<unsigned short>(entry->s_port)), 80);
-    entry = nullptr;
-    ASSERT_EQ(ZYNET_getservbyport(htons(80), "tcp", &entry), 0);
-    ASSERT_NE(entry, nullptr);
-    EXPECT_STREQ(entry->s_name, "http");
-    EXPECT_EQ(ZYNET_getservbyname("no-such-service-zy", "tcp", &entry), 11004);
-    EXPECT_EQ(entry, nullptr);
-}
-
 TEST(SockAddr, UnixSupportVersionRule)
 {
     EXPECT_EQ(ZyUnixSupportFromVersion(10, 17763, 2209), 0);
@@ -343,7 +319,6 @@ TEST(SockAddr, UnixSupportVersionRule)
 
 TEST(SockAddr, UnixSupportIsCachedAndCanBeSwitchedOff)
 {
-    zytest::InitTestProcess();
     // Without a registry answer the test is a probe socket of family 1.
     ZYNET_SOCKET probe = ZYNET_INVALID_SOCKET;
     const int probed = zyos::Socket(ZYNET_AF_UNIX, 1, 0, &probe) == 0 ? 1 : 0;
@@ -369,7 +344,6 @@ TEST(SockAddr, UnixSupportIsCachedAndCanBeSwitchedOff)
 
 TEST(SockAddr, FamilyPreferenceKeepsTheFirstValue)
 {
-    zytest::InitTestProcess();
     zytest::LogCapture log(0);
 
     EXPECT_EQ(ZYNET_GetFamilyPreference(), 0);

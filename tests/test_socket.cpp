@@ -1,5 +1,5 @@
 // Socket objects over loopback: value semantics, state checks and their
-// order, counts reported on failure, and the time-limited accept.
+// order, counts reported on failure, and the time-limited calls.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -70,7 +70,7 @@ TEST(CZySocket, CopiesShareTheHandleAndOnlyCloseReleasesIt)
     EXPECT_EQ(CZySocketDescriptor(26).AsString(), "0x0000001A");
 }
 
-TEST(CZySocket, StateChecksComeFirstInTheirOrder)
+TEST(CZySocket, StateChecksComeFirstAndTimedSendsReportWhatMoved)
 {
     CZySocket empty, out;
     char buffer[16] = {};
@@ -92,12 +92,28 @@ TEST(CZySocket, StateChecksComeFirstInTheirOrder)
     // The output object is checked before this one.
     ExpectError(empty.Accept(client), 774, "Output socket object is already a connected socket", "CZySocket::Accept");
 
-    // A null time-out pointer is refused before anything is received.
+    // The queued byte is counted (a peek waits for it and leaves it there);
+    // a null time-out pointer is refused before anything is received.
     ASSERT_FALSE(client.Send("z", 1, 0, &count).IsError());
+    int timedOut = -1;
+    ZYTEST_ASSERT_OK(server.RecvWithTimeout(buffer, 1, 5, &timedOut, 2 /*MSG_PEEK*/, &count));
+    unsigned int queued = 0;
+    ZYTEST_ASSERT_OK(server.GetReadQueueLen(&queued));
+    EXPECT_EQ(queued, 1u);
     ExpectError(server.RecvWithTimeout(buffer, 1, 1, nullptr, 0, &count), 87,
                 "Invalid input parameter, pnTimedOut is NULL", "CZySocket::RecvWithTimeout");
     ASSERT_FALSE(server.Recv(buffer, 1, 0, &count).IsError());
     EXPECT_EQ(buffer[0], 'z');
+
+    // A peer that never reads: a non-blocking sender runs out of time and
+    // reports what moved.
+    ASSERT_FALSE(client.SetToNonBlocking().IsError());
+    std::vector<char> big(32 * 1024 * 1024, 'x');
+    ExpectError(client.SendWithTimeOut(big.data(), static_cast<int>(big.size()), 1, &timedOut, 0, &count), 774,
+                "Socket send timed out", "CZySocket::SendWithTimeOut");
+    EXPECT_EQ(timedOut, 1);
+    EXPECT_GT(count, 0);
+    EXPECT_LT(count, static_cast<int>(big.size()));
     client.Close();
     server.Close();
 
@@ -110,24 +126,6 @@ TEST(CZySocket, StateChecksComeFirstInTheirOrder)
     EXPECT_FALSE(accepted.IsValid());
     EXPECT_NE(ZYNET_getlasterror(), 0);
     unlistened.Close();
-}
-
-TEST(CZySocket, TimedSendRunsOutAndReportsWhatMoved)
-{
-    CZySocket client, server;
-    ConnectedPair(client, server);
-    int count = -1, timedOut = -1;
-    // The peer never reads. Non-blocking, so that each send takes only what
-    // fits and the limit can pass between sends.
-    ASSERT_FALSE(client.SetToNonBlocking().IsError());
-    std::vector<char> big(32 * 1024 * 1024, 'x');
-    ExpectError(client.SendWithTimeOut(big.data(), static_cast<int>(big.size()), 1, &timedOut, 0, &count), 774,
-                "Socket send timed out", "CZySocket::SendWithTimeOut");
-    EXPECT_EQ(timedOut, 1);
-    EXPECT_GT(count, 0);
-    EXPECT_LT(count, static_cast<int>(big.size()));
-    client.Close();
-    server.Close();
 }
 
 TEST(CZySocket, AcceptWithTimeoutWaitsBeforeAccepting)

@@ -29,9 +29,15 @@ namespace
 {
 const int kWouldBlock = 10035;
 
-ZYNET_SockAddr Loopback(int family)
+using zytest::LoopbackRecord;
+
+// "abcd...": `n` bytes that show any reordering or repetition.
+std::string Letters(size_t n)
 {
-    return zytest::LoopbackRecord(family);
+    std::string text(n, ' ');
+    for (size_t i = 0; i < n; ++i)
+        text[i] = static_cast<char>('a' + i % 26);
+    return text;
 }
 
 double SecondsSince(const CTimeStamp& start)
@@ -39,33 +45,7 @@ double SecondsSince(const CTimeStamp& start)
     return (CTimeStamp::Now().AsMilliseconds() - start.AsMilliseconds()) / 1000.0;
 }
 
-// A connected blocking stream pair made with the flat calls: {client, server}.
-struct Pair
-{
-    ZYNET_SOCKET client = ZYNET_INVALID_SOCKET, server = ZYNET_INVALID_SOCKET;
-    ~Pair()
-    {
-        if (client != ZYNET_INVALID_SOCKET)
-            ZYNET_close(client);
-        if (server != ZYNET_INVALID_SOCKET)
-            ZYNET_close(server);
-    }
-};
-
-void Connect(Pair& pair, int family = ZYNET_AF_INET)
-{
-    ZYNET_SOCKET listener;
-    ASSERT_EQ(ZYNET_socket(family, &listener), 0);
-    ZYNET_SockAddr addr = Loopback(family), peer;
-    ASSERT_EQ(ZYNET_bind(listener, &addr), 0);
-    ASSERT_EQ(ZYNET_listen(listener, 5), 0);
-    ASSERT_EQ(ZYNET_getsockname(listener, &addr), 0);
-    ASSERT_EQ(ZYNET_socket(family, &pair.client), 0);
-    ASSERT_EQ(ZYNET_connect(pair.client, &addr), 0);
-    ASSERT_EQ(ZYNET_accept(listener, &pair.server, &peer), 0);
-    ASSERT_NE(pair.server, ZYNET_INVALID_SOCKET);
-    ZYNET_close(listener);
-}
+using zytest::SocketPair;
 
 void SendAll(ZYNET_SOCKET s, const std::string& data)
 {
@@ -90,11 +70,9 @@ bool RaiseDescriptorLimit(rlim_t wanted)
 
 TEST(SocketCalls, WholeBufferLoopsReturnShortCountsAndErrorsNotSignals)
 {
-    Pair pair;
-    Connect(pair);
-    std::string data(100, 'x');
-    for (int i = 0; i < 100; ++i)
-        data[i] = static_cast<char>('a' + i % 26);
+    SocketPair pair;
+    ASSERT_TRUE(pair.Ok());
+    const std::string data = Letters(100);
     SendAll(pair.client, data.substr(0, 10));
     std::thread later([&] {
         ZYSLEEP(200);
@@ -135,8 +113,8 @@ TEST(SocketCalls, WholeBufferLoopsReturnShortCountsAndErrorsNotSignals)
 
 TEST(SocketCalls, TimeLimitedLoops)
 {
-    Pair pair;
-    Connect(pair);
+    SocketPair pair;
+    ASSERT_TRUE(pair.Ok());
     char buffer[100];
     int count = -1, timedOut = -1;
 
@@ -159,8 +137,8 @@ TEST(SocketCalls, TimeLimitedLoops)
 
     // A limit of 0 (or less) is the plain call: on a non-blocking silent
     // socket it fails at once instead of waiting.
-    Pair idle;
-    Connect(idle);
+    SocketPair idle;
+    ASSERT_TRUE(idle.Ok());
     ASSERT_EQ(ZYNET_setnonblocking(idle.server), 0);
     for (int limit : {0, -1})
     {
@@ -179,30 +157,20 @@ TEST(SocketCalls, TimeLimitedLoops)
     EXPECT_EQ(timedOut, 1);
     EXPECT_GT(count, 0);
     EXPECT_LT(count, static_cast<int>(big.size()));
-}
 
-// The time-limited loops try each transfer before waiting; these are the
-// cases where that attempt finds nothing ready or must not accumulate.
-TEST(SocketCalls, TimeLimitedLoopsWaitWhenNothingIsReady)
-{
-    Pair pair;
-    Connect(pair);
-    std::string data(30, ' ');
-    for (int i = 0; i < 30; ++i)
-        data[i] = static_cast<char>('a' + i % 26);
-    char buffer[30];
-    int count = -1, timedOut = -1;
-
-    // On a non-blocking socket with nothing queued the receive waits for the
-    // data instead of failing with "would block", and leaves no stale code as
-    // the thread's last socket error.
-    ASSERT_EQ(ZYNET_setnonblocking(pair.server), 0);
+    // The loops try each transfer before waiting. With nothing queued on a
+    // non-blocking socket the receive waits for the data instead of failing
+    // with "would block", and leaves no stale last socket error.
+    const std::string data = Letters(30);
+    SocketPair fresh;
+    ASSERT_TRUE(fresh.Ok());
+    ASSERT_EQ(ZYNET_setnonblocking(fresh.server), 0);
     std::thread later([&] {
         ZYSLEEP(200);
-        SendAll(pair.client, data.substr(0, 20));
+        SendAll(fresh.client, data.substr(0, 20));
     });
     ZYNET_setlasterror(0);
-    EXPECT_EQ(ZYNET_recvwithtimeout(pair.server, buffer, 20, &count, 5, &timedOut, 0), 0);
+    EXPECT_EQ(ZYNET_recvwithtimeout(fresh.server, buffer, 20, &count, 5, &timedOut, 0), 0);
     later.join();
     EXPECT_EQ(ZYNET_getlasterror(), 0);
     EXPECT_EQ(count, 20);
@@ -211,26 +179,24 @@ TEST(SocketCalls, TimeLimitedLoopsWaitWhenNothingIsReady)
 
     // A peek sees 10 queued bytes at once and keeps looking until one
     // receive sees all 30: the views are never added up.
-    SendAll(pair.client, data.substr(0, 10));
+    SendAll(fresh.client, data.substr(0, 10));
     std::thread rest([&] {
         ZYSLEEP(200);
-        SendAll(pair.client, data.substr(10));
+        SendAll(fresh.client, data.substr(10));
     });
-    memset(buffer, 0, sizeof(buffer));
-    EXPECT_EQ(ZYNET_recvwithtimeout(pair.server, buffer, 30, &count, 5, &timedOut, 2 /*MSG_PEEK*/), 0);
+    EXPECT_EQ(ZYNET_recvwithtimeout(fresh.server, buffer, 30, &count, 5, &timedOut, 2 /*MSG_PEEK*/), 0);
     rest.join();
     EXPECT_EQ(count, 30);
     EXPECT_EQ(timedOut, 0);
     EXPECT_EQ(std::string(buffer, 30), data);
-    ASSERT_EQ(ZYNET_recvwithtimeout(pair.server, buffer, 30, &count, 5, &timedOut, 0), 0);
+    ASSERT_EQ(ZYNET_recvwithtimeout(fresh.server, buffer, 30, &count, 5, &timedOut, 0), 0);
     EXPECT_EQ(std::string(buffer, count), data);
 }
 
 TEST(SocketCalls, SelectRewritesListsToReadyHandles)
 {
-    Pair a, b;
-    Connect(a);
-    Connect(b);
+    SocketPair a, b;
+    ASSERT_TRUE(a.Ok() && b.Ok());
     SendAll(b.client, "ping");
 
     ZYNET_fd_set readSet = {}, writeSet = {};
@@ -288,7 +254,7 @@ TEST(SocketCalls, SelectTakesGrownSetsAndHighDescriptors)
         ZYNET_SOCKET s;
         ASSERT_EQ(ZYNET_dgramsocket(ZYNET_AF_INET, &s), 0) << i;
         sockets.push_back(s);
-        ZYNET_SockAddr addr = Loopback(ZYNET_AF_INET);
+        ZYNET_SockAddr addr = LoopbackRecord(ZYNET_AF_INET);
         ASSERT_EQ(ZYNET_bind(s, &addr), 0);
         ASSERT_FALSE(writable.set(s).IsError());
     }
@@ -326,8 +292,8 @@ TEST(SocketCalls, SelectTakesGrownSetsAndHighDescriptors)
 
 #if !defined(_WIN32)
     // A descriptor numbered far above 1024 waits like any other.
-    Pair pair;
-    Connect(pair);
+    SocketPair pair;
+    ASSERT_TRUE(pair.Ok());
     ASSERT_EQ(dup2(static_cast<int>(pair.server), 5000), 5000);
     ZYNET_close(pair.server);
     pair.server = 5000;
@@ -347,15 +313,16 @@ TEST(SocketCalls, AddressResultsAndAccept)
 {
     for (int family : {ZYNET_AF_INET, ZYNET_AF_INET6})
     {
-        Pair pair;
-        Connect(pair, family);
+        SocketPair pair(family);
+        ASSERT_TRUE(pair.Ok());
         ZYNET_SockAddr local, peer;
         ASSERT_EQ(ZYNET_getsockname(pair.client, &local), 0);
         ASSERT_EQ(ZYNET_getpeername(pair.server, &peer), 0);
         EXPECT_EQ(local.family, family);
         EXPECT_NE(ZYNET_getport(&local), 0u);
         EXPECT_EQ(ZYNET_addrequal(&local, &peer, 0, 1), 1);
-        EXPECT_EQ(ZYNET_getsockfamily(pair.client), family) << "23 for IPv6 on every platform";
+        EXPECT_EQ(ZYNET_addrequal(&local, &pair.accepted, 0, 1), 1);
+        EXPECT_EQ(ZYNET_getsockfamily(pair.server), family) << "23 for IPv6 on every platform";
         ASSERT_EQ(ZYNET_settcpkeepaliveoptions(pair.client, 30, 5), 0);
 #if !defined(_WIN32)
         int value = 0;
@@ -371,7 +338,7 @@ TEST(SocketCalls, AddressResultsAndAccept)
     // Accept on a socket that does not listen: success with no handle.
     ZYNET_SOCKET s, out = 123;
     ASSERT_EQ(ZYNET_socket(ZYNET_AF_INET, &s), 0);
-    ZYNET_SockAddr addr = Loopback(ZYNET_AF_INET);
+    ZYNET_SockAddr addr = LoopbackRecord(ZYNET_AF_INET);
     ASSERT_EQ(ZYNET_bind(s, &addr), 0);
     EXPECT_EQ(ZYNET_accept(s, &out, &addr), 0);
     EXPECT_EQ(out, ZYNET_INVALID_SOCKET);
@@ -560,8 +527,8 @@ TEST(SocketCalls, SocketPairClosesWhatItOpenedWhenAStepFails)
 
 TEST(SocketCalls, NullPointersAreRefusedAndNothingIsTouched)
 {
-    Pair pair;
-    Connect(pair);
+    SocketPair pair;
+    ASSERT_TRUE(pair.Ok());
     char buffer[4];
     int count = 77, timedOut = 77;
     ZYNET_SockAddr addr;

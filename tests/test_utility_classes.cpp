@@ -1,6 +1,6 @@
-// The utility classes the transfer layer builds on: wide-string conversion,
-// base64, bounded formatting, files, loadable modules and the observable
-// sleep. Codes are checked to be the same on both targets.
+// The utility layer: wide-string conversion, base64, splitting and bounded
+// formatting, files, loadable modules, the clock and the observable sleep.
+// Codes are checked to be the same on both targets.
 #include <gtest/gtest.h>
 
 #include <cstdarg>
@@ -35,29 +35,17 @@ bool AllReplacement(const std::u16string& text)
 
 // ---- FXString: wide conversions --------------------------------------------
 
-TEST(FXStringConversion, EachCodePointClassConvertsBothWays)
-{
-    // ASCII, the ends of the two-byte range, three-byte (incl. U+FFFF), and
-    // four-byte code points up to U+10FFFF, which need surrogate pairs in UTF-16.
-    const std::string utf8 =
-        "A\x7F"
-        "\xC2\x80\xC3\xA9\xDF\xBF"
-        "\xE0\xA0\x80\xE2\x82\xAC\xEF\xBF\xBF"
-        "\xF0\x90\x80\x80\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF";
-    const std::u16string utf16 = u"A\u007F\u0080\u00E9\u07FF\u0800\u20AC\uFFFF\U00010000\U0001F600\U0010FFFF";
-    const std::wstring wide = L"A\u007F\u0080\u00E9\u07FF\u0800\u20AC\uFFFF\U00010000\U0001F600\U0010FFFF";
-
-    EXPECT_EQ(utf16, FXString::ToUtf16(utf8));
-    EXPECT_EQ(utf8, FXString::ToUtf8(utf16));
-    EXPECT_EQ(wide, FXString::ToWstring(utf8));
-    EXPECT_EQ(utf8, FXString::ToString(wide));
-    EXPECT_EQ((std::u16string{0xD83D, 0xDE00}), FXString::ToUtf16("\xF0\x9F\x98\x80"));
-    EXPECT_TRUE(FXString::ToUtf16("").empty());
-    EXPECT_TRUE(FXString::ToString(L"").empty());
-}
-
 TEST(FXStringConversion, EveryScalarValueRoundTrips)
 {
+    // Exact encodings of each length class, up to U+10FFFF (a surrogate pair
+    // in UTF-16)...
+    const std::string utf8 = "A\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80\xF4\x8F\xBF\xBF";
+    EXPECT_EQ(u"A\u007F\u0080\u07FF\u0800\uFFFF\U00010000\U0010FFFF", FXString::ToUtf16(utf8));
+    EXPECT_EQ(L"A\u007F\u0080\u07FF\u0800\uFFFF\U00010000\U0010FFFF", FXString::ToWstring(utf8));
+    EXPECT_EQ((std::u16string{0xD83D, 0xDE00}), FXString::ToUtf16("\xF0\x9F\x98\x80"));
+    EXPECT_TRUE(FXString::ToUtf16("").empty());
+
+    // ...and every scalar value there and back, in all three forms.
     std::u16string utf16;
     size_t expectedBytes = 0;
     for (char32_t c = 1; c <= 0x10FFFF; ++c)
@@ -73,13 +61,13 @@ TEST(FXStringConversion, EveryScalarValueRoundTrips)
         }
         expectedBytes += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
     }
-    const std::string utf8 = FXString::ToUtf8(utf16);
-    EXPECT_EQ(expectedBytes, utf8.size());
-    EXPECT_TRUE(FXString::ToUtf16(utf8) == utf16);
-    EXPECT_TRUE(FXString::ToString(FXString::ToWstring(utf8)) == utf8);
+    const std::string all = FXString::ToUtf8(utf16);
+    EXPECT_EQ(expectedBytes, all.size());
+    EXPECT_TRUE(FXString::ToUtf16(all) == utf16);
+    EXPECT_TRUE(FXString::ToString(FXString::ToWstring(all)) == all);
 }
 
-TEST(FXStringConversion, InvalidUtf8BecomesReplacementCharacters)
+TEST(FXStringConversion, InvalidInputBecomesReplacementCharacters)
 {
     // Truncated sequences, at the end and before another character.
     EXPECT_EQ(u"a\uFFFD", FXString::ToUtf16(std::string("a\xE2\x82", 3)));
@@ -109,14 +97,11 @@ TEST(FXStringConversion, InvalidUtf8BecomesReplacementCharacters)
         EXPECT_EQ(u'<', converted.front());
         EXPECT_EQ(u'>', converted.back());
         EXPECT_TRUE(AllReplacement(converted.substr(1, converted.size() - 2)));
-        const std::wstring wide = FXString::ToWstring(sequence);
-        for (wchar_t unit : wide)
+        for (wchar_t unit : FXString::ToWstring(sequence))
             EXPECT_EQ(static_cast<wchar_t>(0xFFFD), unit);
     }
-}
 
-TEST(FXStringConversion, UnpairedSurrogatesBecomeReplacementCharacters)
-{
+    // Unpaired surrogates, in UTF-16 and in wide strings.
     EXPECT_EQ("a" + kReplacementUtf8, FXString::ToUtf8(std::u16string{u'a', 0xD800}));
     EXPECT_EQ(kReplacementUtf8 + "b", FXString::ToUtf8(std::u16string{0xDC00, u'b'}));
     EXPECT_EQ(kReplacementUtf8 + "A", FXString::ToUtf8(std::u16string{0xD83D, u'A'}));
@@ -127,21 +112,14 @@ TEST(FXStringConversion, UnpairedSurrogatesBecomeReplacementCharacters)
     wide += static_cast<wchar_t>(0xD800);
     wide += L'b';
     EXPECT_EQ("a" + kReplacementUtf8 + "b", FXString::ToString(wide));
+    // A UTF-16 pair in wide units is a pair only where wchar_t is 16 bits;
+    // with UTF-32, so is a value past U+10FFFF.
+    const std::wstring pair = {static_cast<wchar_t>(0xD83D), static_cast<wchar_t>(0xDE00)};
+    EXPECT_EQ(sizeof(wchar_t) == 4 ? kReplacementUtf8 + kReplacementUtf8 : "\xF0\x9F\x98\x80",
+              FXString::ToString(pair));
     if (sizeof(wchar_t) == 4)
     {
-        // UTF-32: a value past U+10FFFF, and a UTF-16 pair is not a pair here.
         EXPECT_EQ(kReplacementUtf8, FXString::ToString(std::wstring(1, static_cast<wchar_t>(0x110000))));
-        std::wstring pair;
-        pair += static_cast<wchar_t>(0xD83D);
-        pair += static_cast<wchar_t>(0xDE00);
-        EXPECT_EQ(kReplacementUtf8 + kReplacementUtf8, FXString::ToString(pair));
-    }
-    else
-    {
-        std::wstring pair;
-        pair += static_cast<wchar_t>(0xD83D);
-        pair += static_cast<wchar_t>(0xDE00);
-        EXPECT_EQ("\xF0\x9F\x98\x80", FXString::ToString(pair));
     }
 }
 
@@ -176,7 +154,7 @@ TEST(FXStringBase64, MalformedTextIsRefused)
     EXPECT_FALSE(FXString::Base64Decode(std::string("Zm9\0", 4), decoded));
 }
 
-TEST(FXStringText, ReplaceAllAndTrimRight)
+TEST(FXStringText, ReplaceSplitTrimAndLower)
 {
     std::string text = "a.b.c";
     EXPECT_EQ(2u, FXString::ReplaceAll(text, ".", "::"));
@@ -196,6 +174,16 @@ TEST(FXStringText, ReplaceAllAndTrimRight)
     EXPECT_EQ("abc", FXString::TrimRight("abc \t\r\n", " \t\r\n"));
     EXPECT_EQ("", FXString::TrimRight("\r\n", "\r\n"));
     EXPECT_EQ(" a", FXString::TrimRight(" a", " \t"));
+    EXPECT_EQ(FXString::ToLower("LocalHost-\xC3\x84" "B"), "localhost-\xC3\x84" "b");  // bytes past ASCII stay
+
+    // Empty pieces are kept; an empty text gives none.
+    std::vector<std::string> pieces{"stale"};
+    FXString::Split("/8//9", "/", pieces, 0);
+    EXPECT_EQ(pieces, (std::vector<std::string>{"", "8", "", "9"}));
+    FXString::Split("a::b", "::", pieces, 0);
+    EXPECT_EQ(pieces, (std::vector<std::string>{"a", "b"}));
+    FXString::Split("", "/", pieces, 0);
+    EXPECT_TRUE(pieces.empty());
 }
 
 CZyError BoundedFormat(std::string& text, const char* format, ...)
@@ -247,27 +235,20 @@ protected:
     std::string m_dir;
 };
 
-TEST_F(CZyFileTest, WriteCreateThenReadBack)
+TEST_F(CZyFileTest, WriteReadTruncateAndSixtyFourBitSizes)
 {
     const std::string path = PathOf("data.bin");
     const std::string payload("bytes\0with\r\nbinary\xFF", 19);
-    {
-        CZyFile file;
-        ASSERT_FALSE(file.Open(path.c_str(), CZyFile::kWriteCreate).IsError());
-        EXPECT_TRUE(file.IsValid());
-        ASSERT_FALSE(file.Write(payload.data(), static_cast<uint32_t>(payload.size())).IsError());
-        uint64_t size = 0;
-        EXPECT_FALSE(file.Size(size).IsError());
-        EXPECT_EQ(payload.size(), size);
-        EXPECT_FALSE(file.Close().IsError());
-        EXPECT_FALSE(file.IsValid());
-    }
+    CZyFile file;
+    ASSERT_FALSE(file.Open(path.c_str(), CZyFile::kWriteCreate).IsError());
+    ASSERT_FALSE(file.Write(payload.data(), static_cast<uint32_t>(payload.size())).IsError());
+    EXPECT_FALSE(file.Close().IsError());
+    EXPECT_FALSE(file.IsValid());
 #if !defined(_WIN32)
     struct stat info;
     ASSERT_EQ(0, stat(path.c_str(), &info));
     EXPECT_EQ(0u, info.st_mode & 0077u) << "a created file is for its owner only";
 #endif
-    CZyFile file;
     ASSERT_FALSE(file.Open(path.c_str(), CZyFile::kReadOnly).IsError());
     char buffer[64];
     uint32_t got = 0;
@@ -279,41 +260,25 @@ TEST_F(CZyFileTest, WriteCreateThenReadBack)
     EXPECT_TRUE(file.IsEOF());
     // A read-only file refuses writes with the same code on both targets.
     EXPECT_TRUE(file.Write("x", 1).Is(5));
+    file.Close();
 
-    std::string whole;
-    EXPECT_FALSE(CZyFile::ReadWholeFile(path.c_str(), whole).IsError());
-    EXPECT_EQ(payload, whole);
-}
-
-TEST_F(CZyFileTest, WriteCreateTruncatesAnExistingFile)
-{
-    const std::string path = PathOf("again.txt");
-    CZyFile file;
-    ASSERT_FALSE(file.Open(path.c_str(), CZyFile::kWriteCreate).IsError());
-    ASSERT_FALSE(file.Write("a longer first content", 22).IsError());
-    ASSERT_FALSE(file.Close().IsError());
+    // Creating again truncates; sizes and offsets past 4 GiB are kept whole.
+    const uint64_t beyond32 = (uint64_t(1) << 32) + 5;
     ASSERT_FALSE(file.Open(path.c_str(), CZyFile::kWriteCreate).IsError());
     ASSERT_FALSE(file.Write("new", 3).IsError());
-    ASSERT_FALSE(file.Close().IsError());
-    std::string whole;
-    ASSERT_FALSE(CZyFile::ReadWholeFile(path.c_str(), whole).IsError());
-    EXPECT_EQ("new", whole);
-}
-
-TEST_F(CZyFileTest, SizeIsSixtyFourBits)
-{
-    const std::string path = PathOf("sparse.bin");
-    const uint64_t beyond32 = (uint64_t(1) << 32) + 5;
-    CZyFile file;
-    ASSERT_FALSE(file.Open(path.c_str(), CZyFile::kWriteCreate).IsError());
-    uint64_t at = 0;
+    uint64_t at = 0, size = 0;
+    ASSERT_FALSE(file.Size(size).IsError());
+    EXPECT_EQ(3u, size);
     ASSERT_FALSE(file.Seek(static_cast<int64_t>(beyond32), 0, &at).IsError());
     EXPECT_EQ(beyond32, at);
     ASSERT_FALSE(file.Write("z", 1).IsError());
-    uint64_t size = 0;
     ASSERT_FALSE(file.Size(size).IsError());
     EXPECT_EQ(beyond32 + 1, size);
     EXPECT_FALSE(file.Close().IsError());
+    ASSERT_FALSE(file.Open(path.c_str(), CZyFile::kReadOnly).IsError());
+    ASSERT_FALSE(file.Read(buffer, 4, got).IsError());
+    EXPECT_EQ(std::string("new\0", 4), std::string(buffer, got));
+    file.Close();
     EXPECT_FALSE(FXFile::RemoveFile(path.c_str()).IsError());
 }
 
@@ -326,81 +291,72 @@ TEST_F(CZyFileTest, MissingFilesFoldersAndDirectoriesGiveWindowsCodes)
     EXPECT_TRUE(file.Open(m_dir.c_str(), CZyFile::kReadOnly).Is(5));
     EXPECT_TRUE(file.Open(m_dir.c_str(), CZyFile::kWriteCreate).Is(5));
     EXPECT_FALSE(file.IsValid());
-    CZyError error = file.Open(PathOf("missing.txt").c_str(), CZyFile::kReadOnly);
-    EXPECT_EQ(EErrorKind::Win32, error.GetErrorKind());
+    EXPECT_EQ(EErrorKind::Win32, file.Open(PathOf("missing.txt").c_str(), CZyFile::kReadOnly).GetErrorKind());
 
     std::string whole = "stale";
     EXPECT_TRUE(CZyFile::ReadWholeFile(PathOf("missing.txt").c_str(), whole).Is(2));
     EXPECT_TRUE(whole.empty());
-}
-
-TEST_F(CZyFileTest, RemoveFile)
-{
-    const std::string path = PathOf("doomed.txt");
-    CZyFile file;
-    ASSERT_FALSE(file.Open(path.c_str(), CZyFile::kWriteCreate).IsError());
-    ASSERT_FALSE(file.Close().IsError());
-    EXPECT_FALSE(FXFile::RemoveFile(path.c_str()).IsError());
-    EXPECT_TRUE(file.Open(path.c_str(), CZyFile::kReadOnly).Is(2));
-    EXPECT_TRUE(FXFile::RemoveFile(path.c_str()).Is(2));
+    ASSERT_FALSE(file.Open(PathOf("doomed.txt").c_str(), CZyFile::kWriteCreate).IsError());
+    ASSERT_FALSE(file.Write("abc", 3).IsError());
+    file.Close();
+    ASSERT_FALSE(CZyFile::ReadWholeFile(PathOf("doomed.txt").c_str(), whole).IsError());
+    EXPECT_EQ("abc", whole);
+    EXPECT_FALSE(FXFile::RemoveFile(PathOf("doomed.txt").c_str()).IsError());
+    EXPECT_TRUE(FXFile::RemoveFile(PathOf("doomed.txt").c_str()).Is(2));
     EXPECT_TRUE(FXFile::RemoveFile(PathOf("no-folder/x").c_str()).Is(3));
     EXPECT_TRUE(FXFile::RemoveFile("").Is(87));
 }
 
 // ---- CZyLibrary ---------------------------------------------------------------
 
-std::string TestProgramDirectory()
+TEST(CZyLibraryTest, LoadsResolvesAndGivesWindowsCodes)
 {
     std::string directory;
     static int anchor;
-    EXPECT_TRUE(CZyLibrary::ModuleDirectoryOf(&anchor, directory));
-    return directory;
-}
-
-TEST(CZyLibraryTest, MissingModuleAndSymbolGiveWindowsCodes)
-{
+    ASSERT_TRUE(CZyLibrary::ModuleDirectoryOf(&anchor, directory));
     CZyLibrary library;
     void* address = reinterpret_cast<void*>(1);
     EXPECT_TRUE(library.GetAddress("anything", address).Is(774));
     EXPECT_EQ(nullptr, address);
-
     EXPECT_TRUE(library.Load("zytest-no-such-module").Is(126));
-    EXPECT_TRUE(library.Load((TestProgramDirectory() + "zytest-no-such-module.bin").c_str()).Is(126));
+    EXPECT_TRUE(library.Load((directory + "zytest-no-such-module.bin").c_str()).Is(126));
     EXPECT_FALSE(library.IsLoaded());
 
-    ASSERT_FALSE(library.Load((TestProgramDirectory() + ZYTEST_MODULE_NAME).c_str()).IsError());
+    ASSERT_FALSE(library.Load((directory + ZYTEST_MODULE_NAME).c_str()).IsError());
     address = reinterpret_cast<void*>(1);
     CZyError error = library.GetAddress("ZyTestModuleNoSuchSymbol", address);
     EXPECT_TRUE(error.Is(127));
     EXPECT_EQ(EErrorKind::Win32, error.GetErrorKind());
     EXPECT_EQ(nullptr, address);
-}
-
-TEST(CZyLibraryTest, ResolvesAndCallsAFunctionOfALoadedModule)
-{
-    const std::string directory = TestProgramDirectory();
-    ASSERT_FALSE(directory.empty());
-    CZyLibrary library;
-    ASSERT_FALSE(library.Load((directory + ZYTEST_MODULE_NAME).c_str()).IsError());
     int (*answer)(int) = nullptr;
     ASSERT_FALSE(library.GetFunction("ZyTestModuleAnswer", answer).IsError());
-    ASSERT_NE(nullptr, answer);
     EXPECT_EQ(41, answer(20));
 
     // The module's own directory is where it was loaded from.
     std::string moduleDirectory;
     ASSERT_TRUE(CZyLibrary::ModuleDirectoryOf(reinterpret_cast<const void*>(answer), moduleDirectory));
     EXPECT_EQ(directory, moduleDirectory);
-    const char last = moduleDirectory.back();
-    EXPECT_TRUE(last == '/' || last == '\\');
+    EXPECT_TRUE(moduleDirectory.back() == '/' || moduleDirectory.back() == '\\');
 
     library.Unload();
     EXPECT_FALSE(library.IsLoaded());
-    void* address = nullptr;
     EXPECT_TRUE(library.GetAddress("ZyTestModuleAnswer", address).Is(774));
 }
 
-// ---- sleep hook --------------------------------------------------------------
+// ---- clock and sleep hook ------------------------------------------------------
+
+TEST(CTimeStamp, MonotonicAndConsistent)
+{
+    const CTimeStamp first = CTimeStamp::Now();
+    const int64_t seconds = ZyMonotonicSeconds();
+    ZYSLEEP(20);
+    const CTimeStamp second = CTimeStamp::Now();
+    EXPECT_GE(second.AsMilliseconds() - first.AsMilliseconds(), 15.0);
+    EXPECT_GE(ZyMonotonicSeconds(), seconds);
+    const timespec spec = second.AsTimeSpec();
+    EXPECT_TRUE(spec.tv_nsec >= 0 && spec.tv_nsec < 1000000000L) << spec.tv_nsec;
+    EXPECT_DOUBLE_EQ(spec.tv_sec * 1000.0 + spec.tv_nsec / 1e6, second.AsMilliseconds());
+}
 
 struct SleepRecord
 {

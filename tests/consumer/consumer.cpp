@@ -1,6 +1,6 @@
-// Uses the installed library through its public headers: the flat address
-// functions, the address class, a socket pair with time limits and an error
-// value. Prints "consumer: ok" and exits 0 when every check holds.
+// Uses the installed library through its public headers: a flat address
+// function, a socket pair with time limits and an error value from the
+// address class. Prints "consumer: ok" and exits 0 when every check holds.
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -25,16 +25,7 @@ int main()
 
     ZYNET_SockAddr record;
     std::memset(&record, 0, sizeof record);
-    Check(ZYNET_str2ip("127.0.0.1", &record) == 0 && record.family == ZYNET_AF_INET, "ZYNET_str2ip");
-
-    CZyIPAddr address("::1");
-    CZyString text;
-    Check(!address.GetAddressString(text).IsError() && text == "::1", "CZyIPAddr text");
-    Check(address.GetAddressFamily() == CZyIPAddr::IP_FAMILY_IPV6, "CZyIPAddr family");
-
-    bool within = false;
-    Check(!CZyIPAddr::CheckIfIpv4AddressIsWithinCidrBlock("10.1.2.3", "10.0.0.0/8", within).IsError() && within,
-          "CIDR check");
+    Check(ZYNET_str2ip("::1", &record) == 0 && record.family == ZYNET_AF_INET6, "ZYNET_str2ip");
 
     CZySocket first;
     CZySocket second;
@@ -50,6 +41,7 @@ int main()
     second.Close();
 
     // An error value from the library carries its stack.
+    bool within = false;
     CZyError error = CZyIPAddr::CheckIfIpv4AddressIsWithinCidrBlock("10.1.2.3", "no-slash", within);
     Check(error.Is(87) && error.AsString().find("CZyIPAddr::CheckIfIpv4AddressIsWithinCidrBlock") != std::string::npos,
           "error value");

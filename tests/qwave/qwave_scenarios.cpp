@@ -8,14 +8,12 @@
 #include <winsock2.h>
 #include <windows.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "ZyNetwork/QosWaveApi.h"
-#include "ZyUtils/Windows/DynamicLoadBase.h"
 
 namespace
 {
@@ -63,18 +61,22 @@ CZyError CallWrapper(int function)
     }
 }
 
-// The stub module's own counters, read through its extra exports.
+// The stub module as loaded by the wrappers, and its extra exports.
 HMODULE StubModule()
 {
     const char* name = std::getenv("ZYNET_QWAVE_MODULE");
     return name ? GetModuleHandleA(name) : nullptr;
 }
 
+template <class Fn>
+Fn StubExport(const char* name)
+{
+    return reinterpret_cast<Fn>(reinterpret_cast<void (*)()>(GetProcAddress(StubModule(), name)));
+}
+
 long StubCalls(int function)
 {
-    typedef LONG (*CallsFn)(int);
-    CallsFn calls = reinterpret_cast<CallsFn>(
-        reinterpret_cast<void (*)()>(GetProcAddress(StubModule(), "ZyQwaveStubCalls")));
+    LONG (*calls)(int) = StubExport<LONG (*)(int)>("ZyQwaveStubCalls");
     return calls ? calls(function) : -1;
 }
 
@@ -137,9 +139,7 @@ TEST(QwaveStubModule, FailuresCarryTheModulesCodeAndTheWrappersMessage)
 TEST(QwaveStubModule, SocketHandlesAreWidenedForTheModule)
 {
     REQUIRE_SCENARIO("stub");
-    typedef UINT_PTR (*LastSocketFn)();
-    LastSocketFn lastSocket = reinterpret_cast<LastSocketFn>(
-        reinterpret_cast<void (*)()>(GetProcAddress(StubModule(), "ZyQwaveStubLastSocket")));
+    UINT_PTR (*lastSocket)() = StubExport<UINT_PTR (*)()>("ZyQwaveStubLastSocket");
     ASSERT_NE(nullptr, lastSocket);
     unsigned long flowId = 0;
     FXQWaveDll::QOSAddSocketToFlow(nullptr, 0xFFFFFFFFu, nullptr, QOSTrafficTypeVoice, 0, &flowId);
@@ -170,9 +170,7 @@ TEST(QwaveStubModule, LoadedOnceAcrossCallsAndThreads)
     for (int function = kCreate; function <= kRemove; ++function)
         total += StubCalls(function);
     EXPECT_EQ(kThreads * kCallsPerThread, total);
-    typedef LONG (*AttachFn)();
-    AttachFn attachCount = reinterpret_cast<AttachFn>(
-        reinterpret_cast<void (*)()>(GetProcAddress(module, "ZyQwaveStubAttachCount")));
+    LONG (*attachCount)() = StubExport<LONG (*)()>("ZyQwaveStubAttachCount");
     ASSERT_NE(nullptr, attachCount);
     EXPECT_EQ(1, attachCount());
 
@@ -194,38 +192,6 @@ TEST(QwaveMissingFunction, OnlyThatWrapperIsNotSupported)
     }
     // Asking again does not retry the resolution.
     ExpectNotSupported(CallWrapper(kSetFlow), "QOSSetFlow");
-}
-
-TEST(DynamicLoadBase, LoadAndResolveReportTheSystemsCodes)
-{
-    REQUIRE_SCENARIO("loader");
-    CDynamicLoadBase missing;
-    CZyError error = missing.Load("zytest-no-such-module.dll");
-    EXPECT_TRUE(error.Is(ERROR_MOD_NOT_FOUND)) << error.AsString();
-    EXPECT_EQ("Failed to load, Module=[zytest-no-such-module.dll]", error.GetErrorMessage());
-    EXPECT_EQ(nullptr, missing.Module());
-
-    CDynamicLoadBase loader;
-    ASSERT_FALSE(loader.Load("zytest_qwave_stub.dll").IsError());
-    const HMODULE module = loader.Module();
-    EXPECT_FALSE(loader.Load("zytest-no-such-module.dll").IsError()) << "a loaded module is kept";
-    EXPECT_EQ(module, loader.Module());
-
-    typedef int(__stdcall * CloseFn)(void*);
-    const char* const location = "CLoadedFunction<int (__stdcall*)(void *)>::Load";
-    CLoadedFunction<CloseFn> present(location);
-    EXPECT_FALSE(present.Load(loader, "QOSCloseHandle").IsError());
-    EXPECT_NE(nullptr, present.Get());
-    CLoadedFunction<CloseFn> absent(location);
-    error = absent.Load(loader, "QOSNoSuchFunction");
-    EXPECT_TRUE(error.Is(ERROR_PROC_NOT_FOUND)) << error.AsString();
-    EXPECT_TRUE(absent.Status().Is(ERROR_PROC_NOT_FOUND));
-    EXPECT_EQ(nullptr, absent.Get());
-    char expected[160];
-    snprintf(expected, sizeof(expected), "Failed to get address, Module=[0x%p], FunctionName=[QOSNoSuchFunction]",
-             static_cast<void*>(module));
-    EXPECT_EQ(expected, error.GetErrorMessage());
-    EXPECT_STREQ(location, error.GetItems().front()->Location().Function());
 }
 
 TEST(QwaveMissingModule, EveryWrapperIsNotSupported)

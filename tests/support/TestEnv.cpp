@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "ZyNetwork/ZySocket.h"
 #include "ZyUtils/ZyTime.h"
 
 #if defined(_WIN32)
@@ -37,15 +38,6 @@ bool IsWindowsTarget()
 #endif
 }
 
-bool IsRoot()
-{
-#if defined(_WIN32)
-    return false;
-#else
-    return geteuid() == 0;
-#endif
-}
-
 std::string TempSocketPath(const char* tag)
 {
     static std::atomic<int> counter{0};
@@ -65,6 +57,43 @@ ZYNET_SockAddr LoopbackRecord(int family)
     else
         addr.in6.addr[15] = 1;
     return addr;
+}
+
+SocketPair::SocketPair(int family, bool datagram)
+{
+    memset(&accepted, 0, sizeof(accepted));
+    auto makeSocket = [&](ZYNET_SOCKET* out) {
+        return datagram ? ZYNET_dgramsocket(family, out) : ZYNET_socket(family, out);
+    };
+    ZYNET_SockAddr addr = LoopbackRecord(family);
+    ZYNET_SOCKET bound = ZYNET_INVALID_SOCKET;
+    const bool connected = makeSocket(&bound) == 0 && ZYNET_bind(bound, &addr) == 0 &&
+                           (datagram || ZYNET_listen(bound, 5) == 0) && ZYNET_getsockname(bound, &addr) == 0 &&
+                           makeSocket(&client) == 0 && ZYNET_connect(client, &addr) == 0;
+    if (connected && datagram)
+        server = bound;
+    else
+    {
+        if (connected)
+            ZYNET_accept(bound, &server, &accepted);
+        ZYNET_close(bound);
+    }
+}
+
+SocketPair::~SocketPair()
+{
+    for (ZYNET_SOCKET handle : {client, server})
+        if (handle != ZYNET_INVALID_SOCKET)
+            ZYNET_close(handle);
+}
+
+std::string Text(const CZyIPAddr& address)
+{
+    if (address.GetAddressFamily() == CZyIPAddr::IP_FAMILY_UNIX)
+        return address.GetUnixSockAddr();
+    CZyString text;
+    address.GetAddressString(text);
+    return text.str();
 }
 
 void SetEnv(const char* name, const char* value)

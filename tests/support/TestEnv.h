@@ -5,7 +5,9 @@
 
 #include <string>
 
+#include "ZyNetwork/ZyIPAddr.h"
 #include "ZyNetwork/ZySockAddr.h"
+#include "ZyNetwork/ZySocketTypes.h"
 
 namespace zytest
 {
@@ -13,13 +15,24 @@ namespace zytest
 void InitTestProcess();
 // True when the process runs on the Windows target (under Wine in CI).
 bool IsWindowsTarget();
-// True when running as root on Linux (namespaces, raw sockets).
-bool IsRoot();
 // A fresh path for a Unix-domain socket, unique per call.
 std::string TempSocketPath(const char* tag);
 // The loopback address of `family` (127.0.0.1 or ::1), port 0, in a zeroed
 // record.
 ZYNET_SockAddr LoopbackRecord(int family);
+// A connected loopback pair made with the flat socket calls: stream sockets
+// with the accepted end in `server`, or datagram sockets with `client`
+// connected to the bound `server`. Check Ok() first; both close with it.
+struct SocketPair
+{
+    ZYNET_SOCKET client = ZYNET_INVALID_SOCKET, server = ZYNET_INVALID_SOCKET;
+    ZYNET_SockAddr accepted;  // a stream pair's peer as the accept reported it
+    explicit SocketPair(int family = ZYNET_AF_INET, bool datagram = false);
+    ~SocketPair();
+    bool Ok() const { return client != ZYNET_INVALID_SOCKET && server != ZYNET_INVALID_SOCKET; }
+};
+// The text of an address: its path for a Unix-domain one, "" for none.
+std::string Text(const CZyIPAddr& address);
 // Sets (or, with a null value, removes) an environment variable of this
 // process.
 void SetEnv(const char* name, const char* value);

@@ -15,8 +15,6 @@ static volatile UINT_PTR g_lastSocket;
 
 BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved)
 {
-    (void)instance;
-    (void)reserved;
     if (reason == DLL_PROCESS_ATTACH)
         InterlockedIncrement(&g_attachCount);
     return TRUE;
@@ -68,12 +66,6 @@ STUB_EXPORT BOOL WINAPI QOSCloseHandle(HANDLE handle)
 STUB_EXPORT BOOL WINAPI QOSSetFlow(HANDLE handle, ULONG flowId, int operation, ULONG size, void* buffer, DWORD flags,
                                    OVERLAPPED* overlapped)
 {
-    (void)handle;
-    (void)operation;
-    (void)size;
-    (void)buffer;
-    (void)flags;
-    (void)overlapped;
     InterlockedIncrement(&g_calls[2]);
     if (flowId == 0)
     {
@@ -87,10 +79,6 @@ STUB_EXPORT BOOL WINAPI QOSSetFlow(HANDLE handle, ULONG flowId, int operation, U
 STUB_EXPORT BOOL WINAPI QOSAddSocketToFlow(HANDLE handle, UINT_PTR socket, void* destination, int trafficType,
                                            DWORD flags, ULONG* flowId)
 {
-    (void)handle;
-    (void)destination;
-    (void)trafficType;
-    (void)flags;
     InterlockedIncrement(&g_calls[3]);
     g_lastSocket = socket;
     if (socket == REFUSED_SOCKET)
@@ -104,9 +92,6 @@ STUB_EXPORT BOOL WINAPI QOSAddSocketToFlow(HANDLE handle, UINT_PTR socket, void*
 
 STUB_EXPORT BOOL WINAPI QOSRemoveSocketFromFlow(HANDLE handle, UINT_PTR socket, ULONG flowId, DWORD flags)
 {
-    (void)handle;
-    (void)flowId;
-    (void)flags;
     InterlockedIncrement(&g_calls[4]);
     g_lastSocket = socket;
     if (socket == REFUSED_SOCKET)
