@@ -22,6 +22,44 @@ namespace
 {
 const std::vector<commandInfo> kNoCommands;
 
+// The bytes a download of `path` hands to the write callback.
+std::string Fetch(RkFTPReq& request, const std::string& path)
+{
+    std::string body;
+    request.setWriteFunctionPointer(&body, &zytest::AppendTo);
+    CZyError error = request.download(path.c_str(), kNoCommands);
+    request.setWriteFunctionPointer(nullptr, nullptr);
+    EXPECT_FALSE(error.IsError()) << path << ": " << error.AsString();
+    return body;
+}
+
+// A download of `path` ends with curl's `code` (CURLE_OK: it goes through).
+::testing::AssertionResult DownloadEnds(RkFTPReq& request, const std::string& path, CURLcode code)
+{
+    CZyError error = request.download(path.c_str(), kNoCommands);
+    if (code == CURLE_OK ? !error.IsError() : GetRkCURL(error) == code)
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << path << ": curl " << code << " expected, got " << error.AsString();
+}
+
+struct Existence
+{
+    const char* path;
+    bool isFile;
+    bool exists;
+};
+
+void ExpectExistence(RkFTPReq& request, const std::vector<Existence>& cases)
+{
+    for (const Existence& c : cases)
+    {
+        SCOPED_TRACE(c.path);
+        bool exists = !c.exists;
+        ZYTEST_ASSERT_OK(request.checkIfFileOrDirExists(c.path, c.isFile, exists));
+        EXPECT_EQ(c.exists, exists);
+    }
+}
+
 class FtpTest : public ::testing::TestWithParam<FTPProtocol>
 {
 protected:
@@ -101,15 +139,11 @@ TEST_P(FtpTest, DownloadsMatchTheServersFiles)
             (entry.second.size == 0 && closeDelimitedTlsFails()))
             continue;
         SCOPED_TRACE(entry.first);
-        std::string body;
-        request.setWriteFunctionPointer(&body, &zytest::AppendTo);
-        ZYTEST_ASSERT_OK(request.download(("tree/" + entry.first).c_str(), kNoCommands));
-        EXPECT_EQ(static_cast<size_t>(entry.second.size), body.size());
+        EXPECT_EQ(static_cast<size_t>(entry.second.size), Fetch(request, "tree/" + entry.first).size());
         const std::string copy = Disk(work + "-" + entry.first);
         ASSERT_FALSE(request.downloadToFile(("tree/" + entry.first).c_str(), copy.c_str()).IsError());
         EXPECT_TRUE(zytest::SameBytes(Disk("tree/" + entry.first), copy));
     }
-    request.setWriteFunctionPointer(nullptr, nullptr);
 
     // 100 MiB into a file, in active mode for the plain server.
     if (!tls)
@@ -124,9 +158,7 @@ TEST_P(FtpTest, DownloadsMatchTheServersFiles)
     ASSERT_FALSE(request.getFileInfo("tree/big.bin", size).IsError());
     EXPECT_EQ(static_cast<double>(servers.bigSize), size);
 
-    // A missing file: curl's 78, no file content.
-    error = request.download("tree/missing.bin", kNoCommands);
-    EXPECT_EQ(CURLE_REMOTE_FILE_NOT_FOUND, GetRkCURL(error)) << error.AsString();
+    EXPECT_TRUE(DownloadEnds(request, "tree/missing.bin", CURLE_REMOTE_FILE_NOT_FOUND));
 }
 
 TEST_P(FtpTest, UploadsFromFileAndBufferLandOnDisk)
@@ -149,10 +181,7 @@ TEST_P(FtpTest, UploadsFromFileAndBufferLandOnDisk)
     const std::string data = "from a buffer\n\0with a zero byte";
     ZYTEST_ASSERT_OK(request.doPutOperation((work + "/buffer.txt").c_str(), data.data(), static_cast<long>(data.size()),
                                    kNoCommands));
-    std::string body;
-    request.setWriteFunctionPointer(&body, &zytest::AppendTo);
-    ASSERT_FALSE(request.download((work + "/buffer.txt").c_str(), kNoCommands).IsError());
-    EXPECT_EQ(data, body);
+    EXPECT_EQ(data, Fetch(request, work + "/buffer.txt"));
     // An empty upload makes an empty file.
     ASSERT_FALSE(request.doPutOperation((work + "/empty.txt").c_str(), "", 0, kNoCommands).IsError());
     EXPECT_TRUE(zytest::PathExists(Disk(work + "/empty.txt")));
@@ -195,29 +224,15 @@ TEST_P(FtpTest, ExistenceOfFilesAndDirectories)
 {
     RkFTPReq request(GetParam());
     Open(request);
-    struct Case
-    {
-        const char* path;
-        bool isFile;
-        bool exists;
-    } cases[] = {
-        {"tree/a file.txt", true, true},
-        {"tree/empty.txt", true, true},
-        {"tree/\xC3\xBC" "ber gr\xC3\xB6\xC3\x9F" "e.txt", true, true},
-        {"tree/missing.txt", true, false},
-        {"tree/sub dir", true, false},  // a directory is not a file
-        {"tree/sub dir/nested", false, true},
-        {"tree/\xC3\xA9t\xC3\xA9", false, true},
-        {"tree/no such dir", false, false},
-        {"tree/a file.txt", false, false},  // nor a file a directory
-    };
-    for (const Case& c : cases)
-    {
-        SCOPED_TRACE(c.path);
-        bool exists = !c.exists;
-        ZYTEST_ASSERT_OK(request.checkIfFileOrDirExists(c.path, c.isFile, exists));
-        EXPECT_EQ(c.exists, exists);
-    }
+    ExpectExistence(request, {{"tree/a file.txt", true, true},
+                              {"tree/empty.txt", true, true},
+                              {"tree/\xC3\xBC" "ber gr\xC3\xB6\xC3\x9F" "e.txt", true, true},
+                              {"tree/missing.txt", true, false},
+                              {"tree/sub dir", true, false},  // a directory is not a file
+                              {"tree/sub dir/nested", false, true},
+                              {"tree/\xC3\xA9t\xC3\xA9", false, true},
+                              {"tree/no such dir", false, false},
+                              {"tree/a file.txt", false, false}});  // nor a file a directory
     EXPECT_FALSE(request.checkConnection().IsError());
 }
 
@@ -234,8 +249,7 @@ TEST_P(FtpTest, WrongPasswordAndCertificateAreRefused)
         RkFTPReq other(FTPS);
         Open(other);
         ASSERT_FALSE(other.setSecured(true, servers.wrongCaFile).IsError());
-        error = other.download("tree/a file.txt", kNoCommands);
-        EXPECT_EQ(CURLE_PEER_FAILED_VERIFICATION, GetRkCURL(error)) << error.AsString();
+        EXPECT_TRUE(DownloadEnds(other, "tree/a file.txt", CURLE_PEER_FAILED_VERIFICATION));
     }
     else
     {
@@ -244,8 +258,7 @@ TEST_P(FtpTest, WrongPasswordAndCertificateAreRefused)
         ASSERT_FALSE(secure.initialize(0).IsError());
         secure.setURL("ftps://127.0.0.1:" + std::to_string(servers.ftp));
         ASSERT_FALSE(secure.setCredentials(servers.user, servers.password).IsError());
-        error = secure.download("tree/a file.txt", kNoCommands);
-        EXPECT_EQ(CURLE_USE_SSL_FAILED, GetRkCURL(error)) << error.AsString();
+        EXPECT_TRUE(DownloadEnds(secure, "tree/a file.txt", CURLE_USE_SSL_FAILED));
     }
 }
 
@@ -318,11 +331,7 @@ TEST_F(SftpTest, TransfersMatchAndCommandsChangeTheDisk)
 {
     RkSFTPReq request;
     Open(request);
-    std::string body;
-    request.setWriteFunctionPointer(&body, &zytest::AppendTo);
-    CZyError error = request.download("tree/sub dir/nested/deep.txt", kNoCommands);
-    ASSERT_FALSE(error.IsError()) << error.AsString();
-    request.setWriteFunctionPointer(nullptr, nullptr);
+    const std::string body = Fetch(request, "tree/sub dir/nested/deep.txt");
     const std::string small = Disk(work + "-deep.txt");
     ASSERT_FALSE(request.downloadToFile("tree/sub dir/nested/deep.txt", small.c_str()).IsError());
     EXPECT_TRUE(zytest::SameBytes(Disk("tree/sub dir/nested/deep.txt"), small));
@@ -341,11 +350,7 @@ TEST_F(SftpTest, TransfersMatchAndCommandsChangeTheDisk)
     ASSERT_FALSE(request.doPutOperation((dir + "/b.txt").c_str(), data.data(), static_cast<long>(data.size()),
                                         kNoCommands)
                      .IsError());
-    std::string read;
-    request.setWriteFunctionPointer(&read, &zytest::AppendTo);
-    ASSERT_FALSE(request.download((dir + "/b.txt").c_str(), kNoCommands).IsError());
-    request.setWriteFunctionPointer(nullptr, nullptr);
-    EXPECT_EQ(data, read);
+    EXPECT_EQ(data, Fetch(request, dir + "/b.txt"));
 
     ZYTEST_ASSERT_OK(request.renameFile(dir + "/big copy.bin", dir + "/moved \"name\".bin"));
     EXPECT_FALSE(zytest::PathExists(Disk(dir + "/big copy.bin")));
@@ -356,35 +361,20 @@ TEST_F(SftpTest, TransfersMatchAndCommandsChangeTheDisk)
     EXPECT_FALSE(zytest::PathExists(Disk(dir + "/new sub")));
     ASSERT_FALSE(request.doDeleteOperation((dir + "/moved \"name\".bin").c_str(), "", 0, kNoCommands).IsError());
     EXPECT_FALSE(zytest::PathExists(Disk(dir + "/moved \"name\".bin")));
-    error = request.deleteFile(dir + "/moved \"name\".bin");
+    CZyError error = request.deleteFile(dir + "/moved \"name\".bin");
     EXPECT_EQ(CURLE_QUOTE_ERROR, GetRkCURL(error)) << error.AsString();
-    error = request.download((dir + "/missing").c_str(), kNoCommands);
-    EXPECT_EQ(CURLE_REMOTE_FILE_NOT_FOUND, GetRkCURL(error)) << error.AsString();
+    EXPECT_TRUE(DownloadEnds(request, dir + "/missing", CURLE_REMOTE_FILE_NOT_FOUND));
 }
 
 TEST_F(SftpTest, ExistenceOfFilesAndDirectories)
 {
     RkSFTPReq request;
     Open(request);
-    struct Case
-    {
-        const char* path;
-        bool isFile;
-        bool exists;
-    } cases[] = {
-        {"tree/a file.txt", true, true},
-        {"tree/missing.txt", true, false},
-        {"tree/sub dir/nested", false, true},
-        {"tree/\xC3\xA9t\xC3\xA9", false, true},
-        {"tree/no such dir", false, false},
-    };
-    for (const Case& c : cases)
-    {
-        SCOPED_TRACE(c.path);
-        bool exists = !c.exists;
-        ZYTEST_ASSERT_OK(request.checkIfFileOrDirExists(c.path, c.isFile, exists));
-        EXPECT_EQ(c.exists, exists);
-    }
+    ExpectExistence(request, {{"tree/a file.txt", true, true},
+                              {"tree/missing.txt", true, false},
+                              {"tree/sub dir/nested", false, true},
+                              {"tree/\xC3\xA9t\xC3\xA9", false, true},
+                              {"tree/no such dir", false, false}});
     double size = -1;
     ASSERT_FALSE(request.getFileInfo("tree/big.bin", size).IsError());
     EXPECT_EQ(static_cast<double>(servers.bigSize), size);
@@ -407,29 +397,23 @@ TEST_F(SftpTest, KeysPasswordsAndHostKeys)
     RkSFTPReq wrongPhrase;
     Open(wrongPhrase);
     ASSERT_FALSE(wrongPhrase.setPrivateKey(servers.phraseKeyFile, "not the phrase").IsError());
-    error = wrongPhrase.download("tree/a file.txt", kNoCommands);
-    EXPECT_EQ(CURLE_LOGIN_DENIED, GetRkCURL(error)) << error.AsString();
+    EXPECT_TRUE(DownloadEnds(wrongPhrase, "tree/a file.txt", CURLE_LOGIN_DENIED));
 
     // A host key other than the file's, and a file without the host: 60;
     // with checking turned off the same request goes through.
     RkSFTPReq wrongHost;
     Open(wrongHost);
     ASSERT_FALSE(wrongHost.setKnownHostsFile(servers.wrongKnownHosts).IsError());
-    error = wrongHost.download("tree/a file.txt", kNoCommands);
-    EXPECT_EQ(CURLE_PEER_FAILED_VERIFICATION, GetRkCURL(error)) << error.AsString();
+    EXPECT_TRUE(DownloadEnds(wrongHost, "tree/a file.txt", CURLE_PEER_FAILED_VERIFICATION));
     ASSERT_FALSE(wrongHost.setKnownHostsFile(Disk("tree/empty.txt")).IsError());
-    error = wrongHost.download("tree/a file.txt", kNoCommands);
-    EXPECT_EQ(CURLE_PEER_FAILED_VERIFICATION, GetRkCURL(error)) << error.AsString();
+    EXPECT_TRUE(DownloadEnds(wrongHost, "tree/a file.txt", CURLE_PEER_FAILED_VERIFICATION));
     ASSERT_FALSE(wrongHost.setHostKeyChecking(false).IsError());
-    error = wrongHost.download("tree/a file.txt", kNoCommands);
-    EXPECT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_TRUE(DownloadEnds(wrongHost, "tree/a file.txt", CURLE_OK));
     // A copy keeps the check off; turned on again, the wrong file refuses.
     RkSFTPReq copy(wrongHost);
-    error = copy.download("tree/a file.txt", kNoCommands);
-    EXPECT_FALSE(error.IsError()) << error.AsString();
+    EXPECT_TRUE(DownloadEnds(copy, "tree/a file.txt", CURLE_OK));
     ASSERT_FALSE(copy.setHostKeyChecking(true).IsError());
-    error = copy.download("tree/a file.txt", kNoCommands);
-    EXPECT_EQ(CURLE_PEER_FAILED_VERIFICATION, GetRkCURL(error)) << error.AsString();
+    EXPECT_TRUE(DownloadEnds(copy, "tree/a file.txt", CURLE_PEER_FAILED_VERIFICATION));
 
     if (servers.passwordUser.empty())
         GTEST_SKIP() << "password logins: " << servers.passwordProblem;
@@ -441,6 +425,5 @@ TEST_F(SftpTest, KeysPasswordsAndHostKeys)
     ASSERT_FALSE(password.doPutOperation("work-sftp/by password.txt", "pw", 2, kNoCommands).IsError());
     EXPECT_TRUE(zytest::PathExists(Disk("work-sftp/by password.txt")));
     ASSERT_FALSE(password.setCredentials(servers.passwordUser, "wrong").IsError());
-    error = password.download("work-sftp/by password.txt", kNoCommands);
-    EXPECT_EQ(CURLE_LOGIN_DENIED, GetRkCURL(error)) << error.AsString();
+    EXPECT_TRUE(DownloadEnds(password, "work-sftp/by password.txt", CURLE_LOGIN_DENIED));
 }

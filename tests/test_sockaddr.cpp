@@ -43,6 +43,14 @@ ZYNET_SockAddr FromText(const char* text)
     EXPECT_EQ(ZYNET_str2ip(text, &addr), 0) << text;
     return addr;
 }
+
+// Bytes [from, to) of `addr` all hold `value`.
+void ExpectBytes(const ZYNET_SockAddr& addr, size_t from, size_t to, uint8_t value)
+{
+    const uint8_t* bytes = reinterpret_cast<const uint8_t*>(&addr);
+    for (size_t i = from; i < to; ++i)
+        EXPECT_EQ(bytes[i], value) << "byte " << i;
+}
 }  // namespace
 
 TEST(SockAddr, PathsAreRecognisedAndBounded)
@@ -108,23 +116,18 @@ TEST(SockAddr, NumericConversionWritesOnlyTheFamilysBytes)
     EXPECT_EQ(ZYNET_getport(&v4), 0u);
     const uint8_t want4[4] = {10, 20, 30, 40};
     EXPECT_EQ(memcmp(v4.in4.addr, want4, sizeof(want4)), 0);
-    const uint8_t* bytes = reinterpret_cast<const uint8_t*>(&v4);
-    for (size_t i = 8; i < 16; ++i)
-        EXPECT_EQ(bytes[i], 0) << "byte " << i;
-    for (size_t i = 16; i < sizeof(v4); ++i)
-        EXPECT_EQ(bytes[i], 0xAB) << "byte " << i;
+    ExpectBytes(v4, 8, 16, 0);
+    ExpectBytes(v4, 16, sizeof(v4), 0xAB);
 
     ZYNET_SockAddr v6 = Filled(0xAB);
     ASSERT_EQ(ZYNET_str2ip("2001:db8::7", &v6), 0);
     EXPECT_EQ(v6.family, ZYNET_AF_INET6);
     EXPECT_EQ(ZYNET_getport(&v6), 0u);
-    bytes = reinterpret_cast<const uint8_t*>(&v6);
     const uint8_t want6[16] = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7};
-    EXPECT_EQ(memcmp(bytes + 8, want6, sizeof(want6)), 0);
-    for (size_t i : {4u, 5u, 6u, 7u, 24u, 25u, 26u, 27u})  // flow label and scope
-        EXPECT_EQ(bytes[i], 0) << "byte " << i;
-    for (size_t i = 28; i < sizeof(v6); ++i)
-        EXPECT_EQ(bytes[i], 0xAB) << "byte " << i;
+    EXPECT_EQ(memcmp(reinterpret_cast<const uint8_t*>(&v6) + 8, want6, sizeof(want6)), 0);
+    ExpectBytes(v6, 4, 8, 0);  // flow label
+    ExpectBytes(v6, 24, 28, 0);  // scope
+    ExpectBytes(v6, 28, sizeof(v6), 0xAB);
 
     char text[64];
     ASSERT_EQ(ZYNET_ip2str(&v6, text, sizeof(text)), 0);
@@ -211,44 +214,27 @@ TEST(SockAddr, LookUpsGivePortableFamiliesAndCodes)
 
 TEST(SockAddr, PrefixComparison)
 {
-    ZYNET_SockAddr a = FromText("10.1.16.5");
-    ZYNET_SockAddr b = FromText("10.1.31.200");
-    EXPECT_EQ(ZYNET_addrequal(&a, &b, 20, 0), 1);
-    EXPECT_EQ(ZYNET_addrequal(&a, &b, 21, 0), 0);
-    EXPECT_EQ(ZYNET_addrequal(&a, &b, 16, 0), 1);
-    EXPECT_EQ(ZYNET_addrequal(&a, &b, 0, 0), 0);   // whole address
-    EXPECT_EQ(ZYNET_addrequal(&a, &b, 32, 0), 0);
-    EXPECT_EQ(ZYNET_addrequal(&a, &b, 40, 0), 0);
-    EXPECT_EQ(ZYNET_addrequal(&a, &a, 0, 1), 1);
-
-    // Ports decide only when asked.
-    ZYNET_SockAddr c = a;
+    // Prefix 0 means the whole address; ports decide only when asked; IPv6
+    // flow information and scope never count; Unix paths compare whole
+    // (bytes after the terminator aside), whatever else is asked.
+    ZYNET_SockAddr a = FromText("10.1.16.5"), b = FromText("10.1.31.200"), c = a;
     ZYNET_setport(&c, 8080);
-    EXPECT_EQ(ZYNET_addrequal(&a, &c, 0, 0), 1);
-    EXPECT_EQ(ZYNET_addrequal(&a, &c, 0, 1), 0);
-    EXPECT_EQ(ZYNET_addrequal(&a, &c, 8, 1), 0);
-
-    ZYNET_SockAddr x = FromText("2001:db8::1");
-    ZYNET_SockAddr y = FromText("2001:db8:0:ffff::1");
-    EXPECT_EQ(ZYNET_addrequal(&x, &y, 48, 0), 1);
-    EXPECT_EQ(ZYNET_addrequal(&x, &y, 49, 0), 0);
-    EXPECT_EQ(ZYNET_addrequal(&x, &y, 0, 0), 0);
-    EXPECT_EQ(ZYNET_addrequal(&x, &y, 128, 0), 0);
-    // Flow information and scope never count.
-    ZYNET_SockAddr z = x;
+    ZYNET_SockAddr x = FromText("2001:db8::1"), y = FromText("2001:db8:0:ffff::1"), z = x;
     z.in6.flowinfo = 0x1234;
     z.in6.scope_id = 9;
-    EXPECT_EQ(ZYNET_addrequal(&x, &z, 128, 1), 1);
-
-    // Families must match; Unix paths compare whole, whatever else is asked.
-    EXPECT_EQ(ZYNET_addrequal(&a, &x, 0, 0), 0);
-    ZYNET_SockAddr p = FromText("/tmp/s");
-    ZYNET_SockAddr q = FromText("/tmp/s");
-    memset(q.un.path + 7, 0x41, 20);  // bytes after the terminator differ
-    ZYNET_SockAddr r = FromText("/tmp/t");
-    EXPECT_EQ(ZYNET_addrequal(&p, &q, 3, 1), 1);
-    EXPECT_EQ(ZYNET_addrequal(&p, &r, 0, 0), 0);
-    EXPECT_EQ(ZYNET_addrequal(&p, nullptr, 0, 0), 0);
+    ZYNET_SockAddr p = FromText("/tmp/s"), q = FromText("/tmp/s"), r = FromText("/tmp/t");
+    memset(q.un.path + 7, 0x41, 20);
+    const struct
+    {
+        const ZYNET_SockAddr *left, *right;
+        int prefix, ports, equal;
+    } rows[] = {{&a, &b, 20, 0, 1}, {&a, &b, 21, 0, 0}, {&a, &b, 16, 0, 1}, {&a, &b, 0, 0, 0},  {&a, &b, 32, 0, 0},
+                {&a, &b, 40, 0, 0}, {&a, &a, 0, 1, 1},  {&a, &c, 0, 0, 1},  {&a, &c, 0, 1, 0},  {&a, &c, 8, 1, 0},
+                {&x, &y, 48, 0, 1}, {&x, &y, 49, 0, 0}, {&x, &y, 0, 0, 0},  {&x, &y, 128, 0, 0}, {&x, &z, 128, 1, 1},
+                {&a, &x, 0, 0, 0},  {&p, &q, 3, 1, 1},  {&p, &r, 0, 0, 0},  {&p, nullptr, 0, 0, 0}};
+    for (const auto& row : rows)
+        EXPECT_EQ(ZYNET_addrequal(row.left, row.right, row.prefix, row.ports), row.equal)
+            << (&row - rows) << ": prefix " << row.prefix << " ports " << row.ports;
 }
 
 TEST(SockAddr, PortsAndLengths)
@@ -309,12 +295,10 @@ TEST(SockAddr, NullPointersAreRefusedWithoutTouchingAnything)
 
 TEST(SockAddr, UnixSupportVersionRule)
 {
-    EXPECT_EQ(ZyUnixSupportFromVersion(10, 17763, 2209), 0);
-    EXPECT_EQ(ZyUnixSupportFromVersion(10, 17763, 2210), 1);
-    EXPECT_EQ(ZyUnixSupportFromVersion(10, 17764, 0), 1);
-    EXPECT_EQ(ZyUnixSupportFromVersion(10, 17134, 9999), 0);
-    EXPECT_EQ(ZyUnixSupportFromVersion(6, 99999, 9999), 0);
-    EXPECT_EQ(ZyUnixSupportFromVersion(11, 22000, 0), 1);
+    const unsigned long rows[][4] = {{10, 17763, 2209, 0}, {10, 17763, 2210, 1}, {10, 17764, 0, 1},
+                                     {10, 17134, 9999, 0}, {6, 99999, 9999, 0},   {11, 22000, 0, 1}};
+    for (const auto& r : rows)
+        EXPECT_EQ(ZyUnixSupportFromVersion(r[0], r[1], r[2]), static_cast<int>(r[3])) << r[0] << "." << r[1] << "." << r[2];
 }
 
 TEST(SockAddr, UnixSupportIsCachedAndCanBeSwitchedOff)
@@ -339,7 +323,7 @@ TEST(SockAddr, UnixSupportIsCachedAndCanBeSwitchedOff)
     }
     ZYNET_DisableUnixSockets();
     EXPECT_EQ(ZYNET_AreUnixSocketsSupported(), 0);
-    EXPECT_EQ(ZYNET_AreUnixSocketsSupported(), 0);
+    EXPECT_EQ(ZYNET_AreUnixSocketsSupported(), 0) << "the switch stays off";
 }
 
 TEST(SockAddr, FamilyPreferenceKeepsTheFirstValue)

@@ -22,19 +22,6 @@ namespace
 {
 const std::string kReplacementUtf8 = "\xEF\xBF\xBD";
 
-// Every unit of `text` is U+FFFD.
-bool AllReplacement(const std::u16string& text)
-{
-    if (text.empty())
-        return false;
-    for (char16_t unit : text)
-        if (unit != 0xFFFD)
-            return false;
-    return true;
-}
-
-// ---- FXString: wide conversions --------------------------------------------
-
 TEST(FXStringConversion, EveryScalarValueRoundTrips)
 {
     // Exact encodings of each length class, up to U+10FFFF (a surrogate pair
@@ -96,7 +83,7 @@ TEST(FXStringConversion, InvalidInputBecomesReplacementCharacters)
         ASSERT_GE(converted.size(), 3u);
         EXPECT_EQ(u'<', converted.front());
         EXPECT_EQ(u'>', converted.back());
-        EXPECT_TRUE(AllReplacement(converted.substr(1, converted.size() - 2)));
+        EXPECT_EQ(converted.find_first_not_of(u'\uFFFD', 1), converted.size() - 1);
         for (wchar_t unit : FXString::ToWstring(sequence))
             EXPECT_EQ(static_cast<wchar_t>(0xFFFD), unit);
     }
@@ -122,8 +109,6 @@ TEST(FXStringConversion, InvalidInputBecomesReplacementCharacters)
         EXPECT_EQ(kReplacementUtf8, FXString::ToString(std::wstring(1, static_cast<wchar_t>(0x110000))));
     }
 }
-
-// ---- FXString: base64, replacing, trimming, bounded formatting -------------
 
 TEST(FXStringBase64, Rfc4648VectorsBothWays)
 {
@@ -156,20 +141,16 @@ TEST(FXStringBase64, MalformedTextIsRefused)
 
 TEST(FXStringText, ReplaceSplitTrimAndLower)
 {
-    std::string text = "a.b.c";
-    EXPECT_EQ(2u, FXString::ReplaceAll(text, ".", "::"));
-    EXPECT_EQ("a::b::c", text);
-    text = "aaaa";
-    EXPECT_EQ(2u, FXString::ReplaceAll(text, "aa", "x"));
-    EXPECT_EQ("xx", text);
-    // The replacement contains the pattern: replaced once, not again.
-    text = "ab";
-    EXPECT_EQ(1u, FXString::ReplaceAll(text, "a", "aa"));
-    EXPECT_EQ("aab", text);
-    text = "abc";
-    EXPECT_EQ(0u, FXString::ReplaceAll(text, "", "x"));
-    EXPECT_EQ(0u, FXString::ReplaceAll(text, "z", "x"));
-    EXPECT_EQ("abc", text);
+    // {text, pattern, replacement, count, result}; a replacement that holds
+    // the pattern is not replaced again, an empty pattern replaces nothing.
+    const char* const replaces[][5] = {{"a.b.c", ".", "::", "2", "a::b::c"}, {"aaaa", "aa", "x", "2", "xx"},
+                                       {"ab", "a", "aa", "1", "aab"},         {"abc", "", "x", "0", "abc"},
+                                       {"abc", "z", "x", "0", "abc"}};
+    for (const auto& r : replaces)
+    {
+        std::string text = r[0];
+        EXPECT_EQ(std::to_string(FXString::ReplaceAll(text, r[1], r[2])) + " " + text, std::string(r[3]) + " " + r[4]);
+    }
 
     EXPECT_EQ("abc", FXString::TrimRight("abc \t\r\n", " \t\r\n"));
     EXPECT_EQ("", FXString::TrimRight("\r\n", "\r\n"));
@@ -213,8 +194,6 @@ TEST(FXStringFormat, BoundedFormattingReportsOverflowAndKeepsWhatFits)
     const std::string big(5000, 'y');
     EXPECT_EQ(big + "!", FXString::Format("%s!", big.c_str()));
 }
-
-// ---- CZyFile ----------------------------------------------------------------
 
 class CZyFileTest : public ::testing::Test
 {
@@ -307,8 +286,6 @@ TEST_F(CZyFileTest, MissingFilesFoldersAndDirectoriesGiveWindowsCodes)
     EXPECT_TRUE(FXFile::RemoveFile("").Is(87));
 }
 
-// ---- CZyLibrary ---------------------------------------------------------------
-
 TEST(CZyLibraryTest, LoadsResolvesAndGivesWindowsCodes)
 {
     std::string directory;
@@ -342,8 +319,6 @@ TEST(CZyLibraryTest, LoadsResolvesAndGivesWindowsCodes)
     EXPECT_FALSE(library.IsLoaded());
     EXPECT_TRUE(library.GetAddress("ZyTestModuleAnswer", address).Is(774));
 }
-
-// ---- clock and sleep hook ------------------------------------------------------
 
 TEST(CTimeStamp, MonotonicAndConsistent)
 {

@@ -286,15 +286,7 @@ STUB_EXPORT struct curl_slist* curl_slist_append(struct curl_slist* list, const 
     struct curl_slist* item = (struct curl_slist*)calloc(1, sizeof(*item));
     struct curl_slist* tail = list;
     Count("curl_slist_append");
-    if (!item)
-        return NULL;
-    item->data = (char*)malloc(strlen(text) + 1);
-    if (!item->data)
-    {
-        free(item);
-        return NULL;
-    }
-    strcpy(item->data, text);
+    item->data = CopyOf(text, 0, NULL);
     if (!list)
         return item;
     while (tail->next)
