@@ -100,17 +100,12 @@ def case_tour(tool):
 
 def case_addr(tool):
     expect_run(tool, ["addr", "127.0.0.1"], 0, r"^family:\s+2 \(IPv4\)$")
-    doc = tool.json("addr", "::1", "-p", "8080")
-    addr = doc["address"]
-    expect((addr["family"], addr["familyName"], addr["port"], addr["length"], addr["text"]) ==
-           (23, "IPv6", 8080, 28, "::1"), "bad IPv6 record: %r" % addr)
-    doc = tool.json("addr", "10.20.30.40", "-p0")
-    expect(doc["address"]["length"] == 16 and doc["address"]["port"] == 0, "bad IPv4 record: %r" % doc)
     path = "/tmp/zynet-cli.sock"
-    doc = tool.json("addr", path, "-p", "99")
-    addr = doc["address"]
-    expect(addr["family"] == 1 and addr["path"] == path and addr["length"] == 2 + len(path) + 1 and
-           addr["port"] == 0, "bad Unix record: %r" % addr)
+    for args, want in ((["::1", "-p", "8080"], dict(family=23, familyName="IPv6", port=8080, length=28, text="::1")),
+                       (["10.20.30.40", "-p0"], dict(length=16, port=0)),
+                       ([path, "-p", "99"], dict(family=1, path=path, length=2 + len(path) + 1, port=0))):
+        addr = tool.json("addr", *args)["address"]
+        expect(all(addr[key] == value for key, value in want.items()), "addr %s: %r" % (args, addr))
     # Not an address: the error's stack, exit 1; bad options: exit 2.
     expect_run(tool, ["addr", "not-an-address"], 1, None, r"^#0 .*CZyIPAddr::SetAddressString")
     doc = tool.json("addr", "1.2.3.4.5", expect_rc=1)
