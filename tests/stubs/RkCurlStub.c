@@ -120,6 +120,14 @@ STUB_EXPORT int rkstub_option(int i, long long* number, const void** pointer, co
 
 /* ---- the curl functions ---- */
 
+/* A function that only counts its call and answers `value`. */
+#define STUB_COUNTED(type, name, params, value) \
+    STUB_EXPORT type name params                \
+    {                                           \
+        Count(#name);                           \
+        return value;                           \
+    }
+
 STUB_EXPORT CURLcode curl_global_init(long flags)
 {
     Count("curl_global_init");
@@ -199,11 +207,7 @@ STUB_EXPORT CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...)
     return (int)option == g_failOption ? (CURLcode)g_failCode : CURLE_OK;
 }
 
-STUB_EXPORT const char* curl_easy_strerror(CURLcode code)
-{
-    Count("curl_easy_strerror");
-    return "stub strerror";
-}
+STUB_COUNTED(const char*, curl_easy_strerror, (CURLcode code), "stub strerror")
 
 /* Escaping and unescaping copy the text unchanged: the tests that check
  * encodings use curl. */
@@ -275,11 +279,7 @@ STUB_EXPORT CURLFORMcode curl_formadd(struct curl_httppost** first, struct curl_
 
 STUB_EXPORT void curl_formfree(struct curl_httppost* form) { Count("curl_formfree"); }
 
-STUB_EXPORT time_t curl_getdate(const char* text, const time_t* unused)
-{
-    Count("curl_getdate");
-    return (time_t)strlen(text);
-}
+STUB_COUNTED(time_t, curl_getdate, (const char* text, const time_t* unused), (time_t)strlen(text))
 
 STUB_EXPORT struct curl_slist* curl_slist_append(struct curl_slist* list, const char* text)
 {
@@ -307,23 +307,9 @@ STUB_EXPORT void curl_slist_free_all(struct curl_slist* list)
     }
 }
 
-STUB_EXPORT CURLM* curl_multi_init(void)
-{
-    Count("curl_multi_init");
-    return (CURLM*)&g_multiHandle;
-}
-
-STUB_EXPORT CURLMcode curl_multi_add_handle(CURLM* multi, CURL* easy)
-{
-    Count("curl_multi_add_handle");
-    return CURLM_OK;
-}
-
-STUB_EXPORT CURLMcode curl_multi_remove_handle(CURLM* multi, CURL* easy)
-{
-    Count("curl_multi_remove_handle");
-    return CURLM_OK;
-}
+STUB_COUNTED(CURLM*, curl_multi_init, (void), (CURLM*)&g_multiHandle)
+STUB_COUNTED(CURLMcode, curl_multi_add_handle, (CURLM* multi, CURL* easy), CURLM_OK)
+STUB_COUNTED(CURLMcode, curl_multi_remove_handle, (CURLM* multi, CURL* easy), CURLM_OK)
 
 STUB_EXPORT CURLMcode curl_multi_perform(CURLM* multi, int* running)
 {
@@ -346,11 +332,7 @@ STUB_EXPORT CURLMcode curl_multi_timeout(CURLM* multi, long* milliseconds)
     return CURLM_OK;
 }
 
-STUB_EXPORT char* curl_version(void)
-{
-    Count("curl_version");
-    return (char*)"RkCurlStub/1.0";
-}
+STUB_COUNTED(char*, curl_version, (void), (char*)"RkCurlStub/1.0")
 
 STUB_EXPORT curl_version_info_data* curl_version_info(CURLversion version)
 {
