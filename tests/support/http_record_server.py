@@ -8,19 +8,15 @@ METHOD and PATH it writes "<records>/<METHOD><PATH with every byte outside [A-Za
 and ".body" (the body bytes as received, read up to the announced
 Content-Length or until the client stops sending).
 
-A request in absolute form ("GET http://host:port/path", as sent to a
-proxy) is served from the same root, so the server doubles as a proxy;
-below a "/proxy-auth/" directory it answers 407 until the request carries
-Proxy-Authorization, and below "/server-auth/" it answers 401 until the
-request carries Authorization.
+A request in absolute form (as sent to a proxy) is served from the same
+root, so the server doubles as a proxy. Below "/proxy-auth/" it answers 407
+without Proxy-Authorization, below "/server-auth/" 401 without Authorization.
 
 Listings link to the page itself ("./", "" and the absolute path), to the
 parent ("../") and to the site root, so that a client that follows such links
 never finishes; entries are percent-encoded, directories end in '/'.
 
 A silent server accepts connections and never answers.
-
-Used as a module (start_servers) by the test drivers; only loopback.
 """
 import html
 import http.server

@@ -3,28 +3,21 @@
 
 usage: scripted_servers.py [--emulator PROGRAM] [--records] -- TEST_PROGRAM [ARGS...]
 
-Wine cannot start Linux programs, so a test program cannot start its own
-Python servers. Instead CTest runs this script as the test's launcher (the
-test target's CROSSCOMPILING_EMULATOR): it starts the servers below on free
+Wine cannot start Linux programs, so CTest runs this script as the test's
+launcher (CROSSCOMPILING_EMULATOR): it starts the servers below on free
 loopback ports, runs the test program (under PROGRAM when given) with their
-ports in the environment variable ZYNET_TEST_SERVERS
-("control=P http=P https=P silent=P proxy=P"), stops them and exits with the
-program's status. Each test case gets its own servers. Listing the tests
-(--gtest_list_tests) starts none.
+ports in ZYNET_TEST_SERVERS ("control=P http=P ..."), stops them and exits
+with the program's status. Listing the tests (--gtest_list_tests) starts none.
 
 Servers, all on 127.0.0.1:
   http    HTTP/1.1 with keep-alive; answers from scripts (below).
   https   the same over TLS 1.2 with a self-signed certificate made at start.
-  silent  accepts connections, reads, never answers (COUNT silent-requests
-          tells how many request heads it read).
+  silent  reads, never answers (COUNT silent-requests: request heads read).
   proxy   a forward proxy for loopback targets; with PROXYAUTH set it asks
           for Basic proxy credentials (407) until they match.
-  control one command per connection: a line, an optional payload, then the
-          answer and close.
-  hostile, hostiletls, hostilehalfway
-          the servers of hostile_server.py (misbehaviour chosen by path; TLS
-          with a certificate for another name; a handshake that stops
-          halfway).
+  control one command per connection: a line, an optional payload, the
+          answer, close.
+  hostile, hostiletls, hostilehalfway   the servers of hostile_server.py.
 
 Control commands:
   CONTENT <path> <length>\\n<bytes>  the body that GET <path> returns on 200
@@ -34,9 +27,8 @@ Control commands:
           request carries these Basic credentials, else 401 with a Basic
           challenge); bogus (401 offering only an unknown scheme).
   PROXYAUTH <user:password>           the proxy's credentials ("-": none)
-  LOG     every request seen so far, one line each: server, connection
-          number, method, path, header block, body; tab-separated, each
-          field percent-encoded.
+  LOG     every request seen so far: server, connection number, method,
+          path, header block, body; each field "<length> <bytes>".
   COUNT <server>  connections that server has accepted.
 Paths without a script answer 200. Every answer has a Content-Length.
 """
@@ -207,10 +199,8 @@ class SilentHandler(socketserver.BaseRequestHandler):
             pass
 
 
-def quote(value):
-    if not isinstance(value, bytes):
-        value = str(value).encode("utf-8", "surrogateescape")
-    return urllib.parse.quote_from_bytes(value, safe="")
+def as_bytes(value):
+    return value if isinstance(value, bytes) else str(value).encode("utf-8", "surrogateescape")
 
 
 class ControlHandler(socketserver.StreamRequestHandler):
@@ -225,7 +215,7 @@ class ControlHandler(socketserver.StreamRequestHandler):
             elif words[0] == "PROXYAUTH":
                 STATE.proxy_auth = None if words[1] == "-" else words[1]
             elif words[0] == "LOG":
-                reply = "".join("\t".join(quote(f) for f in entry) + "\n" for entry in STATE.log).encode()
+                reply = b"".join(b"%d %s" % (len(v), v) for entry in STATE.log for v in map(as_bytes, entry))
             elif words[0] == "COUNT":
                 reply = b"%d\n" % STATE.connections.get(words[1], 0)
             else:
