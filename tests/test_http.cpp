@@ -351,13 +351,14 @@ TEST(HttpListing, NginxAutoindexApacheAndPythonPages)
 {
     REQUIRE_SERVERS();
     // The second nginx row lists below a base URL with a path of its own.
-    const struct { const char* server; int port; const char* base; const char* path; const char* dir; bool sizes; } rows[] = {
+    struct Row { const char* server; int port; const char* base; const char* path; const char* dir; bool sizes; };
+    const Row rows[] = {
         {"nginx", servers.http, "", "/list", "", true},
         {"nginx", servers.http, "/list", "sub dir", "/sub dir", true},
         {"python", servers.pythonHttp, "", "/", "", false},
         {"apache", servers.apache, "", "list", "", true},
     };
-    for (const auto& row : rows)
+    for (const Row& row : rows)
     {
         SCOPED_TRACE(std::string(row.server) + " " + row.path);
         if (row.port == 0)

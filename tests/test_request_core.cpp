@@ -207,7 +207,8 @@ TEST_F(RequestCore, TransferOutcomesAndTheDirectoryRule)
                 error.HasMessage("CURL perform failed.Curl ErrorCode : [7], Error Message : []")) << error.AsString();
     fake.setPerform(0, 404, -1);
     error = request.doGetOperation("x", kNone);
-    EXPECT_TRUE(IsRkCURL(error, 0) && error.HasMessage("Requested Operation Failed. Return value from CURL: [0] Response code from server: [404]"))
+    EXPECT_TRUE(IsRkCURL(error, 0) &&
+                error.HasMessage("Requested Operation Failed. Return value from CURL: [0] Response code from server: [404]"))
         << error.AsString();
 
     double size = 0;

@@ -63,18 +63,20 @@ def _reset(conn):
     conn.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
 
 
+# The answers sent whole, after which the connection closes.
+_WHOLE = {
+    "/short-body": b"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n0123456789",
+    "/long-body": b"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n0123456789" + b"y" * 4096,
+    "/redirect-loop": b"HTTP/1.1 302 Found\r\nLocation: /redirect-loop\r\nContent-Length: 0\r\n\r\n",
+}
+
+
 def _answer(conn, path):
     path = path.split("?", 1)[0]
     if path == "/reset-mid-body":
         conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 1048576\r\n\r\n" + CHUNK)
         time.sleep(0.2)
         _reset(conn)
-        return
-    if path == "/short-body":
-        conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n0123456789")
-        return
-    if path == "/long-body":
-        conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n0123456789" + b"y" * 4096)
         return
     if path == "/bad-chunked":
         conn.sendall(b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\nzz\r\nnot a chunk\r\n")
@@ -102,10 +104,7 @@ def _answer(conn, path):
         if path == "/huge-stall":
             wait_for_close(conn)
         return
-    if path == "/redirect-loop":
-        conn.sendall(b"HTTP/1.1 302 Found\r\nLocation: /redirect-loop\r\nContent-Length: 0\r\n\r\n")
-        return
-    conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello")
+    conn.sendall(_WHOLE.get(path, b"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello"))
 
 
 def _serve_http(conn):

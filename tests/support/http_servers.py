@@ -173,49 +173,36 @@ def start(state):
     state = fresh_state(state, stop)
     info = {"pids": [], "user": USER, "password": PASSWORD, "proxyUser": PROXY_USER,
             "proxyPassword": PROXY_PASSWORD, "bigSize": BIG_SIZE, "state": state}
-    try:
-        www = make_tree(state)
-        info["www"] = www
-        ca, crt, key, other = make_certificates(state)
-        info["caFile"] = ca
-        info["wrongCaFile"] = other
 
+    def launch(name, args, **ports):
+        # Starts a server and waits until it listens on each port of PORTS.
+        proc = spawn(args, state, name)
+        info["pids"].append(proc.pid)
+        for key, port in ports.items():
+            wait_port(port, proc, name)
+            info[key] = port
+        return proc
+
+    try:
+        info["www"] = www = make_tree(state)
+        info["caFile"], crt, key, info["wrongCaFile"] = make_certificates(state)
         http_port, https_port = free_port(), free_port()
         conf = nginx_config(state, www, http_port, https_port, crt, key)
-        proc = spawn(["nginx", "-p", state, "-c", conf, "-g", "daemon off;"], state, "nginx")
-        info["pids"].append(proc.pid)
-        wait_port(http_port, proc, "nginx")
-        wait_port(https_port, proc, "nginx")
-        info["http"] = http_port
-        info["https"] = https_port
+        launch("nginx", ["nginx", "-p", state, "-c", conf, "-g", "daemon off;"], http=http_port, https=https_port)
 
         def start_python_http():
             port = free_port()
-            proc = spawn([PYTHON, "-m", "http.server", str(port), "--bind", "127.0.0.1", "--directory",
-                          os.path.join(www, "list")], state, "pyhttp")
-            wait_port(port, proc, "http.server")
-            return proc, port
-        proc, port = retrying(start_python_http)
-        info["pids"].append(proc.pid)
-        info["pythonHttp"] = port
+            launch("http.server", [PYTHON, "-m", "http.server", str(port), "--bind", "127.0.0.1", "--directory",
+                                   os.path.join(www, "list")], pythonHttp=port)
+        retrying(start_python_http)
 
         if os.path.exists("/usr/sbin/apache2"):
             port = free_port()
-            conf = apache_config(state, www, port)
-            proc = spawn(["/usr/sbin/apache2", "-f", conf, "-DFOREGROUND"], state, "apache")
-            info["pids"].append(proc.pid)
-            wait_port(port, proc, "apache2")
-            info["apache"] = port
-
+            launch("apache2", ["/usr/sbin/apache2", "-f", apache_config(state, www, port), "-DFOREGROUND"], apache=port)
         port = free_port()
-        conf = tinyproxy_config(state, port)
-        proc = spawn(["tinyproxy", "-d", "-c", conf], state, "tinyproxy")
-        info["pids"].append(proc.pid)
-        wait_port(port, proc, "tinyproxy")
-        info["proxy"] = port
+        launch("tinyproxy", ["tinyproxy", "-d", "-c", tinyproxy_config(state, port)], proxy=port)
 
-        proc = spawn([PYTHON, os.path.abspath(__file__), "misbehave", state], state, "scripted")
-        info["pids"].append(proc.pid)
+        proc = launch("scripted", [PYTHON, os.path.abspath(__file__), "misbehave", state])
         scripted = os.path.join(state, "scripted.json")
         deadline = time.monotonic() + 30
         while not os.path.exists(scripted):

@@ -76,7 +76,8 @@ public:
 
     std::string Url(const char* server, const std::string& path) const
     {
-        return (std::string(server) == "https" ? "https" : "http") + ("://127.0.0.1:" + std::to_string(Port(server))) + path;
+        const char* scheme = std::string(server) == "https" ? "https://" : "http://";
+        return scheme + ("127.0.0.1:" + std::to_string(Port(server))) + path;
     }
     int Port(const char* server) const { return m_ports.at(server); }
 

@@ -91,7 +91,8 @@ protected:
         const std::string authorization = Header(head, name);
         std::string credentials;
         EXPECT_EQ(0u, authorization.find("Basic ")) << authorization;
-        EXPECT_TRUE(FXString::Base64Decode(authorization.substr(std::min<size_t>(6, authorization.size())), credentials));
+        EXPECT_TRUE(FXString::Base64Decode(authorization.substr(std::min<size_t>(6, authorization.size())),
+                                           credentials));
         return credentials;
     }
 
@@ -306,8 +307,9 @@ TEST_F(ZyHttpTest, HostilePeers)
 {
     if (Env("ZYHTTP_TEST_HOSTILE_PORT").empty())
         GTEST_SKIP() << "no hostile server";
-    // server: the port variable; codes: 0 is success, with `content` in the file.
-    struct Case { const char* server; const char* path; std::vector<int> codes; const char* content; bool ignoreCertificates; };
+    // server: the port variable; codes: 0 is success, with `content` in the file;
+    // ignore: certificate errors.
+    struct Case { const char* server; const char* path; std::vector<int> codes; const char* content; bool ignore; };
     const char* const plain = "ZYHTTP_TEST_HOSTILE_PORT";
     const char* const otherName = "ZYHTTP_TEST_HOSTILETLS_PORT";
     const Case cases[] = {
@@ -339,7 +341,7 @@ TEST_F(ZyHttpTest, HostilePeers)
         const std::string url = std::string(tls ? "https://localhost:" : "http://127.0.0.1:") + Env(c.server) + c.path;
         ZyHTTP client(url.c_str());
         client.SetInternetTimeout(3000);
-        if (c.ignoreCertificates)
+        if (c.ignore)
             client.SetIgnoreCertificateErrors();
         CZyError error = client.DownloadFileFromUrl(url.c_str(), m_local.c_str(), "got.bin", {});
         const int code = error.IsError() ? static_cast<int>(error.GetErrorCode()) : 0;
