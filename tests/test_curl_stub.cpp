@@ -172,20 +172,18 @@ TEST(CurlBindingStub, SetoptPassesEachKindOfValueAsCurlReadsIt)
     // int and long reach curl as the same long (a negative int shows a value
     // passed without widening); curl_off_t is 64 bits wide on both targets
     // (long is 32 bits on Windows).
-    ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_TIMEOUT, -17), CURLE_OK);
-    EXPECT_EQ(stub.LastSet().option, CURLOPT_TIMEOUT);
-    EXPECT_EQ(stub.LastSet().number, -17);
-    ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, 3L), CURLE_OK);
-    EXPECT_EQ(stub.LastSet().number, 3);
-    ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_MAXFILESIZE_LARGE, (1LL << 40) + 5), CURLE_OK);
-    EXPECT_EQ(stub.LastSet().option, CURLOPT_MAXFILESIZE_LARGE);
-    EXPECT_EQ(stub.LastSet().number, (1LL << 40) + 5);
+    auto set = [&](CURLoption option, auto value) {
+        EXPECT_EQ(rk_curl_easy_setopt(curl, option, value), CURLE_OK) << option;
+        EXPECT_EQ(stub.LastSet().option, option);
+        return stub.LastSet();
+    };
+    EXPECT_EQ(set(CURLOPT_TIMEOUT, -17).number, -17);
+    EXPECT_EQ(set(CURLOPT_CONNECTTIMEOUT, 3L).number, 3);
+    EXPECT_EQ(set(CURLOPT_MAXFILESIZE_LARGE, (1LL << 40) + 5).number, (1LL << 40) + 5);
     const char* url = "http://127.0.0.1:1/";
-    ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_URL, url), CURLE_OK);
-    EXPECT_EQ(stub.LastSet().pointer, static_cast<const void*>(url));
+    EXPECT_EQ(set(CURLOPT_URL, url).pointer, static_cast<const void*>(url));
     int data = 0;
-    ASSERT_EQ(rk_curl_easy_setopt(curl, CURLOPT_WRITEDATA, static_cast<void*>(&data)), CURLE_OK);
-    EXPECT_EQ(stub.LastSet().pointer, static_cast<void*>(&data));
+    EXPECT_EQ(set(CURLOPT_WRITEDATA, static_cast<void*>(&data)).pointer, static_cast<void*>(&data));
     rk_curl_easy_cleanup(curl);
 }
 

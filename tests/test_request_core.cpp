@@ -84,9 +84,8 @@ TEST_F(RequestCore, UninitialisedObjectRefusesEveryOperationWithoutCallingCurl)
     for (size_t i = 0; i < operations.size(); ++i)
     {
         CZyError error = operations[i].second();
-        EXPECT_EQ(EErrorKind::Int, error.GetErrorKind()) << "operation " << i;
-        EXPECT_EQ(1, error.GetErrorCode()) << "operation " << i;
-        EXPECT_TRUE(error.HasMessage(operations[i].first)) << "operation " << i << ": " << error.AsString();
+        EXPECT_TRUE(error.GetErrorKind() == EErrorKind::Int && error.Is(1) && error.HasMessage(operations[i].first))
+            << "operation " << i << ": " << error.AsString();
     }
     EXPECT_EQ(0, fake.calls(nullptr));
 
@@ -128,21 +127,15 @@ TEST_F(RequestCore, FailuresOfSettingsAndOfTheHandle)
     EXPECT_TRUE(error.HasMessage("Failed to get CURL handle")) << error.AsString();
     EXPECT_FALSE(request.isInitialized());
     fake.failInit(0);
-
     fake.failOption(CURLOPT_SSL_OPTIONS, CURLE_UNKNOWN_OPTION);
     error = request.initialize(0);
-    EXPECT_TRUE(IsRkCURL(error, CURLE_UNKNOWN_OPTION));
-    EXPECT_TRUE(error.HasMessage("Failed to set option [216] with mask [16]")) << error.AsString();
+    EXPECT_TRUE(IsRkCURL(error, CURLE_UNKNOWN_OPTION) && error.HasMessage("Failed to set option [216] with mask [16]"))
+        << error.AsString();
     EXPECT_FALSE(request.isInitialized());
     fake.failOption(-1, 0);
     ASSERT_FALSE(request.initialize(0).IsError());
 
-    struct Case
-    {
-        int option;
-        std::function<CZyError()> call;
-        std::string message;
-    };
+    struct Case { int option; std::function<CZyError()> call; std::string message; };
     const std::vector<Case> cases = {
         {CURLOPT_USERPWD, [&] { return request.setCredentials("u", "p"); }, "Failed to set option [10005]"},
         {CURLOPT_PROXY_SSLVERSION, [&] { return request.setMaxSSLVersion(6); },
@@ -154,8 +147,7 @@ TEST_F(RequestCore, FailuresOfSettingsAndOfTheHandle)
     {
         fake.failOption(c.option, CURLE_UNKNOWN_OPTION);
         error = c.call();
-        EXPECT_TRUE(IsRkCURL(error, CURLE_UNKNOWN_OPTION)) << c.message;
-        EXPECT_TRUE(error.HasMessage(c.message)) << error.AsString();
+        EXPECT_TRUE(IsRkCURL(error, CURLE_UNKNOWN_OPTION) && error.HasMessage(c.message)) << error.AsString();
         int code = 0;
         std::string text;
         request.getLastCurlErrorCodeAndErrorMsg(code, text);
@@ -211,13 +203,13 @@ TEST_F(RequestCore, TransferOutcomesAndTheDirectoryRule)
 
     fake.setPerform(CURLE_COULDNT_CONNECT, 0, -1);
     CZyError error = request.doGetOperation("x", kNone);
-    EXPECT_TRUE(IsRkCURL(error, CURLE_COULDNT_CONNECT));
-    EXPECT_TRUE(error.HasMessage("CURL perform failed.Curl ErrorCode : [7], Error Message : []")) << error.AsString();
-
+    EXPECT_TRUE(IsRkCURL(error, CURLE_COULDNT_CONNECT) &&
+                error.HasMessage("CURL perform failed.Curl ErrorCode : [7], Error Message : []")) << error.AsString();
     fake.setPerform(0, 404, -1);
     error = request.doGetOperation("x", kNone);
-    EXPECT_TRUE(IsRkCURL(error, 0));
-    EXPECT_TRUE(error.HasMessage("Requested Operation Failed. Return value from CURL: [0] Response code from server: [404]"));
+    EXPECT_TRUE(IsRkCURL(error, 0) &&
+                error.HasMessage("Requested Operation Failed. Return value from CURL: [0] Response code from server: [404]"))
+        << error.AsString();
 
     double size = 0;
     fake.setPerform(0, 200, -1);

@@ -1,12 +1,9 @@
 #!/usr/bin/python3
 """A loopback HTTP server that misbehaves on command, for the hostile-peer tests.
 
-usage: hostile_server.py WORKDIR   start the servers, write WORKDIR/hostile.json
-                                   ({"hostile": P, "hostileTls": P,
-                                   "hostileHalfway": P, "hostileCaFile": PATH})
-                                   and run until SIGTERM or SIGINT.
-As a module: HostileServers(workdir) starts the same servers in threads of
-the calling process (.ports, .ca_file, .close()).
+HostileServers(workdir) starts the servers in threads of the calling process
+(.ports, .ca_file, .close()). Also what the other loopback servers share:
+Listeners, tls12_context, self_signed_tls12, wait_for_close.
 
 Three listeners on 127.0.0.1:
   hostile         plain HTTP; the request path picks the misbehaviour:
@@ -28,14 +25,11 @@ Three listeners on 127.0.0.1:
                   server handshake flight and then stays silent.
 A connection that has to wait gives up after two minutes at most.
 """
-import json
 import os
-import signal
 import socket
 import ssl
 import struct
 import subprocess
-import sys
 import threading
 import time
 
@@ -55,8 +49,8 @@ def _read_head(conn):
     return line[1] if len(line) > 1 else "/"
 
 
-def _wait_for_close(conn):
-    # Silence: keep the connection open until the client leaves.
+def wait_for_close(conn):
+    """Silence: reads and keeps the connection open until the client leaves."""
     conn.settimeout(WAIT_LIMIT)
     try:
         while conn.recv(65536):
@@ -69,18 +63,20 @@ def _reset(conn):
     conn.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
 
 
+# The answers sent whole, after which the connection closes.
+_WHOLE = {
+    "/short-body": b"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n0123456789",
+    "/long-body": b"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n0123456789" + b"y" * 4096,
+    "/redirect-loop": b"HTTP/1.1 302 Found\r\nLocation: /redirect-loop\r\nContent-Length: 0\r\n\r\n",
+}
+
+
 def _answer(conn, path):
     path = path.split("?", 1)[0]
     if path == "/reset-mid-body":
         conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 1048576\r\n\r\n" + CHUNK)
         time.sleep(0.2)
         _reset(conn)
-        return
-    if path == "/short-body":
-        conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n0123456789")
-        return
-    if path == "/long-body":
-        conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n0123456789" + b"y" * 4096)
         return
     if path == "/bad-chunked":
         conn.sendall(b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\nzz\r\nnot a chunk\r\n")
@@ -106,12 +102,9 @@ def _answer(conn, path):
     if path in ("/huge-stall", "/huge-close"):
         conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 10737418240\r\n\r\n" + CHUNK)
         if path == "/huge-stall":
-            _wait_for_close(conn)
+            wait_for_close(conn)
         return
-    if path == "/redirect-loop":
-        conn.sendall(b"HTTP/1.1 302 Found\r\nLocation: /redirect-loop\r\nContent-Length: 0\r\n\r\n")
-        return
-    conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello")
+    conn.sendall(_WHOLE.get(path, b"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello"))
 
 
 def _serve_http(conn):
@@ -138,56 +131,52 @@ def _serve_halfway(conn, context):
             pass
         flight = outgoing.read()
     conn.sendall(flight[:len(flight) // 2])
-    _wait_for_close(conn)
+    wait_for_close(conn)
+
+
+def _run(args):
+    subprocess.run(args, check=True, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+
+
+def tls12_context(crt, key):
+    """A server context for TLS 1.2 only: what Wine's Schannel speaks."""
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    context.minimum_version = context.maximum_version = ssl.TLSVersion.TLSv1_2
+    context.load_cert_chain(crt, key)
+    return context
+
+
+def self_signed_tls12(directory):
+    """tls12_context with a self-signed certificate for localhost made in DIRECTORY."""
+    key, crt = os.path.join(directory, "self-signed.key"), os.path.join(directory, "self-signed.crt")
+    _run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", crt, "-days", "2",
+          "-subj", "/CN=localhost"])
+    return tls12_context(crt, key)
 
 
 def _make_certificates(workdir):
     ca_key, ca_crt = os.path.join(workdir, "hostile-ca.key"), os.path.join(workdir, "hostile-ca.crt")
     key, csr, crt = (os.path.join(workdir, "hostile." + n) for n in ("key", "csr", "crt"))
     ext = os.path.join(workdir, "hostile.ext")
-
-    def run(args):
-        subprocess.run(args, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-
-    run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", ca_key, "-out", ca_crt, "-days", "2",
+    _run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", ca_key, "-out", ca_crt, "-days", "2",
          "-subj", "/CN=ZyNetwork hostile test CA", "-addext", "basicConstraints=critical,CA:TRUE",
          "-addext", "keyUsage=critical,keyCertSign,cRLSign"])
-    run(["openssl", "req", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", csr, "-subj", "/CN=" + OTHER_NAME])
+    _run(["openssl", "req", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", csr, "-subj", "/CN=" + OTHER_NAME])
     with open(ext, "w") as f:
         f.write("subjectAltName=DNS:%s\nbasicConstraints=CA:FALSE\n"
                 "keyUsage=digitalSignature,keyEncipherment\nextendedKeyUsage=serverAuth\n" % OTHER_NAME)
-    run(["openssl", "x509", "-req", "-in", csr, "-CA", ca_crt, "-CAkey", ca_key, "-CAcreateserial", "-out", crt,
+    _run(["openssl", "x509", "-req", "-in", csr, "-CA", ca_crt, "-CAkey", ca_key, "-CAcreateserial", "-out", crt,
          "-days", "2", "-extfile", ext])
     return ca_crt, crt, key
 
 
-class HostileServers:
-    def __init__(self, workdir):
-        self.ca_file, crt, key = _make_certificates(workdir)
-        self.context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-        # TLS 1.2: what Wine's Schannel speaks.
-        self.context.minimum_version = ssl.TLSVersion.TLSv1_2
-        self.context.maximum_version = ssl.TLSVersion.TLSv1_2
-        self.context.load_cert_chain(crt, key)
+class Listeners:
+    def __init__(self):
         self.listeners = []
-        self.ports = {
-            "hostile": self._listen(lambda c: _serve_http(c)),
-            "hostileTls": self._listen(self._serve_tls),
-            "hostileHalfway": self._listen(lambda c: _serve_halfway(c, self.context)),
-        }
 
-    def _serve_tls(self, conn):
-        conn.settimeout(WAIT_LIMIT)
-        try:
-            tls = self.context.wrap_socket(conn, server_side=True)
-        except (OSError, ssl.SSLError):
-            return
-        try:
-            _serve_http(tls)
-        finally:
-            tls.close()
-
-    def _listen(self, handler):
+    def listen(self, handler):
+        """Runs HANDLER on each connection to a new loopback listener, in a
+        thread of its own, and closes the connection after it; the port."""
         listener = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
         listener.bind(("127.0.0.1", 0))
         listener.listen(32)
@@ -220,22 +209,24 @@ class HostileServers:
             listener.close()
 
 
-def main():
-    if len(sys.argv) != 2:
-        sys.stderr.write(__doc__)
-        return 2
-    workdir = os.path.realpath(sys.argv[1])
-    signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTERM, signal.SIGINT])
-    servers = HostileServers(workdir)
-    info = dict(servers.ports, hostileCaFile=servers.ca_file)
-    temp = os.path.join(workdir, "hostile.json.tmp")
-    with open(temp, "w") as f:
-        json.dump(info, f)
-    os.rename(temp, os.path.join(workdir, "hostile.json"))
-    signal.sigwait([signal.SIGTERM, signal.SIGINT])
-    servers.close()
-    return 0
+class HostileServers(Listeners):
+    def __init__(self, workdir):
+        super().__init__()
+        self.ca_file, crt, key = _make_certificates(workdir)
+        self.context = tls12_context(crt, key)
+        self.ports = {
+            "hostile": self.listen(_serve_http),
+            "hostileTls": self.listen(self._serve_tls),
+            "hostileHalfway": self.listen(lambda c: _serve_halfway(c, self.context)),
+        }
 
-
-if __name__ == "__main__":
-    sys.exit(main())
+    def _serve_tls(self, conn):
+        conn.settimeout(WAIT_LIMIT)
+        try:
+            tls = self.context.wrap_socket(conn, server_side=True)
+        except (OSError, ssl.SSLError):
+            return
+        try:
+            _serve_http(tls)
+        finally:
+            tls.close()

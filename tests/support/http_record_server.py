@@ -8,29 +8,26 @@ METHOD and PATH it writes "<records>/<METHOD><PATH with every byte outside [A-Za
 and ".body" (the body bytes as received, read up to the announced
 Content-Length or until the client stops sending).
 
-A request in absolute form ("GET http://host:port/path", as sent to a
-proxy) is served from the same root, so the server doubles as a proxy;
-below a "/proxy-auth/" directory it answers 407 until the request carries
-Proxy-Authorization, and below "/server-auth/" it answers 401 until the
-request carries Authorization.
+A request in absolute form (as sent to a proxy) is served from the same
+root, so the server doubles as a proxy. Below "/proxy-auth/" it answers 407
+without Proxy-Authorization, below "/server-auth/" 401 without Authorization.
 
 Listings link to the page itself ("./", "" and the absolute path), to the
 parent ("../") and to the site root, so that a client that follows such links
 never finishes; entries are percent-encoded, directories end in '/'.
 
 A silent server accepts connections and never answers.
-
-Used as a module (start_servers) by the test drivers; only loopback.
 """
 import html
 import http.server
 import os
 import re
-import socket
-import ssl
-import subprocess
+import sys
 import threading
 import urllib.parse
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import hostile_server  # noqa: E402
 
 
 def _record_name(method, path):
@@ -55,16 +52,8 @@ class RecordingHandler(http.server.BaseHTTPRequestHandler):
             out.write(body)
 
     def _read_body(self):
-        length = int(self.headers.get("Content-Length") or 0)
-        chunks = []
-        remaining = length
-        while remaining > 0:
-            chunk = self.rfile.read(min(remaining, 65536))
-            if not chunk:
-                break
-            chunks.append(chunk)
-            remaining -= len(chunk)
-        return b"".join(chunks)
+        # rfile.read returns early only when the client stops sending.
+        return self.rfile.read(int(self.headers.get("Content-Length") or 0))
 
     def _send(self, status, body, content_type="application/octet-stream", extra=()):
         self.send_response(status)
@@ -124,41 +113,6 @@ class _Server(http.server.ThreadingHTTPServer):
     allow_reuse_address = True
 
 
-def _make_certificate(directory):
-    cert = os.path.join(directory, "cert.pem")
-    key = os.path.join(directory, "key.pem")
-    subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", cert,
-                    "-days", "2", "-subj", "/CN=localhost"], check=True, stdout=subprocess.DEVNULL,
-                   stderr=subprocess.DEVNULL)
-    return cert, key
-
-
-class SilentServer:
-    """Accepts connections and holds them open without a byte of answer."""
-
-    def __init__(self):
-        self.socket = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
-        self.socket.bind(("127.0.0.1", 0))
-        self.socket.listen(16)
-        self.port = self.socket.getsockname()[1]
-        self.held = []
-        self.thread = threading.Thread(target=self._run, daemon=True)
-        self.thread.start()
-
-    def _run(self):
-        while True:
-            try:
-                connection, _ = self.socket.accept()
-            except OSError:
-                return
-            self.held.append(connection)
-
-    def close(self):
-        self.socket.close()
-        for connection in self.held:
-            connection.close()
-
-
 class Servers:
     """An HTTP server, an HTTPS server (self-signed, TLS 1.2) over the same
     root and records, and a silent server, all on free loopback ports."""
@@ -167,13 +121,9 @@ class Servers:
         handler = type("Handler", (RecordingHandler,), {"root": root, "records": records})
         self.http = _Server(("127.0.0.1", 0), handler)
         self.https = _Server(("127.0.0.1", 0), handler)
-        cert, key = _make_certificate(workdir)
-        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-        context.minimum_version = ssl.TLSVersion.TLSv1_2
-        context.maximum_version = ssl.TLSVersion.TLSv1_2
-        context.load_cert_chain(cert, key)
-        self.https.socket = context.wrap_socket(self.https.socket, server_side=True)
-        self.silent = SilentServer()
+        self.https.socket = hostile_server.self_signed_tls12(workdir).wrap_socket(self.https.socket, server_side=True)
+        self.silent = hostile_server.Listeners()
+        self.silent_port = self.silent.listen(hostile_server.wait_for_close)
         self.threads = [threading.Thread(target=server.serve_forever, daemon=True)
                         for server in (self.http, self.https)]
         for thread in self.threads:
@@ -182,7 +132,7 @@ class Servers:
     @property
     def ports(self):
         return {"http": self.http.server_address[1], "https": self.https.server_address[1],
-                "silent": self.silent.port}
+                "silent": self.silent_port}
 
     def close(self):
         for server in (self.http, self.https):

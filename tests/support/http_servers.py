@@ -3,7 +3,7 @@
 
 usage: http_servers.py start STATE_DIR   start every server, write STATE_DIR/servers.json
        http_servers.py stop STATE_DIR    stop the servers started there and remove STATE_DIR
-       http_servers.py misbehave PORTS.json   (internal) the scripted server
+       http_servers.py misbehave STATE_DIR    (internal) the scripted servers
 
 Each server listens on a free port of 127.0.0.1 with its own configuration
 and files under STATE_DIR:
@@ -14,24 +14,23 @@ and files under STATE_DIR:
 - Apache's httpd with mod_autoindex serving the listing tree, when apache2
   is installed;
 - tinyproxy with basic authentication;
-- a scripted server for what nginx will not do: an echo of the request
-  (method and body) and a connection that stays silent;
-- the hostile server of hostile_server.py (plain, TLS with a certificate for
+- in one more process, scripted servers for what nginx will not do: an echo
+  of the request (method and body), a connection that stays silent, and the
+  hostile servers of hostile_server.py (plain, TLS with a certificate for
   another name, a TLS handshake that stops halfway).
 """
 import json
 import os
 import signal
-import socket
 import subprocess
 import sys
-import threading
 import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from fixture_servers import (PYTHON, free_port, make_certificates, retrying, spawn, wait_port,  # noqa: E402
                              fresh_state, main as fixture_main, remove_state, stop_servers, write_info,
                              write_tree)
+import hostile_server  # noqa: E402
 
 USER = "zyuser"
 PASSWORD = "zy pass:1"
@@ -39,9 +38,6 @@ PROXY_USER = "proxyuser"
 PROXY_PASSWORD = "proxypass"
 BIG_SIZE = 1 << 30
 
-# The listing tree: names with spaces and non-ASCII letters, an empty file,
-# a directory. Sizes stay under 1 KiB so that every listing shows them in
-# bytes.
 # nginx's root. The listing tree list/: names with spaces and non-ASCII
 # letters, an empty file, directories; sizes stay under 1 KiB so that every
 # listing shows them in bytes.
@@ -120,10 +116,7 @@ http {{
 }}
 """.format(state=state, temp=temp, http_port=http_port, https_port=https_port, crt=crt, key=key, www=www,
            htpasswd=htpasswd)
-    path = os.path.join(state, "nginx.conf")
-    with open(path, "w") as f:
-        f.write(conf)
-    return path
+    return write_config(state, "nginx.conf", conf)
 
 
 def apache_config(state, www, port):
@@ -150,10 +143,7 @@ ServerLimit 1
     IndexOptions FancyIndexing VersionSort HTMLTable NameWidth=* DescriptionWidth=* Charset=UTF-8
 </Directory>
 """.format(state=state, port=port, m=modules, www=www)
-    path = os.path.join(state, "apache.conf")
-    with open(path, "w") as f:
-        f.write(conf)
-    return path
+    return write_config(state, "apache.conf", conf)
 
 
 def tinyproxy_config(state, port):
@@ -169,9 +159,13 @@ LogLevel Info
 PidFile "{state}/tinyproxy.pid"
 DisableViaHeader Yes
 """.format(port=port, user=PROXY_USER, password=PROXY_PASSWORD, state=state)
-    path = os.path.join(state, "tinyproxy.conf")
+    return write_config(state, "tinyproxy.conf", conf)
+
+
+def write_config(state, name, text):
+    path = os.path.join(state, name)
     with open(path, "w") as f:
-        f.write(conf)
+        f.write(text)
     return path
 
 
@@ -179,67 +173,43 @@ def start(state):
     state = fresh_state(state, stop)
     info = {"pids": [], "user": USER, "password": PASSWORD, "proxyUser": PROXY_USER,
             "proxyPassword": PROXY_PASSWORD, "bigSize": BIG_SIZE, "state": state}
-    try:
-        www = make_tree(state)
-        info["www"] = www
-        ca, crt, key, other = make_certificates(state)
-        info["caFile"] = ca
-        info["wrongCaFile"] = other
 
+    def launch(name, args, **ports):
+        # Starts a server and waits until it listens on each port of PORTS.
+        proc = spawn(args, state, name)
+        info["pids"].append(proc.pid)
+        for key, port in ports.items():
+            wait_port(port, proc, name)
+            info[key] = port
+        return proc
+
+    try:
+        info["www"] = www = make_tree(state)
+        info["caFile"], crt, key, info["wrongCaFile"] = make_certificates(state)
         http_port, https_port = free_port(), free_port()
         conf = nginx_config(state, www, http_port, https_port, crt, key)
-        proc = spawn(["nginx", "-p", state, "-c", conf, "-g", "daemon off;"], state, "nginx")
-        info["pids"].append(proc.pid)
-        wait_port(http_port, proc, "nginx")
-        wait_port(https_port, proc, "nginx")
-        info["http"] = http_port
-        info["https"] = https_port
+        launch("nginx", ["nginx", "-p", state, "-c", conf, "-g", "daemon off;"], http=http_port, https=https_port)
 
         def start_python_http():
             port = free_port()
-            proc = spawn([PYTHON, "-m", "http.server", str(port), "--bind", "127.0.0.1", "--directory",
-                          os.path.join(www, "list")], state, "pyhttp")
-            wait_port(port, proc, "http.server")
-            return proc, port
-        proc, port = retrying(start_python_http)
-        info["pids"].append(proc.pid)
-        info["pythonHttp"] = port
+            launch("http.server", [PYTHON, "-m", "http.server", str(port), "--bind", "127.0.0.1", "--directory",
+                                   os.path.join(www, "list")], pythonHttp=port)
+        retrying(start_python_http)
 
         if os.path.exists("/usr/sbin/apache2"):
             port = free_port()
-            conf = apache_config(state, www, port)
-            proc = spawn(["/usr/sbin/apache2", "-f", conf, "-DFOREGROUND"], state, "apache")
-            info["pids"].append(proc.pid)
-            wait_port(port, proc, "apache2")
-            info["apache"] = port
-
+            launch("apache2", ["/usr/sbin/apache2", "-f", apache_config(state, www, port), "-DFOREGROUND"], apache=port)
         port = free_port()
-        conf = tinyproxy_config(state, port)
-        proc = spawn(["tinyproxy", "-d", "-c", conf], state, "tinyproxy")
-        info["pids"].append(proc.pid)
-        wait_port(port, proc, "tinyproxy")
-        info["proxy"] = port
+        launch("tinyproxy", ["tinyproxy", "-d", "-c", tinyproxy_config(state, port)], proxy=port)
 
-        ports = {name: free_port() for name in ("echo", "silent")}
-        with open(os.path.join(state, "scripted.json"), "w") as f:
-            json.dump(ports, f)
-        proc = spawn([PYTHON, os.path.abspath(__file__), "misbehave", os.path.join(state, "scripted.json")], state,
-                     "scripted")
-        info["pids"].append(proc.pid)
-        for port in ports.values():
-            wait_port(port, proc, "scripted server")
-        info.update(ports)
-
-        proc = spawn([PYTHON, os.path.join(os.path.dirname(os.path.abspath(__file__)), "hostile_server.py"), state],
-                     state, "hostile")
-        info["pids"].append(proc.pid)
-        hostile = os.path.join(state, "hostile.json")
+        proc = launch("scripted", [PYTHON, os.path.abspath(__file__), "misbehave", state])
+        scripted = os.path.join(state, "scripted.json")
         deadline = time.monotonic() + 30
-        while not os.path.exists(hostile):
+        while not os.path.exists(scripted):
             if proc.poll() is not None or time.monotonic() > deadline:
-                raise RuntimeError("the hostile server did not start")
+                raise RuntimeError("the scripted servers did not start")
             time.sleep(0.05)
-        with open(hostile) as f:
+        with open(scripted) as f:
             info.update(json.load(f))
     finally:
         write_info(state, info)
@@ -292,47 +262,18 @@ def handle_echo(conn):
                      % len(payload) + payload)
 
 
-def handle_silent(conn):
-    # Reads the request and never answers; the client has to give up.
-    conn.settimeout(120)
-    try:
-        while conn.recv(65536):
-            pass
-    except OSError:
-        pass
-
-
-def serve(port, handler):
-    listener = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
-    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-    listener.bind(("127.0.0.1", port))
-    listener.listen(16)
-    while True:
-        conn, _ = listener.accept()
-
-        def run_one(c=conn):
-            try:
-                handler(c)
-            except OSError:
-                pass
-            finally:
-                c.close()
-        threading.Thread(target=run_one, daemon=True).start()
-
-
-def misbehave(ports_file):
-    with open(ports_file) as f:
-        ports = json.load(f)
-    handlers = {"echo": handle_echo, "silent": handle_silent}
-    for name, port in ports.items():
-        threading.Thread(target=serve, args=(port, handlers[name]), daemon=True).start()
-    signal.sigwait([signal.SIGTERM, signal.SIGINT])
-
-
-def run_misbehaving(ports_file):
+def misbehave(state):
+    # Listening before the ports are published: the file appears whole.
     signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTERM, signal.SIGINT])
-    misbehave(ports_file)
+    servers = hostile_server.HostileServers(state)
+    info = dict(servers.ports, hostileCaFile=servers.ca_file, echo=servers.listen(handle_echo),
+                silent=servers.listen(hostile_server.wait_for_close))
+    with open(os.path.join(state, "scripted.json.tmp"), "w") as f:
+        json.dump(info, f)
+    os.rename(os.path.join(state, "scripted.json.tmp"), os.path.join(state, "scripted.json"))
+    signal.sigwait([signal.SIGTERM, signal.SIGINT])
+    servers.close()
 
 
 if __name__ == "__main__":
-    sys.exit(fixture_main(__doc__, "http_servers", start, stop, ("misbehave", run_misbehaving)))
+    sys.exit(fixture_main(__doc__, "http_servers", start, stop, ("misbehave", misbehave)))

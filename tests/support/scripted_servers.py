@@ -1,30 +1,23 @@
 #!/usr/bin/python3
 """Scripted loopback HTTP servers for the Windows HTTP client tests.
 
-usage: scripted_servers.py [--emulator PROGRAM] -- TEST_PROGRAM [ARGS...]
+usage: scripted_servers.py [--emulator PROGRAM] [--records] -- TEST_PROGRAM [ARGS...]
 
-Wine cannot start Linux programs, so a test program cannot start its own
-Python servers. Instead CTest runs this script as the test's launcher (the
-test target's CROSSCOMPILING_EMULATOR): it starts the servers below on free
+Wine cannot start Linux programs, so CTest runs this script as the test's
+launcher (CROSSCOMPILING_EMULATOR): it starts the servers below on free
 loopback ports, runs the test program (under PROGRAM when given) with their
-ports in the environment variable ZYNET_TEST_SERVERS
-("control=P http=P https=P silent=P proxy=P"), stops them and exits with the
-program's status. Each test case gets its own servers. Listing the tests
-(--gtest_list_tests) starts none.
+ports in ZYNET_TEST_SERVERS ("control=P http=P ..."), stops them and exits
+with the program's status. Listing the tests (--gtest_list_tests) starts none.
 
 Servers, all on 127.0.0.1:
   http    HTTP/1.1 with keep-alive; answers from scripts (below).
   https   the same over TLS 1.2 with a self-signed certificate made at start.
-  silent  accepts connections, reads, never answers (COUNT silent-requests
-          tells how many request heads it read).
+  silent  reads, never answers (COUNT silent-requests: request heads read).
   proxy   a forward proxy for loopback targets; with PROXYAUTH set it asks
           for Basic proxy credentials (407) until they match.
-  control one command per connection: a line, an optional payload, then the
-          answer and close.
-  hostile, hostiletls, hostilehalfway
-          the servers of hostile_server.py (misbehaviour chosen by path; TLS
-          with a certificate for another name; a handshake that stops
-          halfway).
+  control one command per connection: a line, an optional payload, the
+          answer, close.
+  hostile, hostiletls, hostilehalfway   the servers of hostile_server.py.
 
 Control commands:
   CONTENT <path> <length>\\n<bytes>  the body that GET <path> returns on 200
@@ -34,9 +27,8 @@ Control commands:
           request carries these Basic credentials, else 401 with a Basic
           challenge); bogus (401 offering only an unknown scheme).
   PROXYAUTH <user:password>           the proxy's credentials ("-": none)
-  LOG     every request seen so far, one line each: server, connection
-          number, method, path, header block, body; tab-separated, each
-          field percent-encoded.
+  LOG     every request seen so far: server, connection number, method,
+          path, header block, body; each field "<length> <bytes>".
   COUNT <server>  connections that server has accepted.
 Paths without a script answer 200. Every answer has a Content-Length.
 """
@@ -47,7 +39,6 @@ import http.server
 import os
 import socket
 import socketserver
-import ssl
 import subprocess
 import sys
 import tempfile
@@ -56,6 +47,7 @@ import urllib.parse
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import hostile_server  # noqa: E402
+import http_record_server  # noqa: E402
 
 
 class State:
@@ -115,9 +107,13 @@ class Handler(http.server.BaseHTTPRequestHandler):
         if body and self.command != "HEAD":
             self.wfile.write(body)
 
-    def handle_any(self):
+    def read_and_record(self):
         body = self.read_body()
         STATE.record(self.server_label, self.connection_number, self.command, self.path, str(self.headers), body)
+        return body
+
+    def handle_any(self):
+        self.read_and_record()
         token = STATE.next_token(urllib.parse.urlsplit(self.path).path)
         if token.startswith("basic="):
             if self.headers.get("Authorization") != basic(token[len("basic="):]):
@@ -143,8 +139,7 @@ class ProxyHandler(Handler):
     server_label = "proxy"
 
     def handle_any(self):
-        body = self.read_body()
-        STATE.record(self.server_label, self.connection_number, self.command, self.path, str(self.headers), body)
+        body = self.read_and_record()
         with STATE.lock:
             wanted = STATE.proxy_auth
         if wanted and self.headers.get("Proxy-Authorization") != basic(wanted):
@@ -204,51 +199,28 @@ class SilentHandler(socketserver.BaseRequestHandler):
             pass
 
 
-def quote(value):
-    if isinstance(value, str):
-        value = value.encode("utf-8", "surrogateescape")
-    return urllib.parse.quote_from_bytes(value, safe="")
+def as_bytes(value):
+    return value if isinstance(value, bytes) else str(value).encode("utf-8", "surrogateescape")
 
 
 class ControlHandler(socketserver.StreamRequestHandler):
     def handle(self):
-        words = self.rfile.readline().decode().split()
+        words = self.rfile.readline().decode().split() or [""]
         reply = b"OK\n"
-        if words and words[0] == "CONTENT":
-            data = self.rfile.read(int(words[2]))
-            with STATE.lock:
-                STATE.content[words[1]] = data
-        elif words and words[0] == "SCRIPT":
-            with STATE.lock:
+        with STATE.lock:
+            if words[0] == "CONTENT":
+                STATE.content[words[1]] = self.rfile.read(int(words[2]))
+            elif words[0] == "SCRIPT":
                 STATE.scripts[words[1]] = words[2].split(",")
-        elif words and words[0] == "PROXYAUTH":
-            with STATE.lock:
+            elif words[0] == "PROXYAUTH":
                 STATE.proxy_auth = None if words[1] == "-" else words[1]
-        elif words and words[0] == "LOG":
-            with STATE.lock:
-                lines = ["\t".join(quote(str(f)) if isinstance(f, int) else quote(f) for f in entry)
-                         for entry in STATE.log]
-            reply = "".join(line + "\n" for line in lines).encode()
-        elif words and words[0] == "COUNT":
-            with STATE.lock:
+            elif words[0] == "LOG":
+                reply = b"".join(b"%d %s" % (len(v), v) for entry in STATE.log for v in map(as_bytes, entry))
+            elif words[0] == "COUNT":
                 reply = b"%d\n" % STATE.connections.get(words[1], 0)
-        else:
-            reply = b"ERROR unknown command\n"
+            else:
+                reply = b"ERROR unknown command\n"
         self.wfile.write(reply)
-
-
-def tls_context(directory):
-    key = os.path.join(directory, "key.pem")
-    cert = os.path.join(directory, "cert.pem")
-    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
-                    "-nodes", "-keyout", key, "-out", cert, "-days", "2", "-subj", "/CN=zynet-test"],
-                   check=True, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-    # Wine's TLS stack speaks TLS 1.2 only.
-    context.minimum_version = ssl.TLSVersion.TLSv1_2
-    context.maximum_version = ssl.TLSVersion.TLSv1_2
-    context.load_cert_chain(cert, key)
-    return context
 
 
 def start(server):
@@ -257,9 +229,26 @@ def start(server):
     return server
 
 
+def records_env(env, directory, hostile_ports, emulated):
+    """Starts the servers of http_record_server.py over DIRECTORY/root and
+    DIRECTORY/records and describes them in ENV: ZYHTTP_TEST_ROOT and
+    ZYHTTP_TEST_RECORDS (as the program sees them, on Wine's Z: drive), and
+    ZYHTTP_TEST_<NAME>_PORT for them and the hostile servers."""
+    root, records, work = (os.path.join(directory, name) for name in ("root", "records", "recorder"))
+    for path in (root, records, work):
+        os.mkdir(path)
+    recorder = http_record_server.Servers(root, records, work)
+    env.update({"ZYHTTP_TEST_%s_PORT" % name.upper(): str(port)
+                for name, port in list(recorder.ports.items()) + list(hostile_ports.items())})
+    for name, path in (("ZYHTTP_TEST_ROOT", root), ("ZYHTTP_TEST_RECORDS", records)):
+        env[name] = "Z:" + path.replace("/", "\\") if emulated else path
+    return recorder
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--emulator", default="")
+    parser.add_argument("--records", action="store_true", help="add the recording servers (ZYHTTP_TEST_*)")
     parser.add_argument("command", nargs=argparse.REMAINDER)
     options = parser.parse_args()
     command = options.command[1:] if options.command[:1] == ["--"] else options.command
@@ -278,7 +267,7 @@ def main():
         loopback = ("127.0.0.1", 0)
         servers = {
             "http": start(Server(loopback, Handler)),
-            "https": start(TlsServer(loopback, TlsHandler, tls_context(directory))),
+            "https": start(TlsServer(loopback, TlsHandler, hostile_server.self_signed_tls12(directory))),
             "silent": start(socketserver.ThreadingTCPServer(loopback, SilentHandler)),
             "proxy": start(Server(loopback, ProxyHandler)),
             "control": start(socketserver.ThreadingTCPServer(loopback, ControlHandler)),
@@ -289,9 +278,12 @@ def main():
         env["ZYNET_TEST_SERVERS"] = " ".join(["%s=%d" % (name, server.server_address[1])
                                               for name, server in servers.items()] +
                                              ["%s=%d" % (name.lower(), port) for name, port in hostile.ports.items()])
+        recorder = records_env(env, directory, hostile.ports, options.emulator) if options.records else None
         try:
             return subprocess.run(command, env=env, stdin=subprocess.DEVNULL).returncode
         finally:
+            if recorder:
+                recorder.close()
             hostile.close()
             for server in servers.values():
                 server.shutdown()

@@ -1,13 +1,11 @@
-// ZyHTTP against the scripted loopback servers that run_with_servers.py
-// starts: what the server received for uploads, downloads byte for byte,
+// ZyHTTP against the recording loopback servers that scripted_servers.py
+// --records starts: what the server received for uploads, downloads byte for byte,
 // listings, HTTPS with a self-signed certificate and the time limit.
 #include <gtest/gtest.h>
-
 #include <stdlib.h>
-
-#include <algorithm>
 #include <windows.h>
 
+#include <algorithm>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -37,7 +35,7 @@ protected:
         m_records = Env("ZYHTTP_TEST_RECORDS");
         m_port = Env("ZYHTTP_TEST_HTTP_PORT");
         if (m_root.empty() || m_records.empty() || m_port.empty())
-            GTEST_SKIP() << "needs the servers of tests/windows/run_with_servers.py";
+            GTEST_SKIP() << "needs the servers of tests/support/scripted_servers.py --records";
         m_local = m_root + "\\..\\local-" + ::testing::UnitTest::GetInstance()->current_test_info()->name();
         CreateDirectoryA(m_local.c_str(), nullptr);
     }
@@ -61,6 +59,13 @@ protected:
         return in.is_open();
     }
 
+    // A file of this test's local directory, or "<missing>".
+    std::string Local(const std::string& name) const
+    {
+        std::string bytes;
+        return Get(m_local + "\\" + name, bytes) ? bytes : "<missing>";
+    }
+
     // What the server recorded for METHOD PATH: the request head and body.
     void Recorded(const std::string& method, const std::string& path, std::string& head, std::string& body) const
     {
@@ -73,12 +78,22 @@ protected:
 
     static std::string Header(const std::string& head, const std::string& name)
     {
-        std::string lower = FXString::ToLower(head);
-        size_t at = lower.find("\r\n" + FXString::ToLower(name) + ": ");
+        size_t at = FXString::ToLower(head).find("\r\n" + FXString::ToLower(name) + ": ");
         if (at == std::string::npos)
             return "<missing>";
         at += name.size() + 4;
         return head.substr(at, head.find("\r\n", at) - at);
+    }
+
+    // The user:password of a Basic authorization header.
+    static std::string Credentials(const std::string& head, const std::string& name)
+    {
+        const std::string authorization = Header(head, name);
+        std::string credentials;
+        EXPECT_EQ(0u, authorization.find("Basic ")) << authorization;
+        EXPECT_TRUE(FXString::Base64Decode(authorization.substr(std::min<size_t>(6, authorization.size())),
+                                           credentials));
+        return credentials;
     }
 
     static std::string Binary(size_t size)
@@ -119,10 +134,7 @@ TEST_F(ZyHttpTest, UploadSendsTheFormByteForByteInBothModes)
                   body);
         EXPECT_EQ(std::to_string(body.size()), Header(head, "Content-Length"));
         EXPECT_EQ("multipart/form-data; boundary=--HTTP-LOGUPLOAD-DEFAULT-BOUNDARY--", Header(head, "Content-Type"));
-        std::string authorization = Header(head, "Authorization"), credentials;
-        ASSERT_EQ(0u, authorization.find("Basic "));
-        ASSERT_TRUE(FXString::Base64Decode(authorization.substr(6), credentials));
-        EXPECT_EQ("log user:p@ss:word", credentials);
+        EXPECT_EQ("log user:p@ss:word", Credentials(head, "Authorization"));
     }
     ZyHTTP client(Url("/reject/").c_str());
     EXPECT_TRUE(FXErrorUtil::IsHttp(client.UploadFile(file.c_str(), "x"), 403));
@@ -138,15 +150,13 @@ TEST_F(ZyHttpTest, DownloadsMatchByteForByteAndFailuresLeaveNoFile)
 
     ZyHTTP client(Url("/").c_str());
     client.SetInternetTimeout(30000);  // WinINet asynchronous, see HostilePeers
-    std::string got;
     ZYTEST_ASSERT_OK(client.DownloadFile("dir one", "big file.bin", m_local.c_str()));
-    ASSERT_TRUE(Get(m_local + "\\big file.bin", got));
+    const std::string got = Local("big file.bin");
     EXPECT_TRUE(got == big) << "got " << got.size() << " bytes";
 
     std::map<CZyString, CZyString> headers = {{"X-Request-Tag", "tag 1"}, {"Accept-Language", "de"}};
     ZYTEST_ASSERT_OK(client.DownloadFileFromUrl(Url("/small.txt?v=2").c_str(), m_local.c_str(), "copy.txt", headers));
-    ASSERT_TRUE(Get(m_local + "\\copy.txt", got));
-    EXPECT_EQ(std::string("x\0y\r\n", 5), got);
+    EXPECT_EQ(std::string("x\0y\r\n", 5), Local("copy.txt"));
     std::string head, body;
     ASSERT_NO_FATAL_FAILURE(Recorded("GET", "/small.txt?v=2", head, body));
     EXPECT_EQ("tag 1", Header(head, "X-Request-Tag"));
@@ -155,13 +165,12 @@ TEST_F(ZyHttpTest, DownloadsMatchByteForByteAndFailuresLeaveNoFile)
 
     CZyError error = client.DownloadFile(nullptr, "missing.bin", m_local.c_str());
     EXPECT_TRUE(FXErrorUtil::IsHttp(error, 404)) << error.AsString();
-    EXPECT_FALSE(Get(m_local + "\\missing.bin", got));
-    EXPECT_FALSE(Get(m_local + "\\missing.bin.part", got));
+    EXPECT_EQ("<missing>", Local("missing.bin"));
+    EXPECT_EQ("<missing>", Local("missing.bin.part"));
     // A failed download leaves an existing file as it was.
     Put(m_local + "\\missing.bin", "old");
     EXPECT_TRUE(client.DownloadFileFromUrl(Url("/missing.bin").c_str(), m_local.c_str(), nullptr, {}).IsError());
-    EXPECT_TRUE(Get(m_local + "\\missing.bin", got));
-    EXPECT_EQ("old", got);
+    EXPECT_EQ("old", Local("missing.bin"));
 }
 
 TEST_F(ZyHttpTest, FileListWalksNestedListingsAndStopsOnLoops)
@@ -204,13 +213,11 @@ TEST_F(ZyHttpTest, HttpsWithASelfSignedCertificateNeedsTheIgnoreOption)
     // A WinINet error (12000-12199), not a status from the server.
     EXPECT_EQ(EErrorKind::Win32, error.GetErrorKind()) << error.AsString();
     EXPECT_TRUE(error.GetErrorCode() >= 12000 && error.GetErrorCode() < 12200) << error.AsString();
-    std::string got;
-    EXPECT_FALSE(Get(m_local + "\\tls.txt", got));
+    EXPECT_EQ("<missing>", Local("tls.txt"));
 
     client.SetIgnoreCertificateErrors();
     ZYTEST_ASSERT_OK(client.DownloadFile(nullptr, "tls.txt", m_local.c_str()));
-    ASSERT_TRUE(Get(m_local + "\\tls.txt", got));
-    EXPECT_EQ("secret bytes", got);
+    EXPECT_EQ("secret bytes", Local("tls.txt"));
 }
 
 TEST_F(ZyHttpTest, TheTimeLimitEndsARequestToASilentServer)
@@ -222,8 +229,7 @@ TEST_F(ZyHttpTest, TheTimeLimitEndsARequestToASilentServer)
     // ERROR_INTERNET_CONNECTION_ABORTED when that ends before the client's
     // limit for the header phase.
     EXPECT_TRUE(error.Is(12002) || error.Is(12030)) << error.AsString();
-    std::string got;
-    EXPECT_FALSE(Get(m_local + "\\never.bin", got));
+    EXPECT_EQ("<missing>", Local("never.bin"));
 }
 
 TEST_F(ZyHttpTest, ProxySettingsRouteRequestsThroughTheProxy)
@@ -239,14 +245,10 @@ TEST_F(ZyHttpTest, ProxySettingsRouteRequestsThroughTheProxy)
 
     client.SetProxyCreds("proxy user", "proxy:pw");
     ZYTEST_ASSERT_OK(client.DownloadFile(nullptr, "via.txt", m_local.c_str()));
-    std::string got, head, body, credentials;
-    ASSERT_TRUE(Get(m_local + "\\via.txt", got));
-    EXPECT_EQ("through the proxy", got);
+    std::string head, body;
+    EXPECT_EQ("through the proxy", Local("via.txt"));
     ASSERT_NO_FATAL_FAILURE(Recorded("GET", "http://127.0.0.1:1/proxy-auth/via.txt", head, body));
-    const std::string authorization = Header(head, "Proxy-Authorization");
-    ASSERT_EQ(0u, authorization.find("Basic "));
-    ASSERT_TRUE(FXString::Base64Decode(authorization.substr(6), credentials));
-    EXPECT_EQ("proxy user:proxy:pw", credentials);
+    EXPECT_EQ("proxy user:proxy:pw", Credentials(head, "Proxy-Authorization"));
 }
 
 TEST_F(ZyHttpTest, CredentialsAnswerTheServersChallenge)
@@ -258,10 +260,9 @@ TEST_F(ZyHttpTest, CredentialsAnswerTheServersChallenge)
     client.SetUser("reader");
     client.SetPassword("pw");
     ZYTEST_ASSERT_OK(client.DownloadFile(nullptr, "private.txt", m_local.c_str()));
-    std::string head, body, credentials;
+    std::string head, body;
     ASSERT_NO_FATAL_FAILURE(Recorded("GET", "/server-auth/private.txt", head, body));
-    ASSERT_TRUE(FXString::Base64Decode(Header(head, "Authorization").substr(6), credentials));
-    EXPECT_EQ("reader:pw", credentials);
+    EXPECT_EQ("reader:pw", Credentials(head, "Authorization"));
 }
 
 TEST_F(ZyHttpTest, WorkingUrlAndIndependentCopies)
@@ -306,14 +307,9 @@ TEST_F(ZyHttpTest, HostilePeers)
 {
     if (Env("ZYHTTP_TEST_HOSTILE_PORT").empty())
         GTEST_SKIP() << "no hostile server";
-    struct Case
-    {
-        const char* server;  // port variable
-        const char* path;
-        std::vector<int> codes;  // 0: success, with `content` in the file
-        const char* content;
-        bool ignoreCertificates;
-    };
+    // server: the port variable; codes: 0 is success, with `content` in the file;
+    // ignore: certificate errors.
+    struct Case { const char* server; const char* path; std::vector<int> codes; const char* content; bool ignore; };
     const char* const plain = "ZYHTTP_TEST_HOSTILE_PORT";
     const char* const otherName = "ZYHTTP_TEST_HOSTILETLS_PORT";
     const Case cases[] = {
@@ -345,22 +341,13 @@ TEST_F(ZyHttpTest, HostilePeers)
         const std::string url = std::string(tls ? "https://localhost:" : "http://127.0.0.1:") + Env(c.server) + c.path;
         ZyHTTP client(url.c_str());
         client.SetInternetTimeout(3000);
-        if (c.ignoreCertificates)
+        if (c.ignore)
             client.SetIgnoreCertificateErrors();
         CZyError error = client.DownloadFileFromUrl(url.c_str(), m_local.c_str(), "got.bin", {});
         const int code = error.IsError() ? static_cast<int>(error.GetErrorCode()) : 0;
         EXPECT_NE(c.codes.end(), std::find(c.codes.begin(), c.codes.end(), code)) << code << " " << error.AsString();
-        std::string got;
-        if (code == 0)
-        {
-            EXPECT_TRUE(Get(m_local + "\\got.bin", got));
-            EXPECT_EQ(c.content, got);
-            DeleteFileA((m_local + "\\got.bin").c_str());
-        }
-        else
-        {
-            EXPECT_FALSE(Get(m_local + "\\got.bin", got));
-        }
-        EXPECT_FALSE(Get(m_local + "\\got.bin.part", got));
+        EXPECT_EQ(code == 0 && c.content ? c.content : "<missing>", Local("got.bin"));
+        EXPECT_EQ("<missing>", Local("got.bin.part"));
+        DeleteFileA((m_local + "\\got.bin").c_str());
     }
 }
