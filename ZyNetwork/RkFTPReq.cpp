@@ -374,13 +374,7 @@ CZyError RkFTPReq::setHeaders(const std::map<std::string, std::string>& headers)
 size_t RkFTPReq::readFromBuffer(char* data, size_t size, size_t count, void* self)
 {
     RkFTPReq* request = static_cast<RkFTPReq*>(self);
-    const size_t room = size * count;
-    const size_t n = static_cast<size_t>(std::min<int64_t>(request->m_sendRemaining, static_cast<int64_t>(room)));
-    if (n > 0)
-        memcpy(data, request->m_sendPosition, n);
-    request->m_sendPosition += n;
-    request->m_sendRemaining -= static_cast<int64_t>(n);
-    return n;
+    return takeFromBuffer(data, size * count, request->m_sendPosition, request->m_sendRemaining);
 }
 
 size_t RkFTPReq::collectFeatures(char* data, size_t size, size_t count, void* self)

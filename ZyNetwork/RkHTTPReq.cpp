@@ -640,13 +640,7 @@ CZyError RkHTTPReq::setDefaults()
 size_t RkHTTPReq::readFromBuffer(char* data, size_t size, size_t count, void* self)
 {
     RkHTTPReq* request = static_cast<RkHTTPReq*>(self);
-    const size_t room = size * count;
-    const size_t n = static_cast<size_t>(std::min<int64_t>(request->m_sendRemaining, static_cast<int64_t>(room)));
-    if (n > 0)
-        memcpy(data, request->m_sendPosition, n);
-    request->m_sendPosition += n;
-    request->m_sendRemaining -= static_cast<int64_t>(n);
-    return n;
+    return takeFromBuffer(data, size * count, request->m_sendPosition, request->m_sendRemaining);
 }
 
 CZyError RkHTTPReq::setMethodParameter()

@@ -14,6 +14,8 @@
 
 #include <string.h>
 
+#include <algorithm>
+
 #include <new>
 
 #include "ZyNetwork/Internal/OsCurl.h"
@@ -721,6 +723,16 @@ CZyError RkProtocolReq::uploadFile(const char* sourceFile, const char* urlPath, 
     error = SendReqest();
     m_localFile.Close();
     return takeLocalFileError(error, kFunction);
+}
+
+size_t RkProtocolReq::takeFromBuffer(char* data, size_t room, const char*& position, int64_t& remaining)
+{
+    const size_t n = static_cast<size_t>(std::min<int64_t>(remaining, static_cast<int64_t>(room)));
+    if (n > 0)
+        memcpy(data, position, n);
+    position += n;
+    remaining -= static_cast<int64_t>(n);
+    return n;
 }
 
 // A failure of the local file during the transfer is what the caller needs

@@ -297,6 +297,9 @@ protected:
     void setLastCurlResult(int result) { m_lastResult = result; }
     const std::vector<std::pair<std::string, std::string>>& requestedHeaders() const { return m_requestedHeaders; }
     bool skipExpectContinue() const { return m_skipExpectContinue; }
+    // Copies up to `room` bytes of a caller's buffer that is being sent,
+    // advancing `position` and `remaining`; what a read callback returns.
+    static size_t takeFromBuffer(char* data, size_t room, const char*& position, int64_t& remaining);
 
     // Fields that the request operations store for the protocol classes.
     std::string m_url;

@@ -26,6 +26,8 @@
 #include <new>
 #include <vector>
 
+#include "ZyNetwork/Posix/PosixSupport.h"
+
 namespace zyos
 {
 class EventSet
@@ -46,10 +48,8 @@ public:
 
 namespace
 {
-int Fd(ZYNET_SOCKET handle)
-{
-    return handle > static_cast<ZYNET_SOCKET>(INT_MAX) ? -1 : static_cast<int>(handle);
-}
+using posix::Fd;
+using posix::IsFailedConnect;
 
 uint32_t EpollEventsFor(uint32_t interest)
 {
@@ -68,17 +68,6 @@ uint64_t DataFor(int fd, uint32_t tag)
     return static_cast<uint64_t>(static_cast<uint32_t>(fd)) | (static_cast<uint64_t>(tag) << 32);
 }
 
-// An error on a stream socket that never became connected is a failed
-// connect, which select reports in the exception set (as the list wait).
-bool IsFailedConnect(int fd)
-{
-    int type = 0;
-    socklen_t typeLength = sizeof(type);
-    sockaddr_storage peer;
-    socklen_t peerLength = sizeof(peer);
-    return ::getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &typeLength) == 0 && type == SOCK_STREAM &&
-           ::getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0 && errno == ENOTCONN;
-}
 
 // The same reading of the kernel's answer as the list wait gives poll's.
 uint32_t ReadyEvents(int fd, uint32_t r, uint32_t wanted)

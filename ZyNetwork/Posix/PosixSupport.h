@@ -43,6 +43,18 @@ inline int Fd(ZYNET_SOCKET handle)
     return handle > static_cast<ZYNET_SOCKET>(INT_MAX) ? -1 : static_cast<int>(handle);
 }
 
+// An error on a stream socket that never became connected is a failed
+// connect, which select reports in the exception set.
+inline bool IsFailedConnect(int fd)
+{
+    int type = 0;
+    socklen_t typeLength = sizeof(type);
+    sockaddr_storage peer;
+    socklen_t peerLength = sizeof(peer);
+    return ::getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &typeLength) == 0 && type == SOCK_STREAM &&
+           ::getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0 && errno == ENOTCONN;
+}
+
 // Linux's AF_INET6 (10) against the portable 23; every other family has
 // the same number on both sides.
 inline int OsFamily(int portableFamily)

@@ -63,18 +63,6 @@ short PollEventsFor(short events)
     return asked;
 }
 
-// An error on a stream socket that never became connected is a failed
-// connect, which select reports in the exception set.
-bool IsFailedConnect(int fd)
-{
-    int type = 0;
-    socklen_t typeLength = sizeof(type);
-    sockaddr_storage peer;
-    socklen_t peerLength = sizeof(peer);
-    return ::getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &typeLength) == 0 && type == SOCK_STREAM &&
-           ::getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0 && errno == ENOTCONN;
-}
-
 // The wanted events that poll's answer for one descriptor amounts to, with
 // select's meaning: a closed peer or an error makes a socket readable, an
 // error makes it writable, and a failed connect is exceptional.
