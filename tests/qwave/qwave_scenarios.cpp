@@ -1,8 +1,5 @@
 // The QoS wrappers over a qWAVE module on Windows, one scenario per process
-// (the module is loaded once per process): tests/scripts/qwave.cmake runs
-// this program once per scenario with ZYTEST_QWAVE_SCENARIO naming it and
-// ZYNET_QWAVE_MODULE naming the module to load (the stub module of
-// tests/support/qwave_stub.c, a copy without QOSSetFlow, or a missing file).
+// (the module is loaded once per process; tests/scripts/qwave.cmake).
 #include <gtest/gtest.h>
 
 #include <winsock2.h>
@@ -61,7 +58,6 @@ CZyError CallWrapper(int function)
     }
 }
 
-// The stub module as loaded by the wrappers, and its extra exports.
 HMODULE StubModule()
 {
     const char* name = std::getenv("ZYNET_QWAVE_MODULE");
@@ -175,7 +171,6 @@ TEST(QwaveStubModule, LoadedOnceAcrossCallsAndThreads)
     EXPECT_EQ(1, attachCount());
 
     // One load means one reference: a single FreeLibrary unloads the module.
-    // (Nothing may call a wrapper after this in this process.)
     FreeLibrary(module);
     EXPECT_EQ(nullptr, StubModule()) << "the wrappers loaded the module more than once";
 }

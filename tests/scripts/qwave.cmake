@@ -1,8 +1,6 @@
-# The QoS wrappers over a qWAVE module (Windows target): a stub module in two
-# builds (complete, and without QOSSetFlow) and one process per scenario,
-# because the wrappers load their module once per process. The module to load
-# is named by ZYNET_QWAVE_MODULE; the stub modules sit beside the program, so
-# their bare names are found in its directory.
+# The QoS wrappers over a stub qWAVE module (complete, and without
+# QOSSetFlow), one process per scenario: the wrappers load their module once
+# per process. The stubs sit beside the program, so bare names find them.
 if(WIN32)
   set(qwave_stub_source ${CMAKE_CURRENT_LIST_DIR}/../support/qwave_stub.c)
   add_library(zytest_qwave_stub MODULE ${qwave_stub_source})

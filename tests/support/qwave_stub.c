@@ -1,8 +1,5 @@
-/* A stand-in for the system's qWAVE module, for the tests of the QoS
-   wrappers on Windows. It counts its loads and the calls of each entry point
-   and fails on request: socket 123 and flow id 0 are refused with codes the
-   tests look for. Built twice: complete, and without QOSSetFlow
-   (ZY_QWAVE_STUB_WITHOUT_SETFLOW). */
+/* A stand-in for the system's qWAVE module: counts its loads and calls and
+   refuses socket 123 and flow id 0. Built complete and without QOSSetFlow. */
 #include <windows.h>
 
 #define STUB_EXPORT __declspec(dllexport)
@@ -20,20 +17,17 @@ BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved)
     return TRUE;
 }
 
-/* How many times the module was attached to the process. */
 STUB_EXPORT LONG ZyQwaveStubAttachCount(void)
 {
     return g_attachCount;
 }
 
-/* Calls of an entry point: 0 QOSCreateHandle, 1 QOSCloseHandle, 2 QOSSetFlow,
-   3 QOSAddSocketToFlow, 4 QOSRemoveSocketFromFlow. */
+/* Calls of an entry point, in the order they are defined below. */
 STUB_EXPORT LONG ZyQwaveStubCalls(int index)
 {
     return index >= 0 && index < 5 ? g_calls[index] : -1;
 }
 
-/* The socket of the last add or remove, as the module received it. */
 STUB_EXPORT UINT_PTR ZyQwaveStubLastSocket(void)
 {
     return g_lastSocket;

@@ -3,41 +3,31 @@
 
 usage: scripted_servers.py [--emulator PROGRAM] [--records] -- TEST_PROGRAM [ARGS...]
 
-Wine cannot start Linux programs, so CTest runs this script as the test's
-launcher (CROSSCOMPILING_EMULATOR): it starts the servers below on free
-loopback ports, runs the test program (under PROGRAM when given) with their
-ports in ZYNET_TEST_SERVERS ("control=P http=P ..."), stops them and exits
-with the program's status. Listing the tests (--gtest_list_tests) starts none.
+CTest runs this as the test's launcher (Wine cannot start Linux programs):
+it starts the servers on free loopback ports, runs the program (under
+PROGRAM) with their ports in ZYNET_TEST_SERVERS ("control=P http=P ..."),
+stops them and exits with the program's status.
 
-Servers, all on 127.0.0.1:
-  http    HTTP/1.1 with keep-alive; answers from scripts (below).
-  https   the same over TLS 1.2 with a self-signed certificate made at start.
-  silent  reads, never answers (COUNT silent-requests: request heads read).
-  proxy   a forward proxy for loopback targets; with PROXYAUTH set it asks
-          for Basic proxy credentials (407) until they match.
-  control one command per connection: a line, an optional payload, the
-          answer, close.
-  hostile, hostiletls, hostilehalfway   the servers of hostile_server.py.
+Servers: http (keep-alive, answers from scripts), https (the same over TLS
+1.2, self-signed), silent (reads, never answers), proxy (forwards to
+loopback; asks for Basic credentials once PROXYAUTH is set), control, and
+those of hostile_server.py.
 
-Control commands:
-  CONTENT <path> <length>\\n<bytes>  the body that GET <path> returns on 200
-  SCRIPT <path> <token>[,<token>...] the answers to the next requests for
-          <path>, one token each, the last one repeating. Tokens: a status
-          code (200 serves the content); basic=USER:PASSWORD (200 when the
-          request carries these Basic credentials, else 401 with a Basic
-          challenge); bogus (401 offering only an unknown scheme).
-  PROXYAUTH <user:password>           the proxy's credentials ("-": none)
-  LOG     every request seen so far: server, connection number, method,
-          path, header block, body; each field "<length> <bytes>".
-  COUNT <server>  connections that server has accepted.
-Paths without a script answer 200. Every answer has a Content-Length.
+Control commands, one a connection:
+  CONTENT <path> <length>\\n<bytes>  the body GET <path> returns on 200
+  SCRIPT <path> <token>[,...]  answers to the next requests, the last one
+          repeating: a status; basic=USER:PASSWORD (200 with these Basic
+          credentials, else 401); bogus (401 offering an unknown scheme)
+  PROXYAUTH <user:password>
+  LOG     every request: server, connection number, method, path, headers,
+          body; each field "<length> <bytes>"
+  COUNT <server>  connections accepted (silent-requests: heads read)
 """
 import argparse
 import base64
 import http.client
 import http.server
 import os
-import socket
 import socketserver
 import subprocess
 import sys
@@ -104,7 +94,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
             self.send_header(name, value)
         self.send_header("Content-Length", str(len(body)))
         self.end_headers()
-        if body and self.command != "HEAD":
+        if body:
             self.wfile.write(body)
 
     def read_and_record(self):
@@ -128,7 +118,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
             return self.answer(200, content)
         self.answer(status, b"" if status == 200 else ("status %d" % status).encode())
 
-    do_GET = do_PUT = do_POST = do_HEAD = do_DELETE = handle_any
+    do_GET = do_PUT = do_POST = handle_any
 
 
 class TlsHandler(Handler):
@@ -161,7 +151,7 @@ class ProxyHandler(Handler):
         finally:
             upstream.close()
 
-    do_GET = do_PUT = do_POST = do_HEAD = do_DELETE = handle_any
+    do_GET = do_PUT = do_POST = handle_any
 
 
 class Server(socketserver.ThreadingMixIn, http.server.HTTPServer):
@@ -213,7 +203,7 @@ class ControlHandler(socketserver.StreamRequestHandler):
             elif words[0] == "SCRIPT":
                 STATE.scripts[words[1]] = words[2].split(",")
             elif words[0] == "PROXYAUTH":
-                STATE.proxy_auth = None if words[1] == "-" else words[1]
+                STATE.proxy_auth = words[1]
             elif words[0] == "LOG":
                 reply = b"".join(b"%d %s" % (len(v), v) for entry in STATE.log for v in map(as_bytes, entry))
             elif words[0] == "COUNT":
@@ -230,10 +220,8 @@ def start(server):
 
 
 def records_env(env, directory, hostile_ports, emulated):
-    """Starts the servers of http_record_server.py over DIRECTORY/root and
-    DIRECTORY/records and describes them in ENV: ZYHTTP_TEST_ROOT and
-    ZYHTTP_TEST_RECORDS (as the program sees them, on Wine's Z: drive), and
-    ZYHTTP_TEST_<NAME>_PORT for them and the hostile servers."""
+    """Starts the servers of http_record_server.py and names their folders
+    and ports (and the hostile ones) in ZYHTTP_TEST_* variables of ENV."""
     root, records, work = (os.path.join(directory, name) for name in ("root", "records", "recorder"))
     for path in (root, records, work):
         os.mkdir(path)
