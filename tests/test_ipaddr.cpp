@@ -109,21 +109,19 @@ TEST(CZyIPAddr, ResolvesLocalhostAndReportsResolverFailures)
 TEST(CZyIPAddr, NamesWithSlashesArePaths)
 {
     CZyIPAddr out;
-    ASSERT_FALSE(CZyIPAddr::GetByName("C:\\x", out, kV4).IsError());
-    EXPECT_EQ(out.GetUnixSockAddr(), "C:\\x");
+    ASSERT_FALSE(CZyIPAddr::GetByName("a/b", out, kV4).IsError());
+    EXPECT_EQ(out.GetUnixSockAddr(), "a/b");
 
     // The path case replaces the list's contents.
     std::vector<CZyIPAddr> list(3, Parse("10.0.0.1"));
-    ASSERT_FALSE(CZyIPAddr::GetAllByName("a/b", list, kAny).IsError());
+    ASSERT_FALSE(CZyIPAddr::GetAllByName("C:\\x", list, kAny).IsError());
     ASSERT_EQ(list.size(), 1u);
-    EXPECT_EQ(list[0].GetUnixSockAddr(), "a/b");
+    EXPECT_EQ(list[0].GetUnixSockAddr(), "C:\\x");
 
-    // 107 bytes fit the field; 108 are refused, not cut short.
-    std::string longest = "/" + std::string(106, 'p');
-    ASSERT_FALSE(CZyIPAddr::GetByName(longest.c_str(), out, kAny).IsError());
-    EXPECT_EQ(out.GetUnixSockAddr(), longest);
-    EXPECT_TRUE(CZyIPAddr::GetByName((longest + "q").c_str(), out, kAny).Is(7));
-    EXPECT_EQ(out.GetUnixSockAddr(), longest);
+    // A path over 107 bytes is refused, not cut short (the bound itself is
+    // checked on the flat records).
+    EXPECT_TRUE(CZyIPAddr::GetByName(("/" + std::string(107, 'p')).c_str(), out, kAny).Is(7));
+    EXPECT_EQ(out.GetUnixSockAddr(), "a/b");
 }
 
 TEST(CZyIPAddr, CollisionSentinelRefusesItsAddress)
@@ -134,10 +132,6 @@ TEST(CZyIPAddr, CollisionSentinelRefusesItsAddress)
     ASSERT_TRUE(err.Is(11001)) << err.AsString();
     EXPECT_EQ(err.GetErrorMessage(), "DNS name collision occured");
     EXPECT_EQ(Text(out), "127.0.53.53");
-
-    std::vector<CZyIPAddr> list{Parse("192.0.2.1")};
-    EXPECT_TRUE(CZyIPAddr::GetAllByName("127.0.53.53", list, kV4).Is(11001));
-    EXPECT_EQ(list.size(), 1u);
     // Only that one address is refused.
     EXPECT_FALSE(CZyIPAddr::GetByName("127.0.53.54", out, kV4).IsError());
 }
@@ -209,10 +203,8 @@ TEST(CZyIPAddr, ProbesTellAbsentFromBroken)
 
 TEST(CZyIPAddr, UnixProbesFollowTheSupportSwitch)
 {
-    // Where AF_UNIX is missing (Wine) the bind fails with the family-absent
-    // code, which must read as "not bindable", not as a failure.
-    // The probe removes the socket file it made, so probing twice (or the
-    // caller's own bind after it) finds the path free.
+    // Without AF_UNIX (Wine) the family-absent code reads as "not bindable";
+    // the probe removes its socket file, so a second probe finds the path free.
     bool supported = ZYNET_AreUnixSocketsSupported() != 0;
     std::string path = zytest::TempSocketPath("probe");
     bool present = !supported;
