@@ -130,7 +130,6 @@ TEST(Blacklist, IterationCursorAndCopies)
     EXPECT_TRUE(err.Is(259));
     EXPECT_EQ(err.GetErrorKind(), EErrorKind::Win32);
     EXPECT_EQ(err.GetErrorMessage(), "End of blacklist reached");
-    EXPECT_EQ(secondsLeft, -1);  // expiration is off: no time limit
     ASSERT_EQ(err.GetItems().size(), 2u);
     EXPECT_STREQ(err.GetItems()[0]->Location().Function(), "CZyIPAddrBlacklist::GetNextBlacklistEntry");
     EXPECT_STREQ(err.GetItems()[1]->Location().Function(), "CZyIPAddrBlacklist::GetFirstBlacklistEntry");
@@ -161,7 +160,6 @@ TEST(Blacklist, IterationCursorAndCopies)
     CZyIPAddrBlacklist assigned;
     assigned = copy;
     EXPECT_FALSE(assigned.IsAddressBlacklisted(Addr("10.0.0.2"), &reason, nullptr));  // expired by the shared clock
-    EXPECT_EQ(c.Entries(&assigned), std::vector<std::string>{"10.0.0.3"});
     EXPECT_EQ(c.Entries(&copy).size(), 2u);
 }
 

@@ -1,7 +1,5 @@
-// A client/server exchange the way callers write it: start-up guard,
-// resolve, connect, time-limited send and receive, close; over IPv4, IPv6
-// and a Unix-domain path. A silent and a closing server show the error
-// values with the location that each layer pushed.
+// A client/server exchange the way callers write it, over IPv4, IPv6 and a
+// Unix-domain path; a silent and a closing server show each layer's error.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -67,8 +65,7 @@ CZyError RunClient(const std::string& name, CZyIPAddr::IP_FAMILY family, int por
     return err.IsError() ? err.Push(ZY_LOC("ExchangeClient::Run"), "asking for job 42") : err;
 }
 
-// The socket raised the error with its own location and message; the client
-// added exactly one item on top.
+// The socket's own item, and exactly one the client added on top.
 void ExpectLayers(const CZyError& err, const char* message)
 {
     ASSERT_TRUE(err.IsError());
@@ -145,8 +142,7 @@ INSTANTIATE_TEST_SUITE_P(Families, Exchange,
                                            Target{"Unix", "", CZyIPAddr::IP_FAMILY_UNSPEC}),
                          [](const ::testing::TestParamInfo<Target>& info) { return std::string(info.param.label); });
 
-// Copies of a started guard each give back their own start: after all of
-// them are gone, the test process's own start still holds (on Windows a
+// Copies of a started guard give back only their own start (on Windows a
 // second clean-up of one start would leave sockets failing with 10093).
 TEST(CZySockInit, CopiesCleanUpOnlyTheirOwnStart)
 {

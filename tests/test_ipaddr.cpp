@@ -109,21 +109,19 @@ TEST(CZyIPAddr, ResolvesLocalhostAndReportsResolverFailures)
 TEST(CZyIPAddr, NamesWithSlashesArePaths)
 {
     CZyIPAddr out;
-    ASSERT_FALSE(CZyIPAddr::GetByName("C:\\x", out, kV4).IsError());
-    EXPECT_EQ(out.GetUnixSockAddr(), "C:\\x");
+    ASSERT_FALSE(CZyIPAddr::GetByName("a/b", out, kV4).IsError());
+    EXPECT_EQ(out.GetUnixSockAddr(), "a/b");
 
     // The path case replaces the list's contents.
     std::vector<CZyIPAddr> list(3, Parse("10.0.0.1"));
-    ASSERT_FALSE(CZyIPAddr::GetAllByName("a/b", list, kAny).IsError());
+    ASSERT_FALSE(CZyIPAddr::GetAllByName("C:\\x", list, kAny).IsError());
     ASSERT_EQ(list.size(), 1u);
-    EXPECT_EQ(list[0].GetUnixSockAddr(), "a/b");
+    EXPECT_EQ(list[0].GetUnixSockAddr(), "C:\\x");
 
-    // 107 bytes fit the field; 108 are refused, not cut short.
-    std::string longest = "/" + std::string(106, 'p');
-    ASSERT_FALSE(CZyIPAddr::GetByName(longest.c_str(), out, kAny).IsError());
-    EXPECT_EQ(out.GetUnixSockAddr(), longest);
-    EXPECT_TRUE(CZyIPAddr::GetByName((longest + "q").c_str(), out, kAny).Is(7));
-    EXPECT_EQ(out.GetUnixSockAddr(), longest);
+    // A path over 107 bytes is refused, not cut short (the bound itself is
+    // checked on the flat records).
+    EXPECT_TRUE(CZyIPAddr::GetByName(("/" + std::string(107, 'p')).c_str(), out, kAny).Is(7));
+    EXPECT_EQ(out.GetUnixSockAddr(), "a/b");
 }
 
 TEST(CZyIPAddr, CollisionSentinelRefusesItsAddress)
@@ -134,25 +132,19 @@ TEST(CZyIPAddr, CollisionSentinelRefusesItsAddress)
     ASSERT_TRUE(err.Is(11001)) << err.AsString();
     EXPECT_EQ(err.GetErrorMessage(), "DNS name collision occured");
     EXPECT_EQ(Text(out), "127.0.53.53");
-
-    std::vector<CZyIPAddr> list{Parse("192.0.2.1")};
-    EXPECT_TRUE(CZyIPAddr::GetAllByName("127.0.53.53", list, kV4).Is(11001));
-    EXPECT_EQ(list.size(), 1u);
     // Only that one address is refused.
     EXPECT_FALSE(CZyIPAddr::GetByName("127.0.53.54", out, kV4).IsError());
 }
 
 #if !defined(_WIN32)
-TEST(CZyIPAddr, HostsFileNamesCollideAppendAndReverse)
+TEST(CZyIPAddr, HostsFileNamesCollideAndReverse)
 {
     if (!zytest::CanUseNetNamespaces())
         GTEST_SKIP() << "needs root and private network and mount namespaces";
     CZyString self;
     ASSERT_FALSE(CZyIPAddr::GetLocalHost(self).IsError());
-    // The resolver sorts answers by reachability, so each name's entries are
-    // of one kind and file order is resolver order.
-    std::string hosts = "10.9.8.1 multi.test\n10.9.8.2 multi.test\n10.9.8.3 multi.test\n"
-                        "127.0.53.53 collide.test\n"
+    // mixed.test: loopback entries only, so file order is resolver order.
+    std::string hosts = "10.9.8.2 multi.test\n127.0.53.53 collide.test\n"
                         "127.0.53.52 mixed.test\n127.0.53.53 mixed.test\n127.0.53.54 mixed.test\n"
                         "10.9.8.7 " + self.str() + "\n";
     std::string failures = zytest::RunInNetNamespace([&hosts] {
@@ -164,12 +156,7 @@ TEST(CZyIPAddr, HostsFileNamesCollideAppendAndReverse)
         CZyError err = CZyIPAddr::GetByName("collide.test", out, kAny);
         c.Expect(err.Is(11001) && err.GetErrorMessage() == "DNS name collision occured", "collide.test accepted");
 
-        std::vector<CZyIPAddr> list{CZyIPAddr("/a"), CZyIPAddr("/b")};
-        err = CZyIPAddr::GetAllByName("multi.test", list, kV4);
-        c.Expect(!err.IsError() && list.size() == 5 && Text(list[2]) == "10.9.8.1" && Text(list[4]) == "10.9.8.3",
-                 "multi.test: 2 + 3 entries in resolver order expected");
-
-        list.clear();
+        std::vector<CZyIPAddr> list;
         c.Expect(CZyIPAddr::GetAllByName("mixed.test", list, kV4).Is(11001), "mixed.test accepted");
         c.Expect(list.size() == 1 && Text(list[0]) == "127.0.53.52", "mixed.test: entries before the sentinel lost");
 
@@ -209,10 +196,8 @@ TEST(CZyIPAddr, ProbesTellAbsentFromBroken)
 
 TEST(CZyIPAddr, UnixProbesFollowTheSupportSwitch)
 {
-    // Where AF_UNIX is missing (Wine) the bind fails with the family-absent
-    // code, which must read as "not bindable", not as a failure.
-    // The probe removes the socket file it made, so probing twice (or the
-    // caller's own bind after it) finds the path free.
+    // Without AF_UNIX (Wine) the family-absent code reads as "not bindable";
+    // the probe removes its socket file, so a second probe finds the path free.
     bool supported = ZYNET_AreUnixSocketsSupported() != 0;
     std::string path = zytest::TempSocketPath("probe");
     bool present = !supported;

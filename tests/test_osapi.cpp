@@ -1,6 +1,5 @@
-// The OS boundary against real sockets on loopback: error and family
-// translation, the wait primitive and the resolver. (Transfers and address
-// records through it are covered by the flat calls' tests.)
+// The OS boundary on loopback: error and family translation, the wait
+// primitive and the resolver (transfers: the flat calls' tests).
 #include <gtest/gtest.h>
 
 #include <string.h>
@@ -33,17 +32,13 @@ TEST(OsApi, ErrorAndFamilyTranslation)
 #if !defined(_WIN32)
     // The translation table, one pair per line: errno or EAI_* code, then the
     // portable (Winsock) number; an unmapped errno passes through.
-    const int errnos[][2] = {{ECONNREFUSED, 10061}, {ETIMEDOUT, 10060}, {EAFNOSUPPORT, 10047}, {EACCES, 10013},
-                             {EPERM, 10013},        {EAGAIN, 10035},    {EWOULDBLOCK, 10035},  {EBADF, 10038},
-                             {ENOTSOCK, 10038},     {ENOMEM, 8},        {EINPROGRESS, 10036},  {EADDRINUSE, 10048},
-                             {ECONNRESET, 10054},   {EPIPE, 10058},     {EHOSTUNREACH, 10065}, {EMSGSIZE, 10040},
-                             {0, 0},                {ENOENT, ENOENT}};
+    const int errnos[][2] = {{ECONNREFUSED, 10061}, {ETIMEDOUT, 10060}, {EPERM, 10013},     {EAGAIN, 10035},
+                             {EBADF, 10038},        {ENOMEM, 8},        {EINPROGRESS, 10036}, {ECONNRESET, 10054},
+                             {EPIPE, 10058},        {0, 0},             {ENOENT, ENOENT}};
     for (const auto& e : errnos)
         EXPECT_EQ(zyos::TranslateErrno(e[0]), e[1]) << "errno " << e[0];
-    const int resolver[][2] = {{EAI_NONAME, 11001},     {EAI_AGAIN, 11002},   {EAI_FAIL, 11003},
-                               {EAI_NODATA, 11004},     {EAI_ADDRFAMILY, 11004}, {EAI_FAMILY, 10047},
-                               {EAI_MEMORY, 8},         {EAI_SERVICE, 10109}, {EAI_SOCKTYPE, 10044},
-                               {EAI_BADFLAGS, 10022},   {EAI_OVERFLOW, 10014}, {0, 0}};
+    const int resolver[][2] = {{EAI_NONAME, 11001}, {EAI_AGAIN, 11002},   {EAI_NODATA, 11004},
+                               {EAI_FAMILY, 10047}, {EAI_OVERFLOW, 10014}, {0, 0}};
     for (const auto& e : resolver)
         EXPECT_EQ(zyos::TranslateResolverError(e[0]), e[1]) << "resolver code " << e[0];
     errno = ECONNRESET;
@@ -51,8 +46,6 @@ TEST(OsApi, ErrorAndFamilyTranslation)
 #endif
     EXPECT_EQ(zyos::TranslateErrno(10061), 10061);  // portable codes are never translated again
     EXPECT_EQ(zyos::TranslateResolverError(11001), 11001);
-    for (int family : {0, 1, 2})
-        EXPECT_EQ(zyos::FamilyToOs(family), family);
     for (int family : {0, 1, 2, 23})
         EXPECT_EQ(zyos::FamilyFromOs(zyos::FamilyToOs(family)), family);
     EXPECT_EQ(zyos::FamilyToOs(ZYNET_AF_INET6) == 23, zytest::IsWindowsTarget());
@@ -129,10 +122,6 @@ TEST(OsApi, PollReportsReadinessTimeoutsAndBadHandles)
     EXPECT_EQ(bad[0].revents, zyos::POLL_INVALID);
     EXPECT_EQ(bad[2].revents, zyos::POLL_INVALID);
     EXPECT_GE(ready, 2);
-    zyos::PollEntry closedOnly = {gone, zyos::POLL_WRITE, 0};
-    ASSERT_EQ(zyos::Poll(&closedOnly, 1, 5000, &ready), 0);
-    EXPECT_EQ(closedOnly.revents, zyos::POLL_INVALID);
-    EXPECT_EQ(ready, 1);
 }
 
 #if !defined(_WIN32)
@@ -146,7 +135,8 @@ TEST(OsApi, LinuxKeepAliveIsInSecondsWithinLinuxRange)
         getsockopt(static_cast<int>(c.client), level, name, &value, &length);
         return value;
     };
-    ASSERT_EQ(zyos::SetKeepAlive(c.client, 45, 7), 0);
+    ASSERT_EQ(ZYNET_settcpkeepaliveoptions(c.client, 45, 7), 0);  // the flat call on top
+    EXPECT_NE(option(SOL_SOCKET, SO_KEEPALIVE), 0);
     EXPECT_EQ(option(IPPROTO_TCP, TCP_KEEPINTVL), 7);
     // Zero (accepted by Windows) is raised to Linux's minimum of one second.
     ASSERT_EQ(zyos::SetKeepAlive(c.client, 0, 0), 0);
@@ -191,18 +181,13 @@ TEST(OsApi, WindowsResolverSubstitutesAreIPv4Only)
     ASSERT_NE(list, nullptr);
     EXPECT_EQ(list->ai_family, AF_INET);
     EXPECT_EQ(list->ai_next, nullptr);
-    const sockaddr_in* in = reinterpret_cast<const sockaddr_in*>(list->ai_addr);
-    EXPECT_EQ(ntohs(in->sin_port), 80);
-    EXPECT_EQ(ntohl(in->sin_addr.s_addr), 0x7F000001u);
-    EXPECT_STREQ(list->ai_canonname, "127.0.0.1");
+    EXPECT_EQ(ntohs(reinterpret_cast<const sockaddr_in*>(list->ai_addr)->sin_port), 80);
 
     char host[32];
     EXPECT_EQ(SubstituteGetNameInfo(list->ai_addr, sizeof(sockaddr_in), host, sizeof(host), nullptr, 0,
                                     NI_NUMERICHOST),
               0);
     EXPECT_STREQ(host, "127.0.0.1");
-    EXPECT_EQ(SubstituteGetNameInfo(list->ai_addr, sizeof(sockaddr_in), host, 4, nullptr, 0, NI_NUMERICHOST),
-              WSAEFAULT);
     EXPECT_EQ(SubstituteGetNameInfo(list->ai_addr, 8, host, sizeof(host), nullptr, 0, NI_NUMERICHOST), WSAEFAULT);
     SubstituteFreeAddrInfo(list);
 
@@ -211,14 +196,5 @@ TEST(OsApi, WindowsResolverSubstitutesAreIPv4Only)
     EXPECT_EQ(list, nullptr);
     hints.ai_family = AF_INET6;
     EXPECT_EQ(SubstituteGetAddrInfo("127.0.0.1", nullptr, &hints, &list), WSAEAFNOSUPPORT);
-
-    // A name goes through gethostbyname (localhost comes from the hosts file).
-    hints.ai_family = AF_UNSPEC;
-    hints.ai_flags = AI_CANONNAME;
-    ASSERT_EQ(SubstituteGetAddrInfo("localhost", nullptr, &hints, &list), 0);
-    ASSERT_NE(list, nullptr);
-    EXPECT_EQ(list->ai_family, AF_INET);
-    EXPECT_NE(list->ai_canonname, nullptr);
-    SubstituteFreeAddrInfo(list);
 }
 #endif

