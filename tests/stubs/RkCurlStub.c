@@ -257,5 +257,5 @@ STUB_COUNTED(CURLMcode, curl_multi_timeout, (CURLM* multi, long* milliseconds), 
 
 STUB_COUNTED(char*, curl_version, (void), (char*)"RkCurlStub/1.0")
 
-static curl_version_info_data g_versionInfo = {CURLVERSION_NOW, "1.0-stub"};
+static curl_version_info_data g_versionInfo = {.age = CURLVERSION_NOW, .version = "1.0-stub"};
 STUB_COUNTED(curl_version_info_data*, curl_version_info, (CURLversion version), &g_versionInfo)
