@@ -1,6 +1,5 @@
-// The curl binding when the library file named by ZYNET_CURL_LIBRARY does not
-// exist: every wrapper returns its fallback and the file is looked for once.
-// A program of its own: the choice of file is made once per process.
+// The curl binding when the file named by ZYNET_CURL_LIBRARY does not exist
+// (a program of its own: the file is chosen once per process).
 // The form options are deprecated in curl's headers.
 #define CURL_DISABLE_DEPRECATION
 #include <gtest/gtest.h>
@@ -27,8 +26,7 @@ public:
 TEST(CurlBindingMissing, EveryWrapperFallsBackAndTheFileIsLookedForOnce)
 {
     ASSERT_EQ(curlLibraryLookups(), 0u);
-    // Twice over: the second round must neither look again nor behave
-    // differently.
+    // The second round must neither look again nor behave differently.
     for (int round = 0; round < 2; ++round)
     {
         EXPECT_EQ(rk_curl_easy_init(), nullptr);
@@ -39,7 +37,6 @@ TEST(CurlBindingMissing, EveryWrapperFallsBackAndTheFileIsLookedForOnce)
         EXPECT_EQ(rk_curl_global_init(CURL_GLOBAL_ALL), CURLE_OK);
         rk_curl_global_cleanup();
         EXPECT_EQ(rk_curl_easy_setopt(nullptr, CURLOPT_TIMEOUT, 5), CURLE_FAILED_INIT);
-        EXPECT_EQ(rk_curl_easy_setopt(nullptr, CURLOPT_URL, "http://127.0.0.1/"), CURLE_FAILED_INIT);
         EXPECT_EQ(rk_curl_easy_setopt(nullptr, CURLOPT_MAXFILESIZE_LARGE, 1LL << 40), CURLE_FAILED_INIT);
         long status = -7;
         EXPECT_EQ(rk_curl_easy_getinfo(nullptr, CURLINFO_RESPONSE_CODE, &status), CURLE_FAILED_INIT);
@@ -51,14 +48,9 @@ TEST(CurlBindingMissing, EveryWrapperFallsBackAndTheFileIsLookedForOnce)
                   CURL_FORMADD_NULL);
         char date[] = "Sun, 06 Nov 1994 08:49:37 GMT";
         EXPECT_EQ(rk_curl_getdate(date, nullptr), -1);
-        EXPECT_EQ(rk_curl_slist_append(nullptr, "X-A: 1"), nullptr);
         EXPECT_EQ(rk_curl_multi_init(), nullptr);
-        int running = -1;
-        EXPECT_EQ(rk_curl_multi_perform(nullptr, &running), CURLM_BAD_HANDLE);
         // The calls that return nothing do nothing.
         rk_curl_easy_cleanup(nullptr);
-        rk_curl_free(nullptr);
-        rk_curl_slist_free_all(nullptr);
         EXPECT_STREQ(rk_curl_library_path(), "");
     }
     EXPECT_EQ(getCurlLibrary(), nullptr);

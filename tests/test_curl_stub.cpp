@@ -1,8 +1,6 @@
 // The curl binding over a stand-in library (tests/stubs/RkCurlStub.c) that
-// lacks "curl_easy_pause". The program runs from a directory of its own with
-// the stand-in beside it under the name the binding looks for there
-// ("RKCurl.dll", "libRKCurl.so"), so the search beside the module is tested
-// too.
+// lacks "curl_easy_pause", found beside the test program under the name the
+// binding looks for there.
 // The form options are deprecated in curl's headers.
 #define CURL_DISABLE_DEPRECATION
 #include <gtest/gtest.h>
@@ -30,25 +28,12 @@ namespace
 struct Stub : zytest::CurlStub
 {
     Stub() : CurlStub(rk_curl_library_path()) {}
-    // The last setopt that reached the stand-in.
     Set LastSet() const { return Options().back(); }
 };
 
-std::string ExpectedStubPath()
-{
-    std::string directory;
-    // The test program holds the binding (static library).
-    if (!CZyLibrary::ModuleDirectoryOf(reinterpret_cast<const void*>(&ExpectedStubPath), directory))
-        return "?";
-    return directory + (zytest::IsWindowsTarget() ? "RKCurl.dll" : "libRKCurl.so");
-}
-
-// curl's global clean-up belongs to process exit: once the tests are done it
-// must not have run yet, and after the binding has released the library it
-// must have run exactly once. An exit handler registered before the first
-// wrapper call runs after the binding's own clean-up; it reads the stand-in's
-// counter through a reference of its own that keeps the module loaded, and
-// turns a wrong count into a failing exit status.
+// curl's global clean-up belongs to process exit: not yet run when the tests
+// end, run once after the binding released the library. The exit handler,
+// registered before the first wrapper call, runs after the binding's.
 long (*g_cleanupCalls)(const char*) = nullptr;
 
 void CheckCleanupAtExit()
@@ -127,7 +112,9 @@ TEST(CurlBindingStub, SixteenThreadsLoadTheLibraryOnce)
 
 TEST(CurlBindingStub, FoundBesideTheModuleThatHoldsTheBinding)
 {
-    EXPECT_EQ(std::string(rk_curl_library_path()), ExpectedStubPath());
+    std::string directory;  // the test program holds the binding (static library)
+    ASSERT_TRUE(CZyLibrary::ModuleDirectoryOf(reinterpret_cast<const void*>(&zytest::AppendTo), directory));
+    EXPECT_EQ(directory + (zytest::IsWindowsTarget() ? "RKCurl.dll" : "libRKCurl.so"), rk_curl_library_path());
 }
 
 TEST(CurlBindingStub, OnlyTheMissingSymbolFallsBack)
@@ -137,24 +124,13 @@ TEST(CurlBindingStub, OnlyTheMissingSymbolFallsBack)
     void* curl = rk_curl_easy_init();
     ASSERT_NE(curl, nullptr);
     const long cleanups = stub.calls("curl_easy_cleanup");
-    for (int round = 0; round < 3; ++round)
-        EXPECT_EQ(rk_curl_easy_pause(curl, CURLPAUSE_ALL), CURLE_FAILED_INIT);
-
-    const long performs = stub.calls("curl_easy_perform");
+    EXPECT_EQ(rk_curl_easy_pause(curl, CURLPAUSE_ALL), CURLE_FAILED_INIT);
     EXPECT_EQ(rk_curl_easy_perform(curl), CURLE_OK);
     EXPECT_EQ(rk_curl_easy_perform(nullptr), CURLE_BAD_FUNCTION_ARGUMENT);
-    EXPECT_EQ(stub.calls("curl_easy_perform"), performs + 2);
     long status = 0;
     EXPECT_EQ(rk_curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status), CURLE_OK);
     EXPECT_EQ(status, 200);
-    EXPECT_STREQ(rk_curl_easy_strerror(CURLE_OK), "stub strerror");
-    EXPECT_STREQ(rk_curl_version(), "RkCurlStub/1.0");
     EXPECT_STREQ(rk_curl_version_info(CURLVERSION_NOW)->version, "1.0-stub");
-    char date[] = "12345";
-    EXPECT_EQ(rk_curl_getdate(date, nullptr), 5);
-    long timeout = 0;
-    EXPECT_EQ(rk_curl_multi_timeout(rk_curl_multi_init(), &timeout), CURLM_OK);
-    EXPECT_EQ(timeout, 1234);
     rk_curl_easy_cleanup(curl);
     EXPECT_EQ(stub.calls("curl_easy_cleanup"), cleanups + 1);
     // Deliberately empty: curl's global state belongs to the loaded library.
@@ -203,14 +179,6 @@ TEST(CurlBindingStub, FormaddPassesEachShapeThrough)
               CURL_FORMADD_OK);
     EXPECT_EQ(stub.formTrace(), field(CURLFORM_CONTENTHEADER, "X-Part: 1") + field(CURLFORM_COPYNAME, "log") +
                                     field(CURLFORM_FILE, "app.log"));
-    EXPECT_EQ(rk_curl_formadd(&first, &last, CURLFORM_COPYNAME, "n", CURLFORM_FILE, "f.txt", CURLFORM_CONTENTTYPE,
-                              "text/plain", CURLFORM_END),
-              CURL_FORMADD_OK);
-    EXPECT_EQ(stub.formTrace(), field(CURLFORM_COPYNAME, "n") + field(CURLFORM_FILE, "f.txt") +
-                                    field(CURLFORM_CONTENTTYPE, "text/plain"));
-    EXPECT_EQ(rk_curl_formadd(&first, &last, CURLFORM_COPYNAME, "k", CURLFORM_COPYCONTENTS, "v", CURLFORM_END),
-              CURL_FORMADD_OK);
-    EXPECT_EQ(stub.formTrace(), field(CURLFORM_COPYNAME, "k") + field(CURLFORM_COPYCONTENTS, "v"));
     char buffer[] = "DATA";
     EXPECT_EQ(rk_curl_formadd(&first, &last, CURLFORM_COPYNAME, "b", CURLFORM_BUFFER, "b.bin", CURLFORM_BUFFERPTR,
                               static_cast<void*>(buffer), CURLFORM_BUFFERLENGTH, 4L, CURLFORM_END),

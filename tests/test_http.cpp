@@ -1,7 +1,4 @@
-// HTTP(S) requests against real loopback servers: nginx (plain and TLS,
-// autoindex, WebDAV, basic authentication, redirect, 404, 503), Python's
-// http.server, Apache's mod_autoindex, tinyproxy and a scripted server that
-// misbehaves (see support/http_servers.py).
+// HTTP(S) requests against the loopback servers of support/http_servers.py.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -47,72 +44,46 @@ std::string ServerSaid(int status)
     return "Requested Operation Failed. Return value from CURL: [0] Response code from server: [" +
            std::to_string(status) + "]";
 }
-
-std::string Pattern(size_t size)
-{
-    std::string data(size, '\0');
-    for (size_t i = 0; i < size; ++i)
-        data[i] = static_cast<char>(i * 131 + i / 251);
-    return data;
-}
 }  // namespace
 
-TEST(HttpRequest, GetPutDeleteRoundTripThroughWebDav)
+TEST(HttpRequest, TransfersRoundTripThroughWebDav)
 {
     REQUIRE_SERVERS();
     std::string body;
     RkHTTPReq request;
     Open(request, servers.http, &body);
-
-    // PUT from a buffer, into a directory that does not exist yet; the name
-    // has a space and non-ASCII letters, encoded on the way.
-    const std::string data = Pattern(100000);
-    const std::string name = "round trip/\xC3\xA9t\xC3\xA9 file.bin";
-    ZYTEST_ASSERT_OK(request.doPutOperation(("dav/" + name).c_str(), data.data(), static_cast<long>(data.size()),
-                                            kNoCommands));
-    EXPECT_EQ(data, ReadFile(servers.www + "/dav/" + name));
-
-    ZYTEST_ASSERT_OK(request.doGetOperation(("/dav/" + name).c_str(), kNoCommands));
-    EXPECT_EQ(data, body);
-
-    // DELETE, then the server no longer has it and a GET is a 404 failure.
-    ZYTEST_ASSERT_OK(request.doDeleteOperation(("dav/" + name).c_str(), "", 0, kNoCommands));
-    EXPECT_FALSE(zytest::PathExists(servers.www + "/dav/" + name));
-    CZyError error = request.doGetOperation(("dav/" + name).c_str(), kNoCommands);
-    EXPECT_TRUE(IsRkCURL(error, 0) && error.HasMessage(ServerSaid(404))) << error.AsString();
-    int code = 0;
-    request.getLastServerResponseCode(code);
-    EXPECT_EQ(404, code);
-}
-
-TEST(HttpRequest, UploadFileAndDownloadToFileStreamWholeFiles)
-{
-    REQUIRE_SERVERS();
-    RkHTTPReq request;
-    Open(request, servers.http, nullptr);
     const std::string local = servers.www + "/../upload-source.bin";
     ASSERT_TRUE(zytest::WritePattern(local, 3 * 1024 * 1024 + 7));
     const std::string data = ReadFile(local);
-    ZYTEST_ASSERT_OK(request.uploadFile(local.c_str(), "dav/uploaded.bin", 0, kNoCommands));
-    EXPECT_EQ(data, ReadFile(servers.www + "/dav/uploaded.bin"));
+
+    // Into a directory that does not exist yet; the name has a space and
+    // non-ASCII letters, encoded on the way.
+    const std::string name = "dav/round trip/\xC3\xA9t\xC3\xA9 file.bin";
+    ZYTEST_ASSERT_OK(request.uploadFile(local.c_str(), name.c_str(), 0, kNoCommands));
+    EXPECT_TRUE(data == ReadFile(servers.www + "/" + name));
+    ZYTEST_ASSERT_OK(request.doGetOperation(("/" + name).c_str(), kNoCommands));
+    EXPECT_TRUE(data == body) << body.size();
+    const std::string copy = servers.www + "/../downloaded.bin";
+    ZYTEST_ASSERT_OK(request.downloadToFile(name.c_str(), copy.c_str()));
+    EXPECT_TRUE(data == ReadFile(copy));
 
     // Only the first bytes when a size is given; more than the file holds is
-    // refused before anything is sent.
+    // refused before anything is sent. A PUT sends a buffer.
     ZYTEST_ASSERT_OK(request.uploadFile(local.c_str(), "dav/part.bin", 1000, kNoCommands));
     EXPECT_EQ(data.substr(0, 1000), ReadFile(servers.www + "/dav/part.bin"));
     CZyError error =
         request.uploadFile(local.c_str(), "dav/toolong.bin", static_cast<unsigned>(data.size() + 1), kNoCommands);
     EXPECT_TRUE(error.HasMessage("Invalid Buffer size.")) << error.AsString();
     EXPECT_FALSE(zytest::PathExists(servers.www + "/dav/toolong.bin"));
-    error = request.uploadFile((local + ".missing").c_str(), "dav/missing.bin", 0, kNoCommands);
-    EXPECT_TRUE(error.IsError());
+    ZYTEST_ASSERT_OK(request.doPutOperation("dav/part.bin", data.data() + 7, 3000, kNoCommands));
+    EXPECT_EQ(data.substr(7, 3000), ReadFile(servers.www + "/dav/part.bin"));
 
-    const std::string copy = servers.www + "/../downloaded.bin";
-    ZYTEST_ASSERT_OK(request.downloadToFile("dav/uploaded.bin", copy.c_str()));
-    EXPECT_EQ(data, ReadFile(copy));
-
-    for (const char* name : {"dav/uploaded.bin", "dav/part.bin"})
-        EXPECT_FALSE(request.doDeleteOperation(name, "", 0, kNoCommands).IsError());
+    // DELETE, then the server no longer has it and a GET is a 404 failure.
+    ZYTEST_ASSERT_OK(request.doDeleteOperation(name.c_str(), "", 0, kNoCommands));
+    EXPECT_FALSE(zytest::PathExists(servers.www + "/" + name));
+    error = request.doGetOperation(name.c_str(), kNoCommands);
+    EXPECT_TRUE(IsRkCURL(error, 0) && error.HasMessage(ServerSaid(404))) << error.AsString();
+    EXPECT_FALSE(request.doDeleteOperation("dav/part.bin", "", 0, kNoCommands).IsError());
     FXFile::RemoveFile(local.c_str());
     FXFile::RemoveFile(copy.c_str());
 }
@@ -183,11 +154,8 @@ TEST(HttpRequest, StatusCodesDecideSuccess)
     RkHTTPReq request;
     Open(request, servers.http, &body);
 
-    CZyError error = request.doGetOperation("unavailable", kNoCommands);
-    EXPECT_TRUE(IsRkCURL(error, 0) && error.HasMessage(ServerSaid(503))) << error.AsString();
-
     // Basic authentication: refused without credentials, served with them.
-    error = request.doGetOperation("auth/secret.txt", kNoCommands);
+    CZyError error = request.doGetOperation("auth/secret.txt", kNoCommands);
     EXPECT_TRUE(error.HasMessage(ServerSaid(401))) << error.AsString();
     ASSERT_FALSE(request.setCredentials(servers.user, servers.password).IsError());
     body.clear();
@@ -246,8 +214,6 @@ TEST(HttpRequest, FileInformationAndExistence)
     EXPECT_EQ(EErrorKind::Int, error.GetErrorKind());
     EXPECT_EQ(0u, error.GetErrorMessage().find("Failed to check if File exists.Error Code : [7]. Error Message ["))
         << error.AsString();
-    error = closed.checkIfFileOrDirExists("x/", false, exists);
-    EXPECT_EQ(0u, error.GetErrorMessage().find("Failed to check if Directory exists. Error Code : [7]."));
     EXPECT_TRUE(IsRkCURL(closed.checkConnection(), 7));
     EXPECT_FALSE(request.checkConnection().IsError());
 }
@@ -274,17 +240,14 @@ TEST(HttpRequest, TlsVerifiesWithTheTestCA)
     error = request.doGetOperation("hello.txt", kNoCommands);
     EXPECT_TRUE(IsRkCURL(error, CURLE_PEER_FAILED_VERIFICATION)) << error.AsString();
 
-    ASSERT_FALSE(request.setSecured(true, servers.caFile).IsError());
-    ZYTEST_ASSERT_OK(request.doGetOperation("hello.txt", kNoCommands));
-    EXPECT_EQ(ReadFile(servers.www + "/hello.txt"), body);
-
-    // Not secured: any certificate will do.
-    RkHTTPReq insecure(HTTPS);
-    Open(insecure, servers.https, &body, true);
-    body.clear();
-    ASSERT_FALSE(insecure.setSecured(false, "").IsError());
-    ZYTEST_ASSERT_OK(insecure.doGetOperation("hello.txt", kNoCommands));
-    EXPECT_EQ(ReadFile(servers.www + "/hello.txt"), body);
+    // Not secured, any certificate will do; secured with the test CA, it is known.
+    for (bool secured : {false, true})
+    {
+        ASSERT_FALSE(request.setSecured(secured, secured ? servers.caFile : "").IsError());
+        body.clear();
+        ZYTEST_ASSERT_OK(request.doGetOperation("hello.txt", kNoCommands));
+        EXPECT_EQ(ReadFile(servers.www + "/hello.txt"), body);
+    }
 }
 
 TEST(HttpRequest, CopiesKeepSettingsWithTheirOwnHandle)
@@ -302,9 +265,6 @@ TEST(HttpRequest, CopiesKeepSettingsWithTheirOwnHandle)
         EXPECT_TRUE(copy.getLinkRedirects());
         ZYTEST_ASSERT_OK(copy.doGetOperation("auth/secret.txt", kNoCommands));
         EXPECT_EQ(ReadFile(servers.www + "/auth/secret.txt"), body);
-        body.clear();
-        ZYTEST_ASSERT_OK(copy.doGetOperation("redirect", kNoCommands));
-        EXPECT_EQ(ReadFile(servers.www + "/hello.txt"), body);
     }
     // The copy is gone; the original's handle still works.
     body.clear();
@@ -336,14 +296,10 @@ void ExpectListing(const std::vector<FileDirInfo>& entries, const std::string& d
         if (sizesAndDates)
         {
             EXPECT_EQ(it->second.size, entry.size) << entry.name;
-            EXPECT_FALSE(entry.modificationText.empty()) << entry.name;
             EXPECT_GT(entry.modificationTime, 0) << entry.name;
         }
         else
-        {
-            EXPECT_EQ(-1, entry.size);
-            EXPECT_EQ(-1, entry.modificationTime);
-        }
+            EXPECT_TRUE(entry.size == -1 && entry.modificationTime == -1) << entry.name;
     }
 }
 
@@ -373,36 +329,6 @@ TEST(HttpListing, NginxAutoindexApacheAndPythonPages)
     }
 }
 
-TEST(HttpFailures, SilentServerAndShortBody)
-{
-    REQUIRE_SERVERS();
-    std::string body;
-    RkHTTPReq request;
-    Open(request, servers.silent, &body);
-    // The server never answers: only the time limit ends the request.
-    ASSERT_FALSE(request.SetTimeOut(1).IsError());
-    CZyError error = request.doGetOperation("anything", kNoCommands);
-    EXPECT_TRUE(IsRkCURL(error, CURLE_OPERATION_TIMEDOUT)) << error.AsString();
-    int code = 0;
-    std::string message;
-    request.getLastCurlErrorCodeAndErrorMsg(code, message);
-    EXPECT_TRUE(code == CURLE_OPERATION_TIMEDOUT && !message.empty()) << code;
-    request.resetCurlErrorCodeAndErrorMsg();
-    request.getLastCurlErrorCodeAndErrorMsg(code, message);
-    EXPECT_TRUE(code == 0 && message.empty()) << code << " " << message;
-
-    // A body shorter than its Content-Length, into a callback (HostilePeers
-    // covers the other misbehaviours, into files).
-    if (!servers.hostile)
-        GTEST_SKIP() << "the hostile server did not start";
-    RkHTTPReq broken;
-    Open(broken, servers.hostile, &body);
-    error = broken.doGetOperation("short-body", kNoCommands);
-    EXPECT_TRUE(IsRkCURL(error, CURLE_PARTIAL_FILE)) << error.AsString();
-    EXPECT_EQ(0u, error.GetErrorMessage().find("CURL perform failed.Curl ErrorCode : [18], Error Message : ["))
-        << error.AsString();
-}
-
 TEST(HttpProxy, AuthenticationBypassAndDisable)
 {
     REQUIRE_SERVERS();
@@ -411,6 +337,12 @@ TEST(HttpProxy, AuthenticationBypassAndDisable)
     std::string body;
     const std::string proxyPort = std::to_string(servers.proxy);
     const std::string expected = ReadFile(servers.www + "/hello.txt");
+
+    auto expectServed = [&](RkHTTPReq& request) {
+        body.clear();
+        ZYTEST_EXPECT_OK(request.doGetOperation("hello.txt", kNoCommands));
+        EXPECT_EQ(expected, body);
+    };
 
     // Through the proxy: refused with a wrong password, served with the
     // right one. The proxy is named `localhost`, the target 127.0.0.1.
@@ -425,17 +357,13 @@ TEST(HttpProxy, AuthenticationBypassAndDisable)
     request.getLastServerResponseCode(code);
     EXPECT_EQ(401, code);
     ASSERT_FALSE(request.setProxyDetails("localhost", proxyPort, servers.proxyUser, servers.proxyPassword).IsError());
-    body.clear();
-    ZYTEST_ASSERT_OK(request.doGetOperation("hello.txt", kNoCommands));
-    EXPECT_EQ(expected, body);
+    expectServed(request);
 
     // The default bypass list holds 127.0.0.1: the wrong password no longer
     // matters because the proxy is not asked.
     ASSERT_FALSE(request.setProxyDetails("localhost", proxyPort, servers.proxyUser, "wrong").IsError());
     ASSERT_FALSE(request.setProxyBypass("").IsError());
-    body.clear();
-    ZYTEST_ASSERT_OK(request.doGetOperation("hello.txt", kNoCommands));
-    EXPECT_EQ(expected, body);
+    expectServed(request);
 
     // A proxy from the environment is used unless proxies are disabled.
     const std::string environmentProxy = "http://localhost:" + proxyPort;
@@ -445,11 +373,8 @@ TEST(HttpProxy, AuthenticationBypassAndDisable)
     error = fromEnvironment.doGetOperation("hello.txt", kNoCommands);
     EXPECT_TRUE(error.HasMessage(ServerSaid(407))) << error.AsString();
     ASSERT_FALSE(fromEnvironment.DisableProxy().IsError());
-    body.clear();
-    error = fromEnvironment.doGetOperation("hello.txt", kNoCommands);
+    expectServed(fromEnvironment);
     zytest::SetEnv("http_proxy", nullptr);
-    ASSERT_FALSE(error.IsError()) << error.AsString();
-    EXPECT_EQ(expected, body);
 }
 
 TEST(HttpDownload, OneGibibyteWithFlatMemory)
@@ -471,32 +396,16 @@ TEST(HttpDownload, OneGibibyteWithFlatMemory)
     EXPECT_LT(after - before, 16u << 20) << "peak resident memory grew from " << before << " to " << after;
 }
 
-TEST(HttpRequest, UrlEncodingKeepsPathSeparators)
-{
-    RkHTTPReq request;
-    std::string encoded, decoded;
-    ASSERT_FALSE(request.URLEncode("a b/\xC3\xA9?", encoded).IsError());
-    EXPECT_EQ("a%20b%2F%C3%A9%3F", encoded);
-    ASSERT_FALSE(request.URLEncodePath("dir one/sub\\x y", encoded).IsError());
-    EXPECT_EQ("dir%20one/sub\\x%20y", encoded);
-    ASSERT_FALSE(request.URLDecode("a%20b%00c", decoded).IsError());
-    EXPECT_EQ(std::string("a b\0c", 5), decoded);
-    ASSERT_FALSE(request.URLDecodePath("dir%20one/x", decoded).IsError());
-    EXPECT_EQ("dir one/x", decoded);
-}
-
-// The hostile server of support/hostile_server.py: each misbehaviour ends in
-// curl's error for it within the time limit (3 s), and a download into a
-// file keeps only what arrived (downloadToFile writes pieces as they come and
-// deletes nothing).
+// Each misbehaviour of support/hostile_server.py ends in curl's error for it
+// within 3 s; a download into a file keeps only what arrived.
 TEST(HttpFailures, HostilePeers)
 {
     REQUIRE_SERVERS();
     if (!servers.hostile)
         GTEST_SKIP() << "the hostile server did not start";
     enum Where { kPlain, kTls, kHalfway };
-    // codes: what curl may report (0: success), versions differ on some;
-    // fileContent: what the local file holds afterwards, when fixed.
+    // codes: what curl may report (versions differ); fileContent: the local
+    // file afterwards, when fixed.
     struct Case { Where where; const char* path; std::vector<int> codes; const char* fileContent; };
     const Case cases[] = {
         // Windows (Wine) hands curl the reset as an end of the stream.
@@ -505,15 +414,13 @@ TEST(HttpFailures, HostilePeers)
         // The bytes past Content-Length are not part of the body.
         {kPlain, "long-body", {CURLE_OK}, "0123456789"},
         {kPlain, "bad-chunked", {CURLE_RECV_ERROR}, "hello"},
-        // 7.x refuses the growing header as out of memory, 8.6 and later as
-        // too large (100).
+        // 7.x: out of memory; 8.6 and later: too large (100).
         {kPlain, "endless-header", {CURLE_OUT_OF_MEMORY, 100}, ""},
         {kPlain, "trickle-headers", {CURLE_OPERATION_TIMEDOUT}, ""},
         {kPlain, "huge-stall", {CURLE_OPERATION_TIMEDOUT}, nullptr},
         {kPlain, "huge-close", {CURLE_PARTIAL_FILE}, nullptr},
-        // The server answers one request a connection and closes without
-        // saying so: curl stops at its redirect limit, or finds the reused
-        // connection gone first.
+        // One request a connection, closed unannounced: the redirect limit,
+        // or the reused connection found gone.
         {kPlain, "redirect-loop", {CURLE_TOO_MANY_REDIRECTS, CURLE_RECV_ERROR}, ""},
         {kTls, "hello", {CURLE_PEER_FAILED_VERIFICATION}, ""},
         {kHalfway, "hello", {CURLE_OPERATION_TIMEDOUT}, ""},
@@ -524,22 +431,18 @@ TEST(HttpFailures, HostilePeers)
         SCOPED_TRACE(c.path);
         const bool tls = c.where != kPlain;
         RkHTTPReq request(tls ? HTTPS : HTTP);
-        ASSERT_FALSE(request.initialize(0).IsError());
         const int port = c.where == kPlain ? servers.hostile : c.where == kTls ? servers.hostileTls : servers.hostileHalfway;
-        // "localhost" for TLS: the certificate names another host, whatever
-        // name the client connects with.
+        Open(request, port, nullptr, tls);
+        // "localhost" for TLS: the certificate names another host.
         request.setURL((tls ? "https://localhost:" : "http://127.0.0.1:") + std::to_string(port));
         ASSERT_FALSE(request.SetTimeOut(3).IsError());
         ASSERT_FALSE(request.setLinkRedirects(true).IsError());
         ASSERT_FALSE(tls && request.setSecured(true, servers.hostileCaFile).IsError());
         const std::string local = dir + "hostile-" + c.path + ".bin";
         CZyError error = request.downloadToFile(c.path, local.c_str());
-        int code = -1;
-        std::string message;
-        request.getLastCurlErrorCodeAndErrorMsg(code, message);
-        EXPECT_NE(c.codes.end(), std::find(c.codes.begin(), c.codes.end(), code)) << code << " " << error.AsString();
-        EXPECT_EQ(code != CURLE_OK, error.IsError()) << error.AsString();
-        EXPECT_TRUE(code == CURLE_OK || IsRkCURL(error, code)) << error.AsString();
+        const int code = error.IsError() ? GetRkCURL(error) : CURLE_OK;
+        EXPECT_TRUE(std::find(c.codes.begin(), c.codes.end(), code) != c.codes.end() &&
+                    (code != CURLE_OK) == error.IsError()) << error.AsString();
         const std::string content = ReadFile(local);
         EXPECT_EQ(c.fileContent ? c.fileContent : content, content);
         // Nothing is reserved for an announced length.

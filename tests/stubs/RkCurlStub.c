@@ -1,10 +1,7 @@
-/* A stand-in for the curl library file. It exports the curl functions that
- * the binding resolves except "curl_easy_pause", counts the calls it
- * receives by name, logs every setopt with its value, and fails a chosen
- * option, the handle's creation or the transfer on request. The tests read
- * and steer it through the rkstub_* functions.
- * The binding's tests load it from beside the test program; the request-core
- * tests name it in ZYNET_CURL_LIBRARY. */
+/* A stand-in for the curl library file: the curl functions the binding
+ * resolves except "curl_easy_pause". It counts calls by name, logs every
+ * setopt, and fails an option, the handle's creation or the transfer on
+ * request; the tests steer it through the rkstub_* functions. */
 #define CURL_STATICLIB
 #define CURL_DISABLE_DEPRECATION
 #define CURL_DISABLE_TYPECHECK /* the stub defines the functions that the checks wrap */
@@ -34,13 +31,7 @@ static long g_calls[STUB_FUNCTIONS]; /* updated atomically: threads call in at o
 
 /* One setopt: the number (long or curl_off_t), the pointer, and for the
  * string options the tests read, the text. */
-struct logged
-{
-    int option;
-    long long number;
-    const void* pointer;
-    char text[256];
-};
+struct logged { int option; long long number; const void* pointer; char text[256]; };
 #define MAX_LOG 512
 static struct logged g_log[MAX_LOG];
 static int g_logCount;
@@ -58,16 +49,9 @@ static void Count(const char* name)
 {
     size_t i;
     for (i = 0; i < STUB_FUNCTIONS; ++i)
-    {
         if (strcmp(g_names[i], name) == 0)
-        {
             __atomic_add_fetch(&g_calls[i], 1, __ATOMIC_SEQ_CST);
-            return;
-        }
-    }
 }
-
-/* ---- queries and controls for the tests ---- */
 
 /* The calls to `name`; with NULL, the calls to every function. */
 STUB_EXPORT long rkstub_calls(const char* name)
@@ -75,36 +59,24 @@ STUB_EXPORT long rkstub_calls(const char* name)
     long total = 0;
     size_t i;
     for (i = 0; i < STUB_FUNCTIONS; ++i)
-    {
         if (!name || strcmp(g_names[i], name) == 0)
             total += __atomic_load_n(&g_calls[i], __ATOMIC_SEQ_CST);
-    }
     return total;
+}
+STUB_EXPORT long rkstub_global_init_flags(void) { return g_globalInitFlags; }
+STUB_EXPORT const char* rkstub_form_trace(void) { return g_formTrace; }
+STUB_EXPORT void rkstub_fail_option(int option, int code) { g_failOption = option, g_failCode = code; }
+STUB_EXPORT void rkstub_fail_init(int fail) { g_failInit = fail; }
+STUB_EXPORT void rkstub_set_perform(int result, long responseCode, double contentLength)
+{
+    g_performResult = result, g_responseCode = responseCode, g_contentLength = contentLength;
 }
 STUB_EXPORT void rkstub_reset(void)
 {
     memset(g_calls, 0, sizeof(g_calls));
-    g_failOption = -1;
-    g_failCode = 0;
-    g_failInit = 0;
-    g_performResult = 0;
-    g_responseCode = 200;
-    g_contentLength = 5;
-    g_logCount = 0;
-}
-STUB_EXPORT long rkstub_global_init_flags(void) { return g_globalInitFlags; }
-STUB_EXPORT const char* rkstub_form_trace(void) { return g_formTrace; }
-STUB_EXPORT void rkstub_fail_option(int option, int code)
-{
-    g_failOption = option;
-    g_failCode = code;
-}
-STUB_EXPORT void rkstub_fail_init(int fail) { g_failInit = fail; }
-STUB_EXPORT void rkstub_set_perform(int result, long responseCode, double contentLength)
-{
-    g_performResult = result;
-    g_responseCode = responseCode;
-    g_contentLength = contentLength;
+    rkstub_fail_option(-1, 0);
+    rkstub_set_perform(0, 200, 5);
+    g_failInit = g_logCount = 0;
 }
 STUB_EXPORT int rkstub_option_count(void) { return g_logCount; }
 /* The option of log entry `i` (-1 past the end) with its value. */
@@ -118,8 +90,6 @@ STUB_EXPORT int rkstub_option(int i, long long* number, const void** pointer, co
     return g_log[i].option;
 }
 
-/* ---- the curl functions ---- */
-
 /* A function that only counts its call and answers `value`. */
 #define STUB_COUNTED(type, name, params, value) \
     STUB_EXPORT type name params                \
@@ -128,33 +98,16 @@ STUB_EXPORT int rkstub_option(int i, long long* number, const void** pointer, co
         return value;                           \
     }
 
-STUB_EXPORT CURLcode curl_global_init(long flags)
-{
-    Count("curl_global_init");
-    g_globalInitFlags = flags;
-    return CURLE_OK;
-}
+STUB_COUNTED(CURLcode, curl_global_init, (long flags), (g_globalInitFlags = flags, CURLE_OK))
 
 STUB_EXPORT void curl_global_cleanup(void) { Count("curl_global_cleanup"); }
 
-STUB_EXPORT CURL* curl_easy_init(void)
-{
-    Count("curl_easy_init");
-    return g_failInit ? NULL : (CURL*)malloc(16); /* a leaked handle shows under the sanitizer */
-}
-
-STUB_EXPORT void curl_easy_cleanup(CURL* handle)
-{
-    Count("curl_easy_cleanup");
-    free(handle);
-}
+/* A leaked handle shows under the sanitizer. */
+STUB_COUNTED(CURL*, curl_easy_init, (void), g_failInit ? NULL : (CURL*)malloc(16))
+STUB_EXPORT void curl_easy_cleanup(CURL* handle) { Count("curl_easy_cleanup"), free(handle); }
 STUB_EXPORT void curl_easy_reset(CURL* handle) { Count("curl_easy_reset"); }
-
-STUB_EXPORT CURLcode curl_easy_perform(CURL* handle)
-{
-    Count("curl_easy_perform");
-    return handle ? (CURLcode)g_performResult : CURLE_BAD_FUNCTION_ARGUMENT;
-}
+STUB_COUNTED(CURLcode, curl_easy_perform, (CURL* handle),
+             handle ? (CURLcode)g_performResult : CURLE_BAD_FUNCTION_ARGUMENT)
 
 STUB_EXPORT CURLcode curl_easy_getinfo(CURL* handle, CURLINFO info, ...)
 {
@@ -209,8 +162,7 @@ STUB_EXPORT CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...)
 
 STUB_COUNTED(const char*, curl_easy_strerror, (CURLcode code), "stub strerror")
 
-/* Escaping and unescaping copy the text unchanged: the tests that check
- * encodings use curl. */
+/* Escaping and unescaping copy the text unchanged. */
 static char* CopyOf(const char* text, int length, int* outLength)
 {
     size_t n = length > 0 ? (size_t)length : strlen(text);
@@ -222,23 +174,10 @@ static char* CopyOf(const char* text, int length, int* outLength)
     return out;
 }
 
-STUB_EXPORT char* curl_easy_escape(CURL* handle, const char* text, int length)
-{
-    Count("curl_easy_escape");
-    return CopyOf(text, length, NULL);
-}
-
-STUB_EXPORT char* curl_easy_unescape(CURL* handle, const char* text, int length, int* outLength)
-{
-    Count("curl_easy_unescape");
-    return CopyOf(text, length, outLength);
-}
-
-STUB_EXPORT void curl_free(void* pointer)
-{
-    Count("curl_free");
-    free(pointer);
-}
+STUB_COUNTED(char*, curl_easy_escape, (CURL* handle, const char* text, int length), CopyOf(text, length, NULL))
+STUB_COUNTED(char*, curl_easy_unescape, (CURL* handle, const char* text, int length, int* outLength),
+             CopyOf(text, length, outLength))
+STUB_EXPORT void curl_free(void* pointer) { Count("curl_free"), free(pointer); }
 
 /* Records each option and its value as "NUMBER=VALUE;" until CURLFORM_END. */
 STUB_EXPORT CURLFORMcode curl_formadd(struct curl_httppost** first, struct curl_httppost** last, ...)
@@ -311,34 +250,12 @@ STUB_COUNTED(CURLM*, curl_multi_init, (void), (CURLM*)&g_multiHandle)
 STUB_COUNTED(CURLMcode, curl_multi_add_handle, (CURLM* multi, CURL* easy), CURLM_OK)
 STUB_COUNTED(CURLMcode, curl_multi_remove_handle, (CURLM* multi, CURL* easy), CURLM_OK)
 
-STUB_EXPORT CURLMcode curl_multi_perform(CURLM* multi, int* running)
-{
-    Count("curl_multi_perform");
-    *running = 0;
-    return CURLM_OK;
-}
-
-STUB_EXPORT CURLMcode curl_multi_fdset(CURLM* multi, fd_set* read, fd_set* write, fd_set* except, int* maxFd)
-{
-    Count("curl_multi_fdset");
-    *maxFd = -1;
-    return CURLM_OK;
-}
-
-STUB_EXPORT CURLMcode curl_multi_timeout(CURLM* multi, long* milliseconds)
-{
-    Count("curl_multi_timeout");
-    *milliseconds = 1234;
-    return CURLM_OK;
-}
+STUB_COUNTED(CURLMcode, curl_multi_perform, (CURLM* multi, int* running), (*running = 0, CURLM_OK))
+STUB_COUNTED(CURLMcode, curl_multi_fdset, (CURLM* multi, fd_set* read, fd_set* write, fd_set* except, int* maxFd),
+             (*maxFd = -1, CURLM_OK))
+STUB_COUNTED(CURLMcode, curl_multi_timeout, (CURLM* multi, long* milliseconds), (*milliseconds = 1234, CURLM_OK))
 
 STUB_COUNTED(char*, curl_version, (void), (char*)"RkCurlStub/1.0")
 
-STUB_EXPORT curl_version_info_data* curl_version_info(CURLversion version)
-{
-    static curl_version_info_data data;
-    Count("curl_version_info");
-    data.age = version;
-    data.version = "1.0-stub";
-    return &data;
-}
+static curl_version_info_data g_versionInfo = {.age = CURLVERSION_NOW, .version = "1.0-stub"};
+STUB_COUNTED(curl_version_info_data*, curl_version_info, (CURLversion version), &g_versionInfo)

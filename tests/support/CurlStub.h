@@ -45,7 +45,6 @@ struct CurlStub
         long long number;
         const void* pointer;
         std::string text;
-        // The text for the string options, otherwise the number.
         std::string Value() const { return text.empty() ? std::to_string(number) : text; }
     };
     // The options set since the last reset, in order.
@@ -67,10 +66,8 @@ struct CurlStub
     {
         std::string value;
         for (const Set& set : Options())
-        {
             if (set.option == id)
                 value = set.Value();
-        }
         return value;
     }
 };

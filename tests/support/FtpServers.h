@@ -1,13 +1,18 @@
-// The loopback servers of the FTP and SFTP transfer tests.
-// tests/support/ftp_servers.py starts them before the tests (a CTest
-// fixture) and describes them in a JSON file named by the environment
-// variable ZYTEST_FTP_SERVERS.
+// The loopback servers of the FTP and SFTP transfer tests, as
+// tests/support/ftp_servers.py describes them in the JSON file named by
+// ZYTEST_FTP_SERVERS, and the disk helpers those tests compare with.
 #pragma once
 
 #include <stdint.h>
 
+#include <map>
 #include <string>
 #include <vector>
+
+namespace RkCURL
+{
+class RkFTPReq;
+}
 
 namespace zytest
 {
@@ -32,17 +37,7 @@ struct FtpServers
 };
 
 const FtpServers& GetFtpServers();
-}  // namespace zytest
 
-#include <map>
-
-namespace RkCURL
-{
-class RkFTPReq;
-}
-
-namespace zytest
-{
 struct DiskEntry
 {
     bool isDirectory = false;
@@ -50,11 +45,7 @@ struct DiskEntry
 };
 // The entries of a directory on this machine's disk by UTF-8 name.
 std::map<std::string, DiskEntry> DiskListing(const std::string& directory);
-// Every directory below `directory` (itself included), as paths relative to
-// it ("" for itself), '/'-separated.
-std::vector<std::string> DiskDirectories(const std::string& directory);
 bool PathExists(const std::string& path);
-// Whether two files hold the same bytes (read in pieces).
 bool SameBytes(const std::string& a, const std::string& b);
 // A file of `size` bytes of a fixed pattern.
 bool WritePattern(const std::string& path, int64_t size);

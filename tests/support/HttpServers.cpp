@@ -22,7 +22,6 @@ HttpServers Load()
     servers.apache = port("apache");
     servers.proxy = port("proxy");
     servers.echo = port("echo");
-    servers.silent = port("silent");
     servers.hostile = port("hostile");
     servers.hostileTls = port("hostileTls");
     servers.hostileHalfway = port("hostileHalfway");

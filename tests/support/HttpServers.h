@@ -1,6 +1,5 @@
-// The loopback servers of the HTTP transfer tests. tests/support/http_servers.py
-// starts them before the tests (a CTest fixture) and describes them in a
-// JSON file named by the environment variable ZYTEST_HTTP_SERVERS.
+// The loopback servers of the HTTP transfer tests, as support/http_servers.py
+// describes them in the JSON file named by ZYTEST_HTTP_SERVERS.
 #pragma once
 
 #include <stdint.h>
@@ -19,22 +18,17 @@ struct HttpServers
     int apache = 0;       // Apache with mod_autoindex; 0 when apache2 is not installed
     int proxy = 0;        // tinyproxy with basic authentication
     int echo = 0;         // scripted: answers with the method, target and body it received
-    int silent = 0;       // scripted: reads the request and never answers
-    // hostile_server.py: misbehaves by path (/reset-mid-body, /short-body, ...)
-    int hostile = 0;
+    int hostile = 0;         // hostile_server.py: misbehaves by path
     int hostileTls = 0;      // TLS 1.2 with a certificate for another name, from hostileCaFile's CA
     int hostileHalfway = 0;  // a TLS handshake that stops halfway
     std::string hostileCaFile;
     int64_t bigSize = 0;  // bytes of /big/1GiB.bin
     std::string www;      // nginx's root (host path as this target's file functions take it)
-    std::string caFile;
-    std::string wrongCaFile;
+    std::string caFile, wrongCaFile;
     std::string user, password;
     std::string proxyUser, proxyPassword;
 };
 
-// Read once per process.
-const HttpServers& GetHttpServers();
-// "http://127.0.0.1:PORT".
+const HttpServers& GetHttpServers();  // read once per process
 std::string LoopbackURL(int port, bool https = false);
 }  // namespace zytest

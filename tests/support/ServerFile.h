@@ -1,6 +1,5 @@
-// The description of the loopback servers that a CTest fixture script
-// (support/http_servers.py, support/ftp_servers.py) writes: a flat JSON
-// object in the file named by an environment variable.
+// The flat JSON description of the loopback servers that a fixture script
+// writes, in the file named by an environment variable.
 #pragma once
 
 #include <stdint.h>
@@ -18,8 +17,7 @@ struct ServerFile
     std::string name;     // the file
     std::string problem;  // why it could not be read
 
-    // The value of `key`: a number or a string; "" or 0 when missing. Paths
-    // come as this target's file functions take them.
+    // The value of `key` ("" or 0 when missing); paths as this target takes them.
     std::string Text(const char* key) const;
     int64_t Number(const char* key) const;
     std::string Path(const char* key) const;

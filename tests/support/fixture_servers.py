@@ -1,7 +1,4 @@
-"""Process handling shared by the fixture scripts that start the loopback
-servers of the transfer tests (http_servers.py, ftp_servers.py): free ports,
-waiting for a listener, a test CA, starting and stopping the processes, and
-the scripts' command line."""
+"""Process handling shared by http_servers.py and ftp_servers.py."""
 import json
 import os
 import shutil
@@ -56,8 +53,7 @@ def spawn(args, state, name):
 
 
 def write_tree(root, tree):
-    """Writes TREE (path -> bytes; a path ending in '/' is a directory)
-    below ROOT."""
+    """TREE (path -> bytes; a path ending in '/' is a directory) below ROOT."""
     for path, data in tree.items():
         full = os.path.join(root, path)
         os.makedirs(full if path.endswith("/") else os.path.dirname(full), exist_ok=True)
@@ -103,30 +99,26 @@ def write_info(state, info):
 
 
 def stop_servers(state):
-    """Stops the process groups listed in STATE/servers.json (SIGTERM, then
-    SIGKILL after 10 s) and returns the description, or {}."""
+    """SIGTERM, then after 10 s SIGKILL, to STATE/servers.json's process groups;
+    returns the description, or {}."""
     path = os.path.join(state, "servers.json")
     if not os.path.exists(path):
         return {}
     with open(path) as f:
         info = json.load(f)
-    for pid in info.get("pids", []):
+    def signal_group(pid, number):
         try:
-            os.killpg(pid, signal.SIGTERM)
+            os.killpg(pid, number)
+            return True
         except OSError:
-            pass
+            return False
+    for pid in info.get("pids", []):
+        signal_group(pid, signal.SIGTERM)
     deadline = time.monotonic() + 10
     for pid in info.get("pids", []):
-        while time.monotonic() < deadline:
-            try:
-                os.killpg(pid, 0)
-            except OSError:
-                break
+        while time.monotonic() < deadline and signal_group(pid, 0):
             time.sleep(0.05)
-        try:
-            os.killpg(pid, signal.SIGKILL)
-        except OSError:
-            pass
+        signal_group(pid, signal.SIGKILL)
     return info
 
 
@@ -135,21 +127,18 @@ def remove_state(state):
 
 
 def main(doc, name, start, stop, internal):
-    """`start STATE_DIR`, `stop STATE_DIR`, or the internal command
-    (internal[0]) run with its argument by internal[1]."""
+    """`start STATE_DIR`, `stop STATE_DIR`, or internal = (command, function)."""
     if len(sys.argv) != 3 or sys.argv[1] not in ("start", "stop", internal[0]):
         sys.stderr.write(doc)
         return 2
-    if sys.argv[1] == "start":
-        try:
-            start(sys.argv[2])
-        except (RuntimeError, OSError, subprocess.CalledProcessError) as error:
-            detail = getattr(error, "stderr", b"") or b""
-            sys.stderr.write("%s: %s %s\n" % (name, error, detail.decode("utf-8", "replace")))
-            stop(sys.argv[2])
-            return 1
-    elif sys.argv[1] == "stop":
-        stop(sys.argv[2])
-    else:
-        internal[1](sys.argv[2])
+    command, argument = sys.argv[1:]
+    try:
+        {"start": start, "stop": stop, internal[0]: internal[1]}[command](argument)
+    except (RuntimeError, OSError, subprocess.CalledProcessError) as error:
+        if command != "start":
+            raise
+        detail = getattr(error, "stderr", b"") or b""
+        sys.stderr.write("%s: %s %s\n" % (name, error, detail.decode("utf-8", "replace")))
+        stop(argument)
+        return 1
     return 0

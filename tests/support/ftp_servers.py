@@ -1,25 +1,13 @@
 #!/usr/bin/python3
 """Loopback servers for the FTP and SFTP transfer tests.
 
-usage: ftp_servers.py start STATE_DIR   start every server, write STATE_DIR/servers.json
-       ftp_servers.py stop STATE_DIR    stop the servers started there, remove the
-                                        throwaway account and STATE_DIR
+usage: ftp_servers.py start STATE_DIR   start them, write STATE_DIR/servers.json
+       ftp_servers.py stop STATE_DIR    stop them, remove the throwaway account and STATE_DIR
        ftp_servers.py ftpd ARGS.json    (internal) one pyftpdlib server
 
-Everything lives under STATE_DIR:
-- root/tree: a tree the tests list and download (nested directories, names
-  with spaces and non-ASCII letters, an empty file, a file of 100 MiB);
-- root/work-*: one writable directory per test program for uploads, deletes,
-  renames and new directories;
-- pyftpdlib over plain FTP and over explicit FTPS (TLS required on the
-  control and the data connections, a certificate signed by a CA made here
-  with openssl), user and password on the command line, root/ as home;
-- OpenSSH's sshd as its own instance (own host key and configuration,
-  internal-sftp): the current user logs in with a key (an unencrypted one and
-  one with a passphrase, in the authorized-keys file here); when running as
-  root a throwaway account with a password is made for password logins and
-  removed again by stop. known_hosts holds the host key, wrong_known_hosts
-  another key for the same address.
+root/tree is listed and downloaded, root/work-* is written; pyftpdlib serves
+plain FTP and explicit FTPS (TLS required); sshd runs as its own instance with
+key logins for the current user and, as root, a throwaway password account.
 """
 import json
 import os
@@ -67,20 +55,17 @@ def make_tree(root):
         os.chmod(dirpath, 0o777 if os.path.basename(dirpath).startswith("work-") else 0o755)
 
 
-def start_ftp(state, root, tls, crt=None, key=None):
-    return retrying(lambda: start_ftp_once(state, root, tls, crt, key))
-
-
-def start_ftp_once(state, root, tls, crt, key):
-    port = free_port()
-    args = {"port": port, "root": root, "tls": tls, "crt": crt, "key": key}
-    name = "ftps" if tls else "ftp"
-    path = os.path.join(state, name + ".json")
-    with open(path, "w") as f:
-        json.dump(args, f)
-    proc = spawn([PYTHON, os.path.abspath(__file__), "ftpd", path], state, name)
-    wait_port(port, proc, name)
-    return proc, port
+def start_ftp(state, root, tls, crt, key):
+    def once():
+        port = free_port()
+        name = "ftps" if tls else "ftp"
+        path = os.path.join(state, name + ".json")
+        with open(path, "w") as f:
+            json.dump({"port": port, "root": root, "tls": tls, "crt": crt, "key": key}, f)
+        proc = spawn([PYTHON, os.path.abspath(__file__), "ftpd", path], state, name)
+        wait_port(port, proc, name)
+        return proc, port
+    return retrying(once)
 
 
 def _handshaking_dtp_handler():
@@ -188,7 +173,6 @@ def start_sshd(state, info):
     info["sftp"] = port
     info["sftpKeyUser"] = pwd.getpwuid(os.geteuid()).pw_name
     info["keyFile"] = user_key
-    info["publicKeyFile"] = user_key + ".pub"
     info["phraseKeyFile"] = pass_key
     info["keyPassphrase"] = KEY_PASSPHRASE
     info["knownHosts"] = os.path.join(state, "known_hosts")
@@ -207,10 +191,9 @@ def start(state):
         ca, crt, key, other = make_certificates(state)
         info["caFile"] = ca
         info["wrongCaFile"] = other
-        proc, info["ftp"] = start_ftp(state, root, False)
-        info["pids"].append(proc.pid)
-        proc, info["ftps"] = start_ftp(state, root, True, crt, key)
-        info["pids"].append(proc.pid)
+        for tls in (False, True):
+            proc, info["ftps" if tls else "ftp"] = start_ftp(state, root, tls, crt, key)
+            info["pids"].append(proc.pid)
         proc = start_sshd(state, info)
         if proc:
             info["pids"].append(proc.pid)
