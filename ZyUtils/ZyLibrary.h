@@ -36,6 +36,8 @@ public:
         return error;
     }
     bool IsLoaded() const { return m_module != nullptr; }
+    // The system's handle of the loaded module (HMODULE, dlopen handle), or null.
+    void* Handle() const { return m_module; }
     const std::string& Path() const { return m_path; }
     void Unload();
 

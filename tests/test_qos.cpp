@@ -172,6 +172,8 @@ TEST(QosLinux, FailuresCarryWindowsCodesAndMessages)
     CZyError error = FXQWaveDll::QOSCreateHandle(&badVersion, &handle);
     EXPECT_TRUE(error.Is(87));
     EXPECT_EQ("Failed to create QOS handle", error.GetErrorMessage());
+    EXPECT_STREQ("ZyNetwork/Posix/QosPosix", error.GetItems()[0]->Location().File());
+    EXPECT_STREQ("FXQWaveDll::QOSCreateHandle", error.GetItems()[0]->Location().Function());
     int bogus = 0;
     error = FXQWaveDll::QOSCloseHandle(&bogus);
     EXPECT_TRUE(error.Is(6));

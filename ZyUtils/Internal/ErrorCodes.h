@@ -8,6 +8,8 @@
 namespace zyerr
 {
 // ---- Win32 codes -----------------------------------------------------------
+constexpr int kAccessDeniedWin32 = 5;    // ERROR_ACCESS_DENIED
+constexpr int kInvalidHandle = 6;        // ERROR_INVALID_HANDLE
 constexpr int kNotEnoughMemory = 8;      // ERROR_NOT_ENOUGH_MEMORY
 constexpr int kOutOfMemory = 14;         // ERROR_OUTOFMEMORY
 constexpr int kNotSupported = 50;        // ERROR_NOT_SUPPORTED
