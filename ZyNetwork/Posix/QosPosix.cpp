@@ -32,11 +32,9 @@ const char* const kQosLocationFile = "ZyNetwork/Posix/QosPosix";
 
 namespace
 {
-const uint32_t kInvalidHandle = zyerr::kInvalidHandle;        // not a handle of QOSCreateHandle
-const uint32_t kNotSupported = zyerr::kNotSupported;
-const uint32_t kInvalidParameter = zyerr::kInvalidParameter;
-const uint32_t kNotFound = zyerr::kNotFound;                  // no such flow, or the socket is not in it
-const uint32_t kNotASocket = zyerr::kInvalidSocket;
+// Codes (ErrorCodes.h): 6 not a handle of QOSCreateHandle, 1168 no such flow
+// or the socket is not in it, 87 a bad argument, 50 not supported, 10038 not
+// a socket.
 
 // What Windows puts on the wire for each traffic type: the DSCP value and the
 // 802.1p user priority, which is used as the socket priority here.
@@ -164,10 +162,10 @@ uint32_t Win32FromErrno(int code)
     {
     case EBADF:
     case ENOTSOCK:
-        return kNotASocket;
+        return zyerr::kInvalidSocket;
     case ENOPROTOOPT:
     case EOPNOTSUPP:
-        return kNotSupported;
+        return zyerr::kNotSupported;
     case EPERM:
     case EACCES:
         return zyerr::kAccessDeniedWin32;
@@ -175,7 +173,7 @@ uint32_t Win32FromErrno(int code)
     case ENOBUFS:
         return zyerr::kNotEnoughMemory;
     case EINVAL:
-        return kInvalidParameter;
+        return zyerr::kInvalidParameter;
     default:
         return static_cast<uint32_t>(code);
     }
@@ -210,13 +208,13 @@ uint32_t SaveMarking(unsigned int socket, FlowSocket& entry)
     if (fstat(fd, &info) != 0)
         return Win32FromErrno(errno);
     if (!S_ISSOCK(info.st_mode))
-        return kNotASocket;
+        return zyerr::kInvalidSocket;
     entry.device = info.st_dev;
     entry.inode = info.st_ino;
     if (GetIntOption(fd, SOL_SOCKET, SO_DOMAIN, &entry.family) != 0)
         return Win32FromErrno(errno);
     if (entry.family != AF_INET && entry.family != AF_INET6)
-        return kNotSupported;
+        return zyerr::kNotSupported;
     if (entry.family == AF_INET6)
     {
         if (GetIntOption(fd, IPPROTO_IPV6, IPV6_TCLASS, &entry.tclass) != 0)
@@ -272,7 +270,7 @@ uint32_t ApplyPacing(FlowSocket& entry, uint64_t bytesPerSecond)
 {
     const int fd = static_cast<int>(entry.socket);
     if (!entry.savedPacing)
-        return kNotSupported;
+        return zyerr::kNotSupported;
     if (setsockopt(fd, SOL_SOCKET, SO_MAX_PACING_RATE, &bytesPerSecond, sizeof(bytesPerSecond)) != 0)
     {
         // Kernels before 5.x take the rate as 32 bits only.
@@ -312,9 +310,9 @@ bool SocketIsConnected(unsigned int socket)
 uint32_t CreateHandle(_QOS_VERSION* version, void** handle)
 {
     if (version == nullptr || handle == nullptr)
-        return kInvalidParameter;
+        return zyerr::kInvalidParameter;
     if (version->MajorVersion != QOS_VERSION_MAJOR_CURRENT || version->MinorVersion != QOS_VERSION_MINOR_CURRENT)
-        return kInvalidParameter;
+        return zyerr::kInvalidParameter;
     QosHandle* created = new (std::nothrow) QosHandle;
     if (created == nullptr || !RegisterHandle(created))
     {
@@ -331,7 +329,7 @@ uint32_t CloseHandle(void* handle)
     QosHandle* qos = static_cast<QosHandle*>(handle);
     // Only the close that empties the slot owns the handle.
     if (slot == nullptr || !slot->compare_exchange_strong(qos, nullptr, std::memory_order_acq_rel))
-        return kInvalidHandle;
+        return zyerr::kInvalidHandle;
     for (auto& flow : qos->flows)
         for (const FlowSocket& entry : flow.second.sockets)
             RestoreMarking(entry);
@@ -344,14 +342,14 @@ uint32_t AddSocketToFlow(void* handle, unsigned int socket, sockaddr* destinatio
 {
     QosHandle* qos = FindHandle(handle);
     if (qos == nullptr)
-        return kInvalidHandle;
+        return zyerr::kInvalidHandle;
     if (flowId == nullptr || static_cast<unsigned>(trafficType) > QOSTrafficTypeControl ||
         (flags & ~static_cast<unsigned long>(QOS_NON_ADAPTIVE_FLOW)) != 0)
-        return kInvalidParameter;
+        return zyerr::kInvalidParameter;
     for (const auto& flow : qos->flows)
         for (const FlowSocket& entry : flow.second.sockets)
             if (entry.socket == socket && IsSameSocket(entry))
-                return kInvalidParameter;  // already in a flow of this handle
+                return zyerr::kInvalidParameter;  // already in a flow of this handle
 
     FlowSocket entry;
     uint32_t error = SaveMarking(socket, entry);
@@ -360,7 +358,7 @@ uint32_t AddSocketToFlow(void* handle, unsigned int socket, sockaddr* destinatio
     // Where the traffic goes: the destination, or the peer of a connected socket.
     if (destination == nullptr ? !SocketIsConnected(socket)
                                : destination->sa_family != AF_INET && destination->sa_family != AF_INET6)
-        return kInvalidParameter;
+        return zyerr::kInvalidParameter;
 
     Flow* flow = nullptr;
     Flow created;
@@ -368,9 +366,9 @@ uint32_t AddSocketToFlow(void* handle, unsigned int socket, sockaddr* destinatio
     {
         auto found = qos->flows.find(*flowId);
         if (found == qos->flows.end())
-            return kNotFound;
+            return zyerr::kNotFound;
         if (!found->second.nonAdaptive)
-            return kInvalidParameter;  // only non-adaptive flows carry several sockets
+            return zyerr::kInvalidParameter;  // only non-adaptive flows carry several sockets
         flow = &found->second;
     }
     else
@@ -407,24 +405,24 @@ uint32_t SetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, un
 {
     QosHandle* qos = FindHandle(handle);
     if (qos == nullptr)
-        return kInvalidHandle;
+        return zyerr::kInvalidHandle;
     auto found = qos->flows.find(flowId);
     if (found == qos->flows.end())
-        return kNotFound;
+        return zyerr::kNotFound;
     if (overlapped != nullptr)
-        return kNotSupported;  // changes are made at once; there is no asynchronous completion
+        return zyerr::kNotSupported;  // changes are made at once; there is no asynchronous completion
     if (buffer == nullptr || flags != 0)
-        return kInvalidParameter;
+        return zyerr::kInvalidParameter;
     Flow& flow = found->second;
     switch (operation)
     {
     case QOSSetTrafficType:
     {
         if (size < sizeof(QOS_TRAFFIC_TYPE))
-            return kInvalidParameter;
+            return zyerr::kInvalidParameter;
         const unsigned type = static_cast<unsigned>(*static_cast<const QOS_TRAFFIC_TYPE*>(buffer));
         if (type > QOSTrafficTypeControl)
-            return kInvalidParameter;
+            return zyerr::kInvalidParameter;
         flow.dscp = kTrafficMarking[type].dscp;
         flow.priority = kTrafficMarking[type].priority;
         break;
@@ -438,19 +436,19 @@ uint32_t SetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, un
         else if (size >= sizeof(uint32_t))
             value = *static_cast<const uint32_t*>(buffer);
         else
-            return kInvalidParameter;
+            return zyerr::kInvalidParameter;
         if (value > 63)
-            return kInvalidParameter;
+            return zyerr::kInvalidParameter;
         flow.dscp = static_cast<int>(value);
         break;
     }
     case QOSSetOutgoingRate:
     {
         if (size < sizeof(QOS_FLOWRATE_OUTGOING))
-            return kInvalidParameter;
+            return zyerr::kInvalidParameter;
         const QOS_FLOWRATE_OUTGOING* rate = static_cast<const QOS_FLOWRATE_OUTGOING*>(buffer);
         if (rate->Bandwidth == 0)
-            return kInvalidParameter;
+            return zyerr::kInvalidParameter;
         for (FlowSocket& entry : flow.sockets)
         {
             uint32_t error = ApplyPacing(entry, (rate->Bandwidth + 7) / 8);
@@ -462,7 +460,7 @@ uint32_t SetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, un
         return 0;
     }
     default:
-        return kInvalidParameter;
+        return zyerr::kInvalidParameter;
     }
     for (const FlowSocket& entry : flow.sockets)
     {
@@ -477,12 +475,12 @@ uint32_t RemoveSocketFromFlow(void* handle, unsigned int socket, unsigned long f
 {
     QosHandle* qos = FindHandle(handle);
     if (qos == nullptr)
-        return kInvalidHandle;
+        return zyerr::kInvalidHandle;
     if (flags != 0)
-        return kInvalidParameter;
+        return zyerr::kInvalidParameter;
     auto found = qos->flows.find(flowId);
     if (found == qos->flows.end())
-        return kNotFound;
+        return zyerr::kNotFound;
     std::vector<FlowSocket>& sockets = found->second.sockets;
     for (auto entry = sockets.begin(); entry != sockets.end(); ++entry)
     {
@@ -495,7 +493,7 @@ uint32_t RemoveSocketFromFlow(void* handle, unsigned int socket, unsigned long f
             qos->flows.erase(found);
         return 0;
     }
-    return kNotFound;
+    return zyerr::kNotFound;
 }
 }  // namespace
 
