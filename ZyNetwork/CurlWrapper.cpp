@@ -53,7 +53,7 @@ CurlLibrary* CreateCurlLibrary()
     // Failures show only through the wrappers' fallbacks.
     if (holder->library.Load(path.c_str(), false).IsError())
         return nullptr;
-    zyos::KeepCurlLibraryMapped(path.c_str());
+    zyos::KeepCurlLibraryMapped(holder->library);
     GlobalInitFunction globalInit = nullptr;
     holder->library.GetFunction("curl_global_init", globalInit);
     if (!globalInit || globalInit(CURL_GLOBAL_ALL) != CURLE_OK)

@@ -1,5 +1,6 @@
 #include "ZyUtils/ZyLibrary.h"
 
+#include "ZyUtils/Internal/ErrorCodes.h"
 #include "ZyUtils/Internal/OsUtils.h"
 
 namespace
@@ -26,7 +27,7 @@ void CZyLibrary::Unload()
 CZyError CZyLibrary::Load(const char* path, bool exportSymbols)
 {
     if (!path || !*path)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::Load"), 87, "Invalid module path");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::Load"), zyerr::kInvalidParameter, "Invalid module path");
     Unload();
     uint32_t error = 0;
     void* module = zyutil::os::LoadModule(path, exportSymbols, &error);
@@ -41,15 +42,21 @@ CZyError CZyLibrary::GetAddress(const char* name, void*& address) const
 {
     address = nullptr;
     if (!m_module)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::GetAddress"), 774, "No library loaded");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::GetAddress"), zyerr::kStateError, "No library loaded");
     if (!name || !*name)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::GetAddress"), 87, "Invalid symbol name");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::GetAddress"), zyerr::kInvalidParameter, "Invalid symbol name");
     uint32_t error = 0;
     address = zyutil::os::ModuleSymbol(m_module, name, &error);
     if (!address)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::GetAddress"), error, "Failed to get address of [%s] in [%s]",
                                        name, m_path.c_str());
     return CZyError::Success();
+}
+
+void CZyLibrary::KeepMappedUntilExit()
+{
+    if (m_module)
+        zyutil::os::KeepModuleMapped(m_module, m_path.c_str());
 }
 
 bool CZyLibrary::ModuleDirectoryOf(const void* address, std::string& directory)

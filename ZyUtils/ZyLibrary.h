@@ -36,8 +36,14 @@ public:
         return error;
     }
     bool IsLoaded() const { return m_module != nullptr; }
+    // The system's handle of the loaded module (HMODULE, dlopen handle), or null.
+    void* Handle() const { return m_module; }
     const std::string& Path() const { return m_path; }
     void Unload();
+    // Keeps the loaded module mapped until the process ends, even after
+    // Unload: for modules whose own exit handlers or global state must
+    // outlive their owner.
+    void KeepMappedUntilExit();
 
     // The directory, with its trailing separator, of the module that holds
     // `address` (pass the address of a function of that module). False when

@@ -4,7 +4,10 @@
 // stub-module scenarios are in tests/qwave).
 #include <gtest/gtest.h>
 
+#include <set>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "ZyNetwork/QosWaveApi.h"
 #include "support/TestEnv.h"
@@ -165,6 +168,33 @@ TEST(QosLinux, FlowChangesRateAndSharedFlows)
     EXPECT_EQ(oldPacing, pacing);
 }
 
+// Threads with handles of their own never wait for each other: each gets a
+// handle, a flow id no other thread got, and closes only its own handle.
+TEST(QosLinux, HandlesOfManyThreadsAtOnce)
+{
+    const int kThreads = 8;
+    std::vector<unsigned long> ids(kThreads * 20, 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([t, &ids] {
+            zytest::SocketPair pair(ZYNET_AF_INET, true);
+            for (int round = 0; round < 20; ++round)
+            {
+                QosHandle qos;
+                ZYTEST_EXPECT_OK(FXQWaveDll::QOSAddSocketToFlow(qos.handle, pair.client, nullptr,
+                                                                QOSTrafficTypeVoice, 0, &ids[t * 20 + round]));
+                ZYTEST_EXPECT_OK(FXQWaveDll::QOSCloseHandle(qos.handle));
+                EXPECT_TRUE(FXQWaveDll::QOSCloseHandle(qos.handle).Is(6)) << "closed once only";
+                qos.handle = nullptr;
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    std::set<unsigned long> distinct(ids.begin(), ids.end());
+    EXPECT_EQ(ids.size(), distinct.size());
+    EXPECT_EQ(0u, distinct.count(0));
+}
+
 TEST(QosLinux, FailuresCarryWindowsCodesAndMessages)
 {
     QOS_VERSION badVersion = {2, 0};
@@ -172,6 +202,8 @@ TEST(QosLinux, FailuresCarryWindowsCodesAndMessages)
     CZyError error = FXQWaveDll::QOSCreateHandle(&badVersion, &handle);
     EXPECT_TRUE(error.Is(87));
     EXPECT_EQ("Failed to create QOS handle", error.GetErrorMessage());
+    EXPECT_STREQ("ZyNetwork/Posix/QosPosix", error.GetItems()[0]->Location().File());
+    EXPECT_STREQ("FXQWaveDll::QOSCreateHandle", error.GetItems()[0]->Location().Function());
     int bogus = 0;
     error = FXQWaveDll::QOSCloseHandle(&bogus);
     EXPECT_TRUE(error.Is(6));

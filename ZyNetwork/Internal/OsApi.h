@@ -1,7 +1,7 @@
 // The OS boundary: every platform socket, wait, resolver and system call of
 // the library goes through these functions (adapters: OsAdapters.h; ICMP
-// datagram sockets: OsIcmp.h). ZyNetwork/Posix/ and ZyNetwork/Windows/ each
-// implement all of them, one file per topic:
+// datagram sockets: OsIcmp.h; QoS flows: OsQos.h). ZyNetwork/Posix/ and
+// ZyNetwork/Windows/ each implement all of them, one file per topic:
 //   errors and families   ErrorsPosix.cpp    ErrorsWindows.cpp
 //   start-up, sockets     SocketsPosix.cpp   SocketsWindows.cpp
 //   waiting               WaitPosix.cpp      WaitWindows.cpp

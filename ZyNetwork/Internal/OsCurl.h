@@ -6,6 +6,8 @@
 
 #include <string>
 
+class CZyLibrary;
+
 namespace zyos
 {
 // The path (or bare name, for the system's search order) of the curl library
@@ -26,12 +28,12 @@ std::string DefaultCurlLibraryPath(const void* moduleAddress);
 //   the loaded libcurl was built with.
 bool DefaultCABundle(std::string& path);
 
-// Called once the binding has loaded `path`. Linux: keeps the file (and so
+// Called once the binding has loaded the file. Linux: keeps it (and so
 // the libraries it depends on) mapped until the process ends, even after the
 // binding releases it at exit. The system's libcurl pulls in libraries
 // (LDAP, TLS, SSH) whose global state would otherwise be unmapped while the
 // process is exiting, which turns that state into leaks and leaves their own
 // exit handlers pointing at unmapped code. Windows: nothing; the file needs
 // only system DLLs.
-void KeepCurlLibraryMapped(const char* path);
+void KeepCurlLibraryMapped(CZyLibrary& library);
 }  // namespace zyos

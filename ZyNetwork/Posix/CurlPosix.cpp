@@ -2,7 +2,6 @@
 // module that holds the binding, otherwise the system's libcurl.
 #include "ZyNetwork/Internal/OsCurl.h"
 
-#include <dlfcn.h>
 #include <sys/stat.h>
 
 #include "ZyUtils/ZyLibrary.h"
@@ -24,12 +23,8 @@ std::string DefaultCurlLibraryPath(const void* moduleAddress)
     return "libcurl.so.4";
 }
 
-void KeepCurlLibraryMapped(const char* path)
+void KeepCurlLibraryMapped(CZyLibrary& library)
 {
-    // Marks the loaded object as never to be unloaded; the extra reference
-    // taken here is dropped at once.
-    void* module = dlopen(path, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
-    if (module)
-        dlclose(module);
+    library.KeepMappedUntilExit();
 }
 }  // namespace zyos

@@ -1,13 +1,15 @@
-// QoS flows on Linux: the qWAVE functions over socket marking. A flow marks
-// the traffic of its sockets with the DSCP value and 802.1p-style priority
-// that Windows gives its traffic type (IP_TOS for IPv4, IPV6_TCLASS for
-// IPv6, SO_PRIORITY for both) and may cap the sending rate
-// (SO_MAX_PACING_RATE). Each socket's earlier marking is saved when it joins
-// a flow and put back when it leaves or the handle is closed.
+// The Linux half of the QoS boundary: the qWAVE calls over socket marking.
+// A flow marks the traffic of its sockets with the DSCP value and
+// 802.1p-style priority that Windows gives its traffic type (IP_TOS for
+// IPv4, IPV6_TCLASS for IPv6, SO_PRIORITY for both) and may cap the sending
+// rate (SO_MAX_PACING_RATE). Each socket's earlier marking is saved when it
+// joins a flow and put back when it leaves or the handle is closed.
 //
-// Failures are reported like Windows does: a FALSE result with a Win32 code,
-// which the wrappers turn into an error with the same messages.
-#include "ZyNetwork/QosWaveApi.h"
+// Failures carry the Win32 code Windows gives them. No call takes a lock:
+// open handles sit in a lock-free table, flow ids come from an atomic
+// counter, and a handle's flows belong to that handle alone (calls on one
+// handle are made by one thread at a time).
+#include "ZyNetwork/Internal/OsQos.h"
 
 #include <errno.h>
 #include <netinet/in.h>
@@ -16,21 +18,23 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <map>
-#include <mutex>
-#include <set>
+#include <new>
 #include <vector>
+
+#include "ZyUtils/Internal/ErrorCodes.h"
+
+namespace zyos
+{
+const char* const kQosLocationFile = "ZyNetwork/Posix/QosPosix";
+}
 
 namespace
 {
-const char* const kZyFile = "ZyNetwork/Posix/QosPosix";
-
-// Win32 codes the functions report.
-const uint32_t kInvalidHandle = 6;        // ERROR_INVALID_HANDLE: not a handle of QOSCreateHandle
-const uint32_t kNotSupported = 50;        // ERROR_NOT_SUPPORTED
-const uint32_t kInvalidParameter = 87;    // ERROR_INVALID_PARAMETER
-const uint32_t kNotFound = 1168;          // ERROR_NOT_FOUND: no such flow, or the socket is not in it
-const uint32_t kNotASocket = 10038;       // WSAENOTSOCK
+// Codes (ErrorCodes.h): 6 not a handle of QOSCreateHandle, 1168 no such flow
+// or the socket is not in it, 87 a bad argument, 50 not supported, 10038 not
+// a socket.
 
 // What Windows puts on the wire for each traffic type: the DSCP value and the
 // 802.1p user priority, which is used as the socket priority here.
@@ -81,9 +85,76 @@ struct QosHandle
     std::map<unsigned long, Flow> flows;
 };
 
-std::mutex g_mutex;
-std::set<QosHandle*> g_handles;
-unsigned long g_nextFlowId = 1;
+// The open handles: a grow-only table of slots, each holding a handle or
+// null. Creating a handle claims a free slot with a compare-and-swap and
+// closing one empties its slot the same way, so two closes of one handle
+// cannot both succeed. Looking a handle up compares addresses only: a
+// pointer that is no handle is never read through. Chunks are added in
+// order and kept until the process ends.
+const size_t kSlotsPerChunk = 64;
+const size_t kMaxChunks = 256;  // 16,384 handles open at once
+struct HandleChunk
+{
+    std::atomic<QosHandle*> slots[kSlotsPerChunk];
+};
+std::atomic<HandleChunk*> g_chunks[kMaxChunks];
+std::atomic<unsigned long> g_nextFlowId{1};
+
+// Chunk `index`, made when `create` and it does not exist yet.
+HandleChunk* Chunk(size_t index, bool create)
+{
+    HandleChunk* chunk = g_chunks[index].load(std::memory_order_acquire);
+    if (chunk != nullptr || !create)
+        return chunk;
+    HandleChunk* made = new (std::nothrow) HandleChunk();
+    if (made == nullptr)
+        return nullptr;
+    if (g_chunks[index].compare_exchange_strong(chunk, made, std::memory_order_acq_rel))
+        return made;
+    delete made;  // another thread added it first
+    return chunk;
+}
+
+bool RegisterHandle(QosHandle* handle)
+{
+    for (size_t index = 0; index < kMaxChunks; ++index)
+    {
+        HandleChunk* chunk = Chunk(index, true);
+        if (chunk == nullptr)
+            return false;
+        for (std::atomic<QosHandle*>& slot : chunk->slots)
+        {
+            QosHandle* empty = nullptr;
+            if (slot.load(std::memory_order_relaxed) == nullptr &&
+                slot.compare_exchange_strong(empty, handle, std::memory_order_acq_rel))
+                return true;
+        }
+    }
+    return false;
+}
+
+// The slot that holds `handle`, or null.
+std::atomic<QosHandle*>* FindSlot(void* handle)
+{
+    if (handle == nullptr)
+        return nullptr;
+    for (size_t index = 0; index < kMaxChunks; ++index)
+    {
+        HandleChunk* chunk = Chunk(index, false);
+        if (chunk == nullptr)
+            return nullptr;  // chunks exist in order: none further on
+        for (std::atomic<QosHandle*>& slot : chunk->slots)
+            if (slot.load(std::memory_order_acquire) == handle)
+                return &slot;
+    }
+    return nullptr;
+}
+
+QosHandle* FindHandle(void* handle)
+{
+    std::atomic<QosHandle*>* slot = FindSlot(handle);
+    return slot == nullptr ? nullptr : slot->load(std::memory_order_acquire);
+}
 
 uint32_t Win32FromErrno(int code)
 {
@@ -91,27 +162,21 @@ uint32_t Win32FromErrno(int code)
     {
     case EBADF:
     case ENOTSOCK:
-        return kNotASocket;
+        return zyerr::kInvalidSocket;
     case ENOPROTOOPT:
     case EOPNOTSUPP:
-        return kNotSupported;
+        return zyerr::kNotSupported;
     case EPERM:
     case EACCES:
-        return 5;  // ERROR_ACCESS_DENIED
+        return zyerr::kAccessDeniedWin32;
     case ENOMEM:
     case ENOBUFS:
-        return 8;  // ERROR_NOT_ENOUGH_MEMORY
+        return zyerr::kNotEnoughMemory;
     case EINVAL:
-        return kInvalidParameter;
+        return zyerr::kInvalidParameter;
     default:
         return static_cast<uint32_t>(code);
     }
-}
-
-QosHandle* FindHandle(void* handle)
-{
-    auto found = g_handles.find(static_cast<QosHandle*>(handle));
-    return found == g_handles.end() ? nullptr : *found;
 }
 
 int GetIntOption(int fd, int level, int option, int* value)
@@ -143,13 +208,13 @@ uint32_t SaveMarking(unsigned int socket, FlowSocket& entry)
     if (fstat(fd, &info) != 0)
         return Win32FromErrno(errno);
     if (!S_ISSOCK(info.st_mode))
-        return kNotASocket;
+        return zyerr::kInvalidSocket;
     entry.device = info.st_dev;
     entry.inode = info.st_ino;
     if (GetIntOption(fd, SOL_SOCKET, SO_DOMAIN, &entry.family) != 0)
         return Win32FromErrno(errno);
     if (entry.family != AF_INET && entry.family != AF_INET6)
-        return kNotSupported;
+        return zyerr::kNotSupported;
     if (entry.family == AF_INET6)
     {
         if (GetIntOption(fd, IPPROTO_IPV6, IPV6_TCLASS, &entry.tclass) != 0)
@@ -205,7 +270,7 @@ uint32_t ApplyPacing(FlowSocket& entry, uint64_t bytesPerSecond)
 {
     const int fd = static_cast<int>(entry.socket);
     if (!entry.savedPacing)
-        return kNotSupported;
+        return zyerr::kNotSupported;
     if (setsockopt(fd, SOL_SOCKET, SO_MAX_PACING_RATE, &bytesPerSecond, sizeof(bytesPerSecond)) != 0)
     {
         // Kernels before 5.x take the rate as 32 bits only.
@@ -240,31 +305,34 @@ bool SocketIsConnected(unsigned int socket)
     return getpeername(static_cast<int>(socket), reinterpret_cast<struct sockaddr*>(&peer), &length) == 0;
 }
 
-// ---- the five functions, as the system would offer them ---------------------
+// ---- the five calls, as the system would offer them -------------------------
 
 uint32_t CreateHandle(_QOS_VERSION* version, void** handle)
 {
     if (version == nullptr || handle == nullptr)
-        return kInvalidParameter;
+        return zyerr::kInvalidParameter;
     if (version->MajorVersion != QOS_VERSION_MAJOR_CURRENT || version->MinorVersion != QOS_VERSION_MINOR_CURRENT)
-        return kInvalidParameter;
-    std::lock_guard<std::mutex> lock(g_mutex);
-    QosHandle* created = new QosHandle;
-    g_handles.insert(created);
+        return zyerr::kInvalidParameter;
+    QosHandle* created = new (std::nothrow) QosHandle;
+    if (created == nullptr || !RegisterHandle(created))
+    {
+        delete created;
+        return zyerr::kNotEnoughMemory;
+    }
     *handle = created;
     return 0;
 }
 
 uint32_t CloseHandle(void* handle)
 {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    QosHandle* qos = FindHandle(handle);
-    if (qos == nullptr)
-        return kInvalidHandle;
+    std::atomic<QosHandle*>* slot = FindSlot(handle);
+    QosHandle* qos = static_cast<QosHandle*>(handle);
+    // Only the close that empties the slot owns the handle.
+    if (slot == nullptr || !slot->compare_exchange_strong(qos, nullptr, std::memory_order_acq_rel))
+        return zyerr::kInvalidHandle;
     for (auto& flow : qos->flows)
         for (const FlowSocket& entry : flow.second.sockets)
             RestoreMarking(entry);
-    g_handles.erase(qos);
     delete qos;
     return 0;
 }
@@ -272,17 +340,16 @@ uint32_t CloseHandle(void* handle)
 uint32_t AddSocketToFlow(void* handle, unsigned int socket, sockaddr* destination, _QOS_TRAFFIC_TYPE trafficType,
                          unsigned long flags, unsigned long* flowId)
 {
-    std::lock_guard<std::mutex> lock(g_mutex);
     QosHandle* qos = FindHandle(handle);
     if (qos == nullptr)
-        return kInvalidHandle;
+        return zyerr::kInvalidHandle;
     if (flowId == nullptr || static_cast<unsigned>(trafficType) > QOSTrafficTypeControl ||
         (flags & ~static_cast<unsigned long>(QOS_NON_ADAPTIVE_FLOW)) != 0)
-        return kInvalidParameter;
+        return zyerr::kInvalidParameter;
     for (const auto& flow : qos->flows)
         for (const FlowSocket& entry : flow.second.sockets)
             if (entry.socket == socket && IsSameSocket(entry))
-                return kInvalidParameter;  // already in a flow of this handle
+                return zyerr::kInvalidParameter;  // already in a flow of this handle
 
     FlowSocket entry;
     uint32_t error = SaveMarking(socket, entry);
@@ -291,7 +358,7 @@ uint32_t AddSocketToFlow(void* handle, unsigned int socket, sockaddr* destinatio
     // Where the traffic goes: the destination, or the peer of a connected socket.
     if (destination == nullptr ? !SocketIsConnected(socket)
                                : destination->sa_family != AF_INET && destination->sa_family != AF_INET6)
-        return kInvalidParameter;
+        return zyerr::kInvalidParameter;
 
     Flow* flow = nullptr;
     Flow created;
@@ -299,9 +366,9 @@ uint32_t AddSocketToFlow(void* handle, unsigned int socket, sockaddr* destinatio
     {
         auto found = qos->flows.find(*flowId);
         if (found == qos->flows.end())
-            return kNotFound;
+            return zyerr::kNotFound;
         if (!found->second.nonAdaptive)
-            return kInvalidParameter;  // only non-adaptive flows carry several sockets
+            return zyerr::kInvalidParameter;  // only non-adaptive flows carry several sockets
         flow = &found->second;
     }
     else
@@ -323,7 +390,7 @@ uint32_t AddSocketToFlow(void* handle, unsigned int socket, sockaddr* destinatio
     }
     if (*flowId == 0)
     {
-        unsigned long id = g_nextFlowId++;  // never 0: that means "a new flow"
+        unsigned long id = g_nextFlowId.fetch_add(1, std::memory_order_relaxed);  // never 0: that means "a new flow"
         created.sockets.push_back(entry);
         qos->flows.emplace(id, std::move(created));
         *flowId = id;
@@ -336,27 +403,26 @@ uint32_t AddSocketToFlow(void* handle, unsigned int socket, sockaddr* destinatio
 uint32_t SetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, unsigned long size, void* buffer,
                  unsigned long flags, _OVERLAPPED* overlapped)
 {
-    std::lock_guard<std::mutex> lock(g_mutex);
     QosHandle* qos = FindHandle(handle);
     if (qos == nullptr)
-        return kInvalidHandle;
+        return zyerr::kInvalidHandle;
     auto found = qos->flows.find(flowId);
     if (found == qos->flows.end())
-        return kNotFound;
+        return zyerr::kNotFound;
     if (overlapped != nullptr)
-        return kNotSupported;  // changes are made at once; there is no asynchronous completion
+        return zyerr::kNotSupported;  // changes are made at once; there is no asynchronous completion
     if (buffer == nullptr || flags != 0)
-        return kInvalidParameter;
+        return zyerr::kInvalidParameter;
     Flow& flow = found->second;
     switch (operation)
     {
     case QOSSetTrafficType:
     {
         if (size < sizeof(QOS_TRAFFIC_TYPE))
-            return kInvalidParameter;
+            return zyerr::kInvalidParameter;
         const unsigned type = static_cast<unsigned>(*static_cast<const QOS_TRAFFIC_TYPE*>(buffer));
         if (type > QOSTrafficTypeControl)
-            return kInvalidParameter;
+            return zyerr::kInvalidParameter;
         flow.dscp = kTrafficMarking[type].dscp;
         flow.priority = kTrafficMarking[type].priority;
         break;
@@ -370,19 +436,19 @@ uint32_t SetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, un
         else if (size >= sizeof(uint32_t))
             value = *static_cast<const uint32_t*>(buffer);
         else
-            return kInvalidParameter;
+            return zyerr::kInvalidParameter;
         if (value > 63)
-            return kInvalidParameter;
+            return zyerr::kInvalidParameter;
         flow.dscp = static_cast<int>(value);
         break;
     }
     case QOSSetOutgoingRate:
     {
         if (size < sizeof(QOS_FLOWRATE_OUTGOING))
-            return kInvalidParameter;
+            return zyerr::kInvalidParameter;
         const QOS_FLOWRATE_OUTGOING* rate = static_cast<const QOS_FLOWRATE_OUTGOING*>(buffer);
         if (rate->Bandwidth == 0)
-            return kInvalidParameter;
+            return zyerr::kInvalidParameter;
         for (FlowSocket& entry : flow.sockets)
         {
             uint32_t error = ApplyPacing(entry, (rate->Bandwidth + 7) / 8);
@@ -394,7 +460,7 @@ uint32_t SetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, un
         return 0;
     }
     default:
-        return kInvalidParameter;
+        return zyerr::kInvalidParameter;
     }
     for (const FlowSocket& entry : flow.sockets)
     {
@@ -407,15 +473,14 @@ uint32_t SetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, un
 
 uint32_t RemoveSocketFromFlow(void* handle, unsigned int socket, unsigned long flowId, unsigned long flags)
 {
-    std::lock_guard<std::mutex> lock(g_mutex);
     QosHandle* qos = FindHandle(handle);
     if (qos == nullptr)
-        return kInvalidHandle;
+        return zyerr::kInvalidHandle;
     if (flags != 0)
-        return kInvalidParameter;
+        return zyerr::kInvalidParameter;
     auto found = qos->flows.find(flowId);
     if (found == qos->flows.end())
-        return kNotFound;
+        return zyerr::kNotFound;
     std::vector<FlowSocket>& sockets = found->second.sockets;
     for (auto entry = sockets.begin(); entry != sockets.end(); ++entry)
     {
@@ -428,53 +493,44 @@ uint32_t RemoveSocketFromFlow(void* handle, unsigned int socket, unsigned long f
             qos->flows.erase(found);
         return 0;
     }
-    return kNotFound;
+    return zyerr::kNotFound;
 }
 }  // namespace
 
-namespace FXQWaveDll
+namespace zyos
 {
-CZyError QOSCreateHandle(_QOS_VERSION* version, void** handle)
+namespace
 {
-    uint32_t error = CreateHandle(version, handle);
-    if (error)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSCreateHandle"), error, "Failed to create QOS handle");
-    return CZyError::Success();
+QosResult Outcome(uint32_t error)
+{
+    return QosResult{error ? QosResult::QOS_FAILED : QosResult::QOS_DONE, error};
+}
+}  // namespace
+
+QosResult QosCreateHandle(_QOS_VERSION* version, void** handle)
+{
+    return Outcome(CreateHandle(version, handle));
 }
 
-CZyError QOSCloseHandle(void* handle)
+QosResult QosCloseHandle(void* handle)
 {
-    uint32_t error = CloseHandle(handle);
-    if (error)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSCloseHandle"), error, "Failed to close QOS handle");
-    return CZyError::Success();
+    return Outcome(CloseHandle(handle));
 }
 
-CZyError QOSSetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, unsigned long size, void* buffer,
-                    unsigned long flags, _OVERLAPPED* overlapped)
+QosResult QosSetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, unsigned long size, void* buffer,
+                     unsigned long flags, _OVERLAPPED* overlapped)
 {
-    uint32_t error = SetFlow(handle, flowId, operation, size, buffer, flags, overlapped);
-    if (error)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSSetFlow"), error, "Failed to set QOS flow");
-    return CZyError::Success();
+    return Outcome(SetFlow(handle, flowId, operation, size, buffer, flags, overlapped));
 }
 
-CZyError QOSAddSocketToFlow(void* handle, unsigned int socket, sockaddr* destination, _QOS_TRAFFIC_TYPE trafficType,
-                            unsigned long flags, unsigned long* flowId)
+QosResult QosAddSocketToFlow(void* handle, unsigned int socket, sockaddr* destination, _QOS_TRAFFIC_TYPE trafficType,
+                             unsigned long flags, unsigned long* flowId)
 {
-    uint32_t error = AddSocketToFlow(handle, socket, destination, trafficType, flags, flowId);
-    if (error)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSAddSocketToFlow"), error,
-                                       "Failed to add socket (%u) to the flow", socket);
-    return CZyError::Success();
+    return Outcome(AddSocketToFlow(handle, socket, destination, trafficType, flags, flowId));
 }
 
-CZyError QOSRemoveSocketFromFlow(void* handle, unsigned int socket, unsigned long flowId, unsigned long flags)
+QosResult QosRemoveSocketFromFlow(void* handle, unsigned int socket, unsigned long flowId, unsigned long flags)
 {
-    uint32_t error = RemoveSocketFromFlow(handle, socket, flowId, flags);
-    if (error)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSRemoveSocketFromFlow"), error,
-                                       "Failed to remove socket (%u) from the flow", socket);
-    return CZyError::Success();
+    return Outcome(RemoveSocketFromFlow(handle, socket, flowId, flags));
 }
-}  // namespace FXQWaveDll
+}  // namespace zyos

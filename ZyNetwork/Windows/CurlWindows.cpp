@@ -17,7 +17,7 @@ std::string DefaultCurlLibraryPath(const void* moduleAddress)
     return directory + kFileName;
 }
 
-void KeepCurlLibraryMapped(const char* path)
+void KeepCurlLibraryMapped(CZyLibrary& /*library*/)
 {
     // RKCurl.dll needs only system DLLs: it is unloaded at exit.
 }

@@ -8,10 +8,14 @@
 namespace zyerr
 {
 // ---- Win32 codes -----------------------------------------------------------
+constexpr int kAccessDeniedWin32 = 5;    // ERROR_ACCESS_DENIED
+constexpr int kInvalidHandle = 6;        // ERROR_INVALID_HANDLE
 constexpr int kNotEnoughMemory = 8;      // ERROR_NOT_ENOUGH_MEMORY
 constexpr int kOutOfMemory = 14;         // ERROR_OUTOFMEMORY
 constexpr int kNotSupported = 50;        // ERROR_NOT_SUPPORTED
 constexpr int kInvalidParameter = 87;    // ERROR_INVALID_PARAMETER
+constexpr int kModuleNotFound = 126;     // ERROR_MOD_NOT_FOUND: a module that will not load
+constexpr int kProcNotFound = 127;       // ERROR_PROC_NOT_FOUND: a missing symbol
 constexpr int kNoMoreItems = 259;        // ERROR_NO_MORE_ITEMS
 constexpr int kStateError = 774;         // ERROR_INVALID_STATE-kind: the object is not in a state for the call
 constexpr int kNotFound = 1168;          // ERROR_NOT_FOUND

@@ -26,6 +26,9 @@ uint32_t SystemErrorFromErrno(int code, const char* path);
 void* LoadModule(const char* path, bool exportSymbols, uint32_t* error);
 void* ModuleSymbol(void* module, const char* name, uint32_t* error);
 void UnloadModule(void* module);
+// Keeps the module loaded from `path` mapped until the process ends, however
+// often it is unloaded later (Linux: RTLD_NODELETE; Windows: a pinned module).
+void KeepModuleMapped(void* module, const char* path);
 // The directory, with its trailing separator, of the module (shared library
 // or program) that holds `address`. False when it cannot be found.
 bool ModuleDirectoryOf(const void* address, std::string& directory);

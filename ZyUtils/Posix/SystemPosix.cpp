@@ -2,6 +2,8 @@
 // sleeping. System codes are given as Windows numbers them.
 #include "ZyUtils/Internal/OsUtils.h"
 
+#include "ZyUtils/Internal/ErrorCodes.h"
+
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -67,7 +69,7 @@ void* LoadModule(const char* path, bool exportSymbols, uint32_t* error)
     dlerror();
     void* module = dlopen(path, RTLD_NOW | (exportSymbols ? RTLD_GLOBAL : RTLD_LOCAL));
     if (!module && error)
-        *error = 126;  // ERROR_MOD_NOT_FOUND: Windows' code for any module that will not load
+        *error = zyerr::kModuleNotFound;  // Windows' code for any module that will not load
     return module;
 }
 
@@ -76,12 +78,21 @@ void* ModuleSymbol(void* module, const char* name, uint32_t* error)
     dlerror();
     void* address = dlsym(module, name);
     if (!address && error)
-        *error = 127;  // ERROR_PROC_NOT_FOUND
+        *error = zyerr::kProcNotFound;
     return address;
 }
 
 void UnloadModule(void* module)
 {
+    if (module)
+        dlclose(module);
+}
+
+void KeepModuleMapped(void* /*module*/, const char* path)
+{
+    // Marks the loaded object as never to be unloaded; the extra reference
+    // taken here is dropped at once.
+    void* module = dlopen(path, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
     if (module)
         dlclose(module);
 }

@@ -1,20 +1,24 @@
 // Run-time loading of optional system modules: a module loaded once by name
 // (CDynamicLoadBase) and one resolved entry point per function
-// (CLoadedFunction). Windows only; a header shared by the libraries that
-// load optional system interfaces.
+// (CLoadedFunction). Both are thin layers over CZyLibrary, the library's one
+// module loader, that give their own error texts and locations. Windows
+// only; a header shared by the libraries that load optional system
+// interfaces.
 #pragma once
 
 #include <windows.h>
 
+#include <string>
+
 #include "ZyUtils/ZyError.h"
-#include "ZyUtils/ZyString.h"
+#include "ZyUtils/ZyLibrary.h"
 
 // One module, loaded at most once and never unloaded: the functions resolved
 // from it may be called until the process ends.
 class CDynamicLoadBase
 {
 public:
-    CDynamicLoadBase() : m_module(nullptr), m_loadAttempted(false) {}
+    CDynamicLoadBase() : m_module(nullptr), m_loadAttempted(false), m_library(false) {}
     virtual ~CDynamicLoadBase() {}
     CDynamicLoadBase(const CDynamicLoadBase&) = delete;
     CDynamicLoadBase& operator=(const CDynamicLoadBase&) = delete;
@@ -25,24 +29,25 @@ public:
         if (m_module != nullptr)
             return CZyError::Success();
         const std::string name = moduleName ? moduleName : "";
-        HMODULE module = LoadLibraryW(FXString::ToWstring(name).c_str());
-        if (module == nullptr)
-        {
-            const DWORD code = GetLastError();
+        CZyError error = m_library.Load(name.c_str());
+        if (error.IsError())
             return FXErrorUtil::ErrorWin32(
-                FXCodeLocation("ZyUtils/Windows/DynamicLoadBase", "CDynamicLoadBase::Load", __LINE__), code,
-                "Failed to load, Module=[%s]", name.c_str());
-        }
-        m_module = module;
+                FXCodeLocation("ZyUtils/Windows/DynamicLoadBase", "CDynamicLoadBase::Load", __LINE__),
+                static_cast<uint32_t>(error.GetErrorCode()), "Failed to load, Module=[%s]", name.c_str());
+        m_module = static_cast<HMODULE>(m_library.Handle());
         return CZyError::Success();
     }
 
     HMODULE Module() const { return m_module; }
     bool LoadAttempted() const { return m_loadAttempted; }
+    const CZyLibrary& Library() const { return m_library; }
 
 protected:
     HMODULE m_module;
     bool m_loadAttempted;  // set before the first load attempt
+
+private:
+    CZyLibrary m_library;  // constructed not to unload: resolved functions stay callable
 };
 
 // One entry point of a loaded module, of type `Function` (a function pointer).
@@ -61,13 +66,12 @@ public:
     CZyError Load(const CDynamicLoadBase& loader, const char* name)
     {
         m_resolved = true;
-        FARPROC address = GetProcAddress(loader.Module(), name);
-        m_function = reinterpret_cast<Function>(reinterpret_cast<void (*)()>(address));
-        if (address == nullptr)
+        CZyError error = loader.Library().GetFunction(name, m_function);
+        if (error.IsError())
         {
-            const DWORD code = GetLastError();
             m_status = FXErrorUtil::ErrorWin32(FXCodeLocation("ZyUtils/Windows/DynamicLoadBase", m_location, __LINE__),
-                                               code, "Failed to get address, Module=[0x%p], FunctionName=[%s]",
+                                               static_cast<uint32_t>(error.GetErrorCode()),
+                                               "Failed to get address, Module=[0x%p], FunctionName=[%s]",
                                                static_cast<void*>(loader.Module()), name ? name : "");
             return m_status;
         }

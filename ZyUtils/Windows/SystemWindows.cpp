@@ -58,6 +58,13 @@ void UnloadModule(void* module)
         FreeLibrary(static_cast<HMODULE>(module));
 }
 
+void KeepModuleMapped(void* module, const char* /*path*/)
+{
+    HMODULE pinned = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                       static_cast<LPCWSTR>(module), &pinned);
+}
+
 bool ModuleDirectoryOf(const void* address, std::string& directory)
 {
     HMODULE module = nullptr;

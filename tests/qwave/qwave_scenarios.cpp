@@ -82,6 +82,9 @@ void ExpectNotSupported(const CZyError& error, const char* function)
     EXPECT_EQ(EErrorKind::Win32, error.GetErrorKind());
     EXPECT_EQ(std::string("Not supported on this system, Group=[Qwave], Function=[") + function + "]",
               error.GetErrorMessage());
+    ASSERT_TRUE(error.IsError());
+    EXPECT_STREQ("ZyNetwork/Windows/QosWaveApi", error.GetItems()[0]->Location().File());
+    EXPECT_EQ(std::string("FXQWaveDll::") + function, error.GetItems()[0]->Location().Function());
 }
 
 TEST(QwaveStubModule, EveryWrapperReachesTheModule)
@@ -111,6 +114,7 @@ TEST(QwaveStubModule, FailuresCarryTheModulesCodeAndTheWrappersMessage)
     CZyError error = FXQWaveDll::QOSCreateHandle(nullptr, nullptr);
     EXPECT_TRUE(error.Is(ERROR_INVALID_PARAMETER)) << error.AsString();
     EXPECT_EQ("Failed to create QOS handle", error.GetErrorMessage());
+    EXPECT_STREQ("ZyNetwork/Windows/QosWaveApi", error.GetItems()[0]->Location().File());
 
     error = FXQWaveDll::QOSCloseHandle(nullptr);
     EXPECT_TRUE(error.Is(ERROR_INVALID_HANDLE)) << error.AsString();

@@ -1,8 +1,8 @@
-// The QoS functions over the system's qWAVE module, loaded at run time: one
-// process-wide loader, created on the first call of any wrapper, resolves
-// the five entry points once; a missing module or entry point makes the
-// wrappers concerned report "not supported" for the life of the process.
-#include "ZyNetwork/QosWaveApi.h"
+// The Windows half of the QoS boundary: the system's qWAVE module, loaded
+// at run time. One process-wide loader, created on the first call, resolves
+// the five entry points once; a missing module or entry point leaves the
+// calls concerned not offered for the life of the process.
+#include "ZyNetwork/Internal/OsQos.h"
 
 #include <winsock2.h>
 #include <windows.h>
@@ -10,6 +10,13 @@
 #include <string>
 
 #include "ZyUtils/Windows/DynamicLoadBase.h"
+#include "ZyUtils/ZyString.h"
+
+namespace zyos
+{
+// The wrappers' error locations keep the name of the file that first held them.
+const char* const kQosLocationFile = "ZyNetwork/Windows/QosWaveApi";
+}
 
 namespace
 {
@@ -91,70 +98,62 @@ private:
     }
 };
 
-static CZyError NotSupported(const char* qualifiedName, const char* function, int line)
-{
-    return FXErrorUtil::ErrorWin32(FXCodeLocation(kZyFile, qualifiedName, line), ERROR_NOT_SUPPORTED,
-                                   "Not supported on this system, Group=[%s], Function=[%s]", "Qwave", function);
-}
-
 static UINT_PTR WidenSocket(unsigned int socket)
 {
     return socket == 0xFFFFFFFFu ? static_cast<UINT_PTR>(INVALID_SOCKET) : static_cast<UINT_PTR>(socket);
 }
+}  // namespace FXQWaveDll
 
-CZyError QOSCreateHandle(_QOS_VERSION* version, void** handle)
+namespace zyos
+{
+namespace
+{
+using FXQWaveDll::CDynamicLoadBaseQwave;
+
+// A call's outcome from its BOOL result; the code is read at once.
+QosResult Outcome(int succeeded)
+{
+    if (succeeded)
+        return QosResult{QosResult::QOS_DONE, 0};
+    return QosResult{QosResult::QOS_FAILED, static_cast<uint32_t>(GetLastError())};
+}
+
+const QosResult kNotOffered = {QosResult::QOS_NOT_OFFERED, 0};
+}  // namespace
+
+QosResult QosCreateHandle(_QOS_VERSION* version, void** handle)
 {
     QOSCreateHandleFn function = CDynamicLoadBaseQwave::Instance().m_QOSCreateHandle.Get();
-    if (function == nullptr)
-        return NotSupported("FXQWaveDll::QOSCreateHandle", "QOSCreateHandle", __LINE__);
-    if (!function(version, handle))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSCreateHandle"), GetLastError(),
-                                       "Failed to create QOS handle");
-    return CZyError::Success();
+    return function == nullptr ? kNotOffered : Outcome(function(version, handle));
 }
 
-CZyError QOSCloseHandle(void* handle)
+QosResult QosCloseHandle(void* handle)
 {
     QOSCloseHandleFn function = CDynamicLoadBaseQwave::Instance().m_QOSCloseHandle.Get();
-    if (function == nullptr)
-        return NotSupported("FXQWaveDll::QOSCloseHandle", "QOSCloseHandle", __LINE__);
-    if (!function(handle))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSCloseHandle"), GetLastError(),
-                                       "Failed to close QOS handle");
-    return CZyError::Success();
+    return function == nullptr ? kNotOffered : Outcome(function(handle));
 }
 
-CZyError QOSSetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, unsigned long size, void* buffer,
-                    unsigned long flags, _OVERLAPPED* overlapped)
+QosResult QosSetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, unsigned long size, void* buffer,
+                     unsigned long flags, _OVERLAPPED* overlapped)
 {
     QOSSetFlowFn function = CDynamicLoadBaseQwave::Instance().m_QOSSetFlow.Get();
-    if (function == nullptr)
-        return NotSupported("FXQWaveDll::QOSSetFlow", "QOSSetFlow", __LINE__);
-    if (!function(handle, flowId, operation, size, buffer, flags, overlapped))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSSetFlow"), GetLastError(), "Failed to set QOS flow");
-    return CZyError::Success();
+    return function == nullptr ? kNotOffered
+                               : Outcome(function(handle, flowId, operation, size, buffer, flags, overlapped));
 }
 
-CZyError QOSAddSocketToFlow(void* handle, unsigned int socket, sockaddr* destination, _QOS_TRAFFIC_TYPE trafficType,
-                            unsigned long flags, unsigned long* flowId)
+QosResult QosAddSocketToFlow(void* handle, unsigned int socket, sockaddr* destination, _QOS_TRAFFIC_TYPE trafficType,
+                             unsigned long flags, unsigned long* flowId)
 {
     QOSAddSocketToFlowFn function = CDynamicLoadBaseQwave::Instance().m_QOSAddSocketToFlow.Get();
-    if (function == nullptr)
-        return NotSupported("FXQWaveDll::QOSAddSocketToFlow", "QOSAddSocketToFlow", __LINE__);
-    if (!function(handle, WidenSocket(socket), destination, trafficType, flags, flowId))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSAddSocketToFlow"), GetLastError(),
-                                       "Failed to add socket (%u) to the flow", socket);
-    return CZyError::Success();
+    return function == nullptr
+               ? kNotOffered
+               : Outcome(function(handle, FXQWaveDll::WidenSocket(socket), destination, trafficType, flags, flowId));
 }
 
-CZyError QOSRemoveSocketFromFlow(void* handle, unsigned int socket, unsigned long flowId, unsigned long flags)
+QosResult QosRemoveSocketFromFlow(void* handle, unsigned int socket, unsigned long flowId, unsigned long flags)
 {
     QOSRemoveSocketFromFlowFn function = CDynamicLoadBaseQwave::Instance().m_QOSRemoveSocketFromFlow.Get();
-    if (function == nullptr)
-        return NotSupported("FXQWaveDll::QOSRemoveSocketFromFlow", "QOSRemoveSocketFromFlow", __LINE__);
-    if (!function(handle, WidenSocket(socket), flowId, flags))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("FXQWaveDll::QOSRemoveSocketFromFlow"), GetLastError(),
-                                       "Failed to remove socket (%u) from the flow", socket);
-    return CZyError::Success();
+    return function == nullptr ? kNotOffered
+                               : Outcome(function(handle, FXQWaveDll::WidenSocket(socket), flowId, flags));
 }
-}  // namespace FXQWaveDll
+}  // namespace zyos
