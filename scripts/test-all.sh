@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
-# Installs what is missing, then builds and runs every test: Linux, Linux
-# under ASan + UBSan, and Windows (mingw-w64) under Wine. Exits non-zero on
-# the first failure.
+# Installs what is missing, checks the layout rules, then builds and runs
+# every test: Linux, Linux under ASan + UBSan, and Windows (mingw-w64) under
+# Wine. Exits non-zero on the first failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/install-deps.sh
+
+# Layout rules first: they need no build and fail in seconds.
+bash scripts/check-layout.sh
 
 jobs=$(nproc 2>/dev/null || echo 2)
 
