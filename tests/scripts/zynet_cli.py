@@ -58,12 +58,13 @@ def case_json_escaping(tool):
     if tool.windows:
         raise Skip("raw argument bytes do not pass through the emulator unchanged")
     # A path is taken byte for byte, so it carries quotes, control
-    # characters and bytes that are not UTF-8 into the JSON text.
+    # characters and bytes that are not UTF-8 into the JSON text; those
+    # come out as U+FFFD.
     raw = b'/tmp/q"b\\s\tt\nn\x01\xff\xc3\xa9'
     rc, out, err = tool.run_raw([b"--json", b"addr", raw])
     expect(rc == 0, "exit %d: %r" % (rc, err))
     doc = json.loads(out.decode("utf-8"))
-    expected = '/tmp/q"b\\s\tt\nn\x01\u00ff\u00e9'
+    expected = '/tmp/q"b\\s\tt\nn\x01\ufffd\u00e9'
     expect(doc["input"] == expected and doc["address"]["path"] == expected,
            "path did not survive: %r" % doc["input"])
 

@@ -300,7 +300,7 @@ int RunGet(Output& out, const std::vector<std::string>& args)
     const std::string output = transfer.parsed.HasValue("-o") ? transfer.parsed.values.at("-o") : std::string();
     if (out.IsJson() && (output.empty() || output == "-"))
         throw UsageError("--json needs -o FILE (the body cannot share stdout with the JSON document)");
-    out.Result().Set("url", transfer.url);
+    out.Result()["url"] = transfer.url;
     if (const TransferClient* client = ChooseClient(transfer))
     {
         if (!client->download || output.empty() || output == "-")
@@ -308,7 +308,7 @@ int RunGet(Output& out, const std::vector<std::string>& args)
         CZyError error = client->download(transfer.url, output, transfer.options);
         if (error.IsError())
             return out.Fail("download of " + transfer.url + " failed", error);
-        out.Result().Set("file", output);
+        out.Result()["file"] = output;
         out.Line("saved %s", output.c_str());
         return kExitOk;
     }
@@ -341,10 +341,10 @@ int RunGet(Output& out, const std::vector<std::string>& args)
         return out.Fail("download of " + transfer.url + " failed", error);
     int status = 0;
     request->getLastServerResponseCode(status);
-    out.Result().Set("file", output.empty() ? std::string("-") : output);
-    out.Result().Set("bytes", static_cast<unsigned long long>(sink.bytes));
-    out.Result().Set("status", status);
-    out.Result().Set("seconds", seconds);
+    out.Result()["file"] = output.empty() ? std::string("-") : output;
+    out.Result()["bytes"] = static_cast<unsigned long long>(sink.bytes);
+    out.Result()["status"] = status;
+    out.Result()["seconds"] = seconds;
     if (!sink.stream)
         out.Line("%llu bytes saved to %s (status %d)", static_cast<unsigned long long>(sink.bytes), output.c_str(),
                  status);
@@ -355,8 +355,8 @@ int RunPut(Output& out, const std::vector<std::string>& args)
 {
     TransferArgs transfer = ParseTransferArgs(args, {}, 2);
     const std::string file = transfer.parsed.positional[0];
-    out.Result().Set("url", transfer.url);
-    out.Result().Set("file", file);
+    out.Result()["url"] = transfer.url;
+    out.Result()["file"] = file;
     if (const TransferClient* client = ChooseClient(transfer))
     {
         if (!client->upload)
@@ -378,8 +378,8 @@ int RunPut(Output& out, const std::vector<std::string>& args)
         return out.Fail("upload of " + file + " to " + transfer.url + " failed", error);
     int status = 0;
     request->getLastServerResponseCode(status);
-    out.Result().Set("bytes", static_cast<long long>(request->getDataSizeInBytes()));
-    out.Result().Set("status", status);
+    out.Result()["bytes"] = static_cast<long long>(request->getDataSizeInBytes());
+    out.Result()["status"] = status;
     out.Line("%lld bytes sent to %s (status %d)", static_cast<long long>(request->getDataSizeInBytes()),
              transfer.url.c_str(), status);
     return kExitOk;
@@ -388,8 +388,8 @@ int RunPut(Output& out, const std::vector<std::string>& args)
 int RunLs(Output& out, const std::vector<std::string>& args)
 {
     TransferArgs transfer = ParseTransferArgs(args, {}, 1);
-    out.Result().Set("url", transfer.url);
-    Json list = Json::Array();
+    out.Result()["url"] = transfer.url;
+    Json list = Json::array();
     if (const TransferClient* client = ChooseClient(transfer))
     {
         if (!client->list)
@@ -400,12 +400,12 @@ int RunLs(Output& out, const std::vector<std::string>& args)
             return out.Fail("listing of " + transfer.url + " failed", error);
         for (const std::string& name : names)
         {
-            Json entry = Json::Object();
-            entry.Set("name", name);
-            list.Push(entry);
+            Json entry = Json::object();
+            entry["name"] = name;
+            list.push_back(entry);
             out.Line("%s", name.c_str());
         }
-        out.Result().Set("entries", list);
+        out.Result()["entries"] = list;
         return kExitOk;
     }
     std::unique_ptr<RkProtocolReq> request;
@@ -418,19 +418,19 @@ int RunLs(Output& out, const std::vector<std::string>& args)
         return out.Fail("listing of " + transfer.url + " failed", error);
     for (const RkCURL::FileDirInfo& entry : entries)
     {
-        Json item = Json::Object();
-        item.Set("name", entry.name);
-        item.Set("path", entry.fullPath);
-        item.Set("directory", entry.isDirectory);
-        item.Set("size", static_cast<long long>(entry.size));
-        item.Set("modified", static_cast<long long>(entry.modificationTime));
-        list.Push(item);
+        Json item = Json::object();
+        item["name"] = entry.name;
+        item["path"] = entry.fullPath;
+        item["directory"] = entry.isDirectory;
+        item["size"] = static_cast<long long>(entry.size);
+        item["modified"] = static_cast<long long>(entry.modificationTime);
+        list.push_back(item);
         const std::string size = entry.size < 0 ? std::string("-") : std::to_string(entry.size);
         out.Line("%s %12s  %-16s  %s%s", entry.isDirectory ? "d" : "-", size.c_str(),
                  entry.modificationText.empty() ? "-" : entry.modificationText.c_str(), entry.name.c_str(),
                  entry.isDirectory ? "/" : "");
     }
-    out.Result().Set("entries", list);
+    out.Result()["entries"] = list;
     return kExitOk;
 }
 
@@ -439,7 +439,7 @@ int RunHead(Output& out, const std::vector<std::string>& args)
     TransferArgs transfer = ParseTransferArgs(args, {}, 1);
     if (transfer.client != kDefaultClient)
         throw UsageError("head uses the library's own client only");
-    out.Result().Set("url", transfer.url);
+    out.Result()["url"] = transfer.url;
     std::unique_ptr<RkProtocolReq> request;
     CZyError error = OpenRequest(transfer, request, nullptr);
     if (error.IsError())
@@ -452,11 +452,11 @@ int RunHead(Output& out, const std::vector<std::string>& args)
     const bool noLength = error.HasMessage("File size recieved from server is invalid");
     if (error.IsError() && !noLength)
         return out.Fail("request for " + transfer.url + " failed", error);
-    out.Result().Set("status", status);
+    out.Result()["status"] = status;
     if (noLength)
-        out.Result().Set("size", Json());
+        out.Result()["size"] = Json();
     else
-        out.Result().Set("size", static_cast<long long>(size));
+        out.Result()["size"] = static_cast<long long>(size);
     out.Line("status %d", status);
     if (noLength)
         out.Line("size   unknown");
@@ -473,7 +473,7 @@ int RunFileCommand(Output& out, const std::vector<std::string>& args, bool makeD
     TransferArgs transfer = ParseTransferArgs(args, {}, 1);
     if (transfer.client != kDefaultClient)
         throw UsageError("rm and mkdir use the library's own client only");
-    out.Result().Set("url", transfer.url);
+    out.Result()["url"] = transfer.url;
     std::unique_ptr<RkProtocolReq> request;
     CZyError error = OpenRequest(transfer, request, nullptr);
     if (error.IsError())

@@ -10,9 +10,9 @@
 
 namespace zynet
 {
-Output::Output(const std::string& command, bool json) : m_command(command), m_json(json), m_result(Json::Object())
+Output::Output(const std::string& command, bool json) : m_command(command), m_json(json), m_result(Json::object())
 {
-    m_result.Set("command", command);
+    m_result["command"] = command;
 }
 
 void Output::Line(const char* format, ...)
@@ -29,19 +29,19 @@ void Output::Line(const char* format, ...)
 
 Json ErrorJson(const CZyError& error)
 {
-    Json json = Json::Object();
-    json.Set("code", error.GetErrorCode());
-    json.Set("kind", ErrorKindName(error.GetErrorKind()));
-    json.Set("message", error.GetErrorMessage());
-    Json stack = Json::Array();
+    Json json = Json::object();
+    json["code"] = error.GetErrorCode();
+    json["kind"] = ErrorKindName(error.GetErrorKind());
+    json["message"] = error.GetErrorMessage();
+    Json stack = Json::array();
     std::vector<std::string> lines;
     FXString::Split(error.AsString(), "\n", lines, 0);
     for (const std::string& line : lines)
     {
         if (!line.empty())
-            stack.Push(line);
+            stack.push_back(line);
     }
-    json.Set("stack", stack);
+    json["stack"] = stack;
     return json;
 }
 
@@ -50,8 +50,8 @@ int Output::Fail(const std::string& what, const CZyError& error)
     if (m_json)
     {
         Json failure = ErrorJson(error);
-        failure.Set("what", what);
-        m_result.Set("error", failure);
+        failure["what"] = what;
+        m_result["error"] = failure;
     }
     else
     {
@@ -67,9 +67,9 @@ int Output::Fail(const std::string& what)
 {
     if (m_json)
     {
-        Json failure = Json::Object();
-        failure.Set("what", what);
-        m_result.Set("error", failure);
+        Json failure = Json::object();
+        failure["what"] = what;
+        m_result["error"] = failure;
     }
     else
     {
@@ -83,8 +83,8 @@ void Output::Finish(int exitCode)
 {
     if (!m_json)
         return;
-    m_result.Set("ok", exitCode == kExitOk);
-    std::string text = m_result.Dump(2);
+    m_result["ok"] = exitCode == kExitOk;
+    std::string text = JsonText(m_result);
     std::fputs(text.c_str(), stdout);
     std::fputc('\n', stdout);
 }
