@@ -151,6 +151,7 @@ void PrintMainHelp(FILE* stream)
                  "\n"
                  "The ZyNetwork command-line tool. Without a command it runs `tour`.\n"
                  "  --json     machine-readable output (one JSON document on stdout)\n"
+                 "  --verbose  after an error's first line, the library's whole error stack\n"
                  "  --help     this text; `zynet COMMAND --help` describes a command\n"
                  "  --version  the library version\n"
                  "\n"
@@ -176,13 +177,16 @@ int main(int argc, char** argv)
     std::vector<std::string> args;
     bool json = false;
     bool help = false;
+    bool verbose = false;
     bool optionsEnded = false;
-    // --json and --help are accepted anywhere before "--".
+    // --json, --verbose and --help are accepted anywhere before "--".
     for (int i = 1; i < argc; ++i)
     {
         const std::string arg = argv[i];
         if (!optionsEnded && arg == "--json")
             json = true;
+        else if (!optionsEnded && arg == "--verbose")
+            verbose = true;
         else if (!optionsEnded && (arg == "--help" || arg == "-h"))
             help = true;
         else
@@ -225,7 +229,7 @@ int main(int argc, char** argv)
 
     CZySockInit sockets;
     CZyError started = sockets.Init();
-    zynet::Output out(command->name, json);
+    zynet::Output out(command->name, json, verbose);
     int rc;
     if (started.IsError())
     {
