@@ -79,7 +79,7 @@ std::string GetCause(const CZyError& error, const TransferArgs& transfer, RkProt
     if (facts.status == 0)
         request.getLastServerResponseCode(facts.status);
     const int code = RkCURL::GetRkCURL(error);
-    if ((code == 9 || code == 19 || code == 78) && facts.scheme != "http" && facts.scheme != "https")
+    if ((code == 9 || code == 19 || code == 78 || code == 79) && facts.scheme != "http" && facts.scheme != "https")
     {
         bool directory = false;
         if (!request.checkIfFileOrDirExists(DecodedPath(request, transfer.path), false, directory).IsError() &&
@@ -122,7 +122,12 @@ int RunGet(Output& out, const std::vector<std::string>& args)
     if (error.IsError())
         return FailTransfer(out, "cannot set up the request for " + transfer.shown, error, transfer, nullptr);
     const std::string what = "download of " + transfer.shown + " failed";
-    const std::string url = RequestUrl(transfer.url);
+    std::string url = RequestUrl(transfer.url);
+    // The request classes take "ftps" for explicit TLS, which curl spells
+    // "ftp" (its "ftps" is TLS before the first reply); the FTPS class asks
+    // for TLS itself.
+    if (scheme == "ftps")
+        url = "ftp" + url.substr(4);
     const auto start = std::chrono::steady_clock::now();
     uint64_t offset = 0;
     for (int attempt = 0;; ++attempt)
