@@ -10,10 +10,13 @@ import json
 import os
 import re
 import shutil
+import signal
 import socket
+import subprocess
 import sys
 import tempfile
 import threading
+import time
 import urllib.parse
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
@@ -211,6 +214,19 @@ def case_get_safety(tool):
                        "complete already")
             expect(sorted(os.listdir(tmp)) == ["hello.txt", "keep.bin", "part.bin", "retried.bin"],
                    "left behind: %r" % os.listdir(tmp))
+            if not tool.windows:
+                # Stopped mid-body: the temporary file goes with the tool.
+                proc = subprocess.Popen(tool.command + ["get", url(hostile, "/huge-stall"), "-o", target],
+                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                deadline = time.monotonic() + 20
+                while len(os.listdir(tmp)) < 5 and time.monotonic() < deadline:
+                    time.sleep(0.05)
+                expect(len(os.listdir(tmp)) == 5, "no temporary file beside the target: %r" % os.listdir(tmp))
+                proc.send_signal(signal.SIGTERM)
+                proc.wait(20)
+                with open(target, "rb") as f:
+                    expect(f.read() == precious, "SIGTERM changed the file")
+                expect(len(os.listdir(tmp)) == 4, "SIGTERM left %r" % os.listdir(tmp))
     finally:
         scripted.close()
 
