@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "Platform.h"
+#include "Terminal.h"
 #include "ZyUtils/ZyString.h"
 
 namespace zynet
@@ -37,6 +38,8 @@ bool SizeOnDisk(const std::string& path, uint64_t& size)
 BodySink::BodySink(const std::string& file, bool resume, bool http)
     : m_file(file == "-" ? std::string() : file), m_resume(resume), m_http(http)
 {
+    if (m_file.empty())
+        SetBinaryStdout();
 }
 
 BodySink::~BodySink()
