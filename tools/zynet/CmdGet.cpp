@@ -122,12 +122,7 @@ int RunGet(Output& out, const std::vector<std::string>& args)
     if (error.IsError())
         return FailTransfer(out, "cannot set up the request for " + transfer.shown, error, transfer, nullptr);
     const std::string what = "download of " + transfer.shown + " failed";
-    std::string url = RequestUrl(transfer.url);
-    // The request classes take "ftps" for explicit TLS, which curl spells
-    // "ftp" (its "ftps" is TLS before the first reply); the FTPS class asks
-    // for TLS itself.
-    if (scheme == "ftps")
-        url = "ftp" + url.substr(4);
+    const std::string url = WholeUrl(transfer);
     const auto start = std::chrono::steady_clock::now();
     uint64_t offset = 0;
     for (int attempt = 0;; ++attempt)

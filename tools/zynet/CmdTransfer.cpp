@@ -189,6 +189,12 @@ std::string DecodedPath(RkProtocolReq& request, const std::string& path)
     return decoded;
 }
 
+std::string WholeUrl(const TransferArgs& transfer)
+{
+    const std::string url = RequestUrl(transfer.url);
+    return Scheme(url) == "ftps" ? "ftp" + url.substr(4) : url;
+}
+
 int FailTransfer(Output& out, const std::string& what, const CZyError& error, const TransferArgs& transfer,
                  RkProtocolReq* request, const std::string& reason)
 {
@@ -226,7 +232,7 @@ int RunPut(Output& out, const std::vector<std::string>& args)
     CZyError error = OpenRequest(transfer, request, &progress);
     if (error.IsError())
         return FailTransfer(out, "cannot set up the request for " + transfer.shown, error, transfer, nullptr);
-    error = request->uploadFile(file.c_str(), DecodedPath(*request, transfer.path).c_str(), 0, {});
+    error = request->uploadFile(file.c_str(), WholeUrl(transfer).c_str(), 0, {});
     progress.Finish();
     if (error.IsError())
         return FailTransfer(out, "upload of " + file + " to " + transfer.shown + " failed", error, transfer, request.get());
@@ -299,7 +305,7 @@ int RunHead(Output& out, const std::vector<std::string>& args)
     if (error.IsError())
         return FailTransfer(out, "cannot set up the request for " + transfer.shown, error, transfer, nullptr);
     double size = 0;
-    error = request->getFileInfo(DecodedPath(*request, transfer.path), size);
+    error = request->getFileInfo(WholeUrl(transfer), size);
     int status = 0;
     request->getLastServerResponseCode(status);
     // An answer without a length (a generated page) is still an answer.

@@ -120,6 +120,11 @@ CZyError OpenRequest(const TransferArgs& transfer, std::unique_ptr<RkCURL::RkPro
 // The URL's path as the request classes take it: decoded.
 std::string DecodedPath(RkCURL::RkProtocolReq& request, const std::string& path);
 
+// The URL for a request class's operation that takes a whole URL: as
+// RequestUrl (Causes.h) gives it, "ftps" (explicit TLS, which the FTPS
+// class asks for itself) written "ftp" as curl spells it.
+std::string WholeUrl(const TransferArgs& transfer);
+
 // Reports a failed transfer with its cause in plain words (Causes.h);
 // `request` (when given) tells the server's last status, `reason` the HTTP
 // reason phrase where the caller saw one.
