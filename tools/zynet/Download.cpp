@@ -60,7 +60,8 @@ CZyError BodySink::MakeTemporary(std::string& path)
     {
         seed = seed * 6364136223846793005ULL + 1442695040888963407ULL;
         path = directory + "." + name + FXString::Format(".zynet-%06llx.part", (seed >> 40) & 0xFFFFFF);
-        error = m_out.Open(path.c_str(), CZyFile::kWriteCreate | CZyFile::kFlagExclusive);
+        // Permissions as the process's umask gives a new file.
+        error = m_out.Open(path.c_str(), CZyFile::kWriteCreate | CZyFile::kFlagExclusive, 0666);
         if (!error.IsError())
         {
             m_temporary = path;

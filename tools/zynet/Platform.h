@@ -12,7 +12,8 @@ std::string TempDirectory();
 char PathSeparator();
 
 // Moves the file `from` over `to`, replacing `to` in one step when it exists
-// (rename on POSIX, MoveFileExW with MOVEFILE_REPLACE_EXISTING on Windows).
+// (rename on POSIX, where `to` keeps its permissions; MoveFileExW with
+// MOVEFILE_REPLACE_EXISTING on Windows).
 // False with the system's reason in `why` when it cannot.
 bool MoveOver(const std::string& from, const std::string& to, std::string& why);
 

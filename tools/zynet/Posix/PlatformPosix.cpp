@@ -1,5 +1,6 @@
 // The tool's platform facts on POSIX: $TMPDIR, '/', rename and signals.
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -24,6 +25,10 @@ char PathSeparator()
 
 bool MoveOver(const std::string& from, const std::string& to, std::string& why)
 {
+    // The file replaced keeps its permissions.
+    struct stat existing;
+    if (stat(to.c_str(), &existing) == 0)
+        chmod(from.c_str(), existing.st_mode & 07777);
     if (std::rename(from.c_str(), to.c_str()) == 0)
         return true;
     why = std::strerror(errno);
