@@ -331,8 +331,14 @@ def case_ftp(tool):
     ca = ["--cacert", host_path(tool, s["caFile"])]
     # By name: Windows' Schannel matches no IP address in a certificate.
     round_trip(tool, s, "ftps://localhost:%d/" % s["ftps"], user + ca, "work-tool/ftps")
-    expect_run(tool, ["ls", "ftp://127.0.0.1:%d/" % s["ftp"], "--user", "zyftp:wrong"], 1, None,
-               r"^zynet ls: listing of .* failed: login refused$")
+    with tempfile.TemporaryDirectory() as tmp:
+        kept = os.path.join(tmp, "kept.txt")
+        with open(kept, "wb") as f:
+            f.write(b"kept")
+        expect_run(tool, ["get", "ftp://127.0.0.1:%d/tree/a%%20file.txt" % s["ftp"], "--user", "zyftp:wrong",
+                          "-o", host_path(tool, kept)], 1, None, r"^zynet get: download of .* failed: login refused$")
+        with open(kept, "rb") as f:
+            expect(f.read() == b"kept" and os.listdir(tmp) == ["kept.txt"], "a refused login changed the file")
     expect_run(tool, ["mkdir", "https://127.0.0.1:1/x"], 2, None, r"'https' URLs have no mkdir")
     expect_run(tool, ["get", "ftp://127.0.0.1:1/x", "--key", "k"], 2, None, r"--key and --known-hosts are for sftp")
 
