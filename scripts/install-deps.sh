@@ -11,6 +11,7 @@ packages=(
   dpkg-dev
   clang libclang-rt-14-dev
   iproute2 util-linux procps python3
+  nlohmann-json3-dev
   nginx tinyproxy openssl apache2 curl
   python3-pyftpdlib python3-openssl openssh-server openssh-client passwd
   gcovr

@@ -46,8 +46,11 @@ def case_addr(tool):
                        ([path, "-p", "99"], dict(family=1, path=path, length=2 + len(path) + 1, port=0))):
         addr = tool.json("addr", *args)["address"]
         expect(all(addr[key] == value for key, value in want.items()), "addr %s: %r" % (args, addr))
-    # Not an address: the error's stack, exit 1; bad options: exit 2.
-    expect_run(tool, ["addr", "not-an-address"], 1, None, r"^#0 .*CZyIPAddr::SetAddressString")
+    # Not an address: one line, the error's stack with --verbose, exit 1;
+    # bad options: exit 2.
+    _, err = expect_run(tool, ["addr", "not-an-address"], 1, None, r"^zynet addr: 'not-an-address' is not a numeric")
+    expect("#0 " not in err, "the stack without --verbose:\n" + err)
+    expect_run(tool, ["--verbose", "addr", "not-an-address"], 1, None, r"^#0 .*CZyIPAddr::SetAddressString")
     doc = tool.json("addr", "1.2.3.4.5", expect_rc=1)
     expect(doc["ok"] is False and doc["error"]["code"] != 0 and doc["error"]["stack"], "no error: %r" % doc)
     expect_run(tool, ["addr", "127.0.0.1", "-p", "65536"], 2, None, r"^usage: zynet \[--json\] addr ")
@@ -58,12 +61,13 @@ def case_json_escaping(tool):
     if tool.windows:
         raise Skip("raw argument bytes do not pass through the emulator unchanged")
     # A path is taken byte for byte, so it carries quotes, control
-    # characters and bytes that are not UTF-8 into the JSON text.
+    # characters and bytes that are not UTF-8 into the JSON text; those
+    # come out as U+FFFD.
     raw = b'/tmp/q"b\\s\tt\nn\x01\xff\xc3\xa9'
     rc, out, err = tool.run_raw([b"--json", b"addr", raw])
     expect(rc == 0, "exit %d: %r" % (rc, err))
     doc = json.loads(out.decode("utf-8"))
-    expected = '/tmp/q"b\\s\tt\nn\x01\u00ff\u00e9'
+    expected = '/tmp/q"b\\s\tt\nn\x01\ufffd\u00e9'
     expect(doc["input"] == expected and doc["address"]["path"] == expected,
            "path did not survive: %r" % doc["input"])
 
@@ -89,7 +93,7 @@ def case_reverse(tool):
     # The name maps back to the address.
     doc = tool.json("resolve", name, "--all", "-4")
     expect("127.0.0.1" in [a["text"] for a in doc["addresses"]], "%s does not map back to 127.0.0.1" % name)
-    expect_run(tool, ["reverse", "300.1.1.1"], 1, None, r"^#0 ")
+    expect_run(tool, ["reverse", "300.1.1.1", "--verbose"], 1, None, r"^#0 ")
     expect_run(tool, ["reverse"], 2)
 
 
@@ -98,7 +102,7 @@ def case_cidr(tool):
     expect_run(tool, ["cidr", "10.1.2.3", "10.0.0.0/16"], 0, r"^10\.1\.2\.3 is not within 10\.0\.0\.0/16$")
     expect(tool.json("cidr", "10.1.2.3", "10.1.2.3/32")["within"] is True, "/32 of itself not within")
     expect(tool.json("cidr", "192.168.1.1", "192.168.0.0/24")["within"] is False, "/24 neighbour within")
-    expect_run(tool, ["cidr", "10.1.2.3", "10.0.0.0"], 1, None,
+    expect_run(tool, ["--verbose", "cidr", "10.1.2.3", "10.0.0.0"], 1, None,
                r"^#0 Win32 error 87: \"Invalid CIDR block: \[10\.0\.0\.0\]\.\"")
     expect_run(tool, ["cidr", "10.1.2.3"], 2, None, r"^usage: zynet \[--json\] cidr ADDR BLOCK")
 

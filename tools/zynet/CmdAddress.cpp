@@ -15,11 +15,11 @@ namespace
 {
 Json AddressJson(const CZyIPAddr& address)
 {
-    Json json = Json::Object();
-    json.Set("family", static_cast<int>(address.GetAddressFamily()));
-    json.Set("familyName", address.GetAddressFamilyString());
-    json.Set("port", address.GetPortNumber());
-    json.Set("text", AddressText(address));
+    Json json = Json::object();
+    json["family"] = static_cast<int>(address.GetAddressFamily());
+    json["familyName"] = address.GetAddressFamilyString();
+    json["port"] = address.GetPortNumber();
+    json["text"] = AddressText(address);
     return json;
 }
 }  // namespace
@@ -46,11 +46,11 @@ int RunAddr(Output& out, const std::vector<std::string>& args)
     const int length = ZYNET_GetActualSockAddrLen(&record);
 
     Json json = AddressJson(address);
-    json.Set("length", length);
+    json["length"] = length;
     if (address.GetAddressFamily() == CZyIPAddr::IP_FAMILY_UNIX)
-        json.Set("path", address.GetUnixSockAddr());
-    out.Result().Set("input", text);
-    out.Result().Set("address", json);
+        json["path"] = address.GetUnixSockAddr();
+    out.Result()["input"] = text;
+    out.Result()["address"] = json;
 
     out.Line("text:    %s", AddressText(address).c_str());
     out.Line("family:  %d (%s)", static_cast<int>(address.GetAddressFamily()), address.GetAddressFamilyString());
@@ -91,14 +91,14 @@ int RunResolve(Output& out, const std::vector<std::string>& args)
             found.push_back(address);
     }
 
-    Json list = Json::Array();
+    Json list = Json::array();
     for (const CZyIPAddr& address : found)
     {
-        list.Push(AddressJson(address));
+        list.push_back(AddressJson(address));
         out.Line("%-5s %s", address.GetAddressFamilyString(), AddressText(address).c_str());
     }
-    out.Result().Set("name", name);
-    out.Result().Set("addresses", list);
+    out.Result()["name"] = name;
+    out.Result()["addresses"] = list;
     if (found.empty())
         out.Line("%s: no IPv4 or IPv6 address", name.c_str());
     return kExitOk;
@@ -116,8 +116,8 @@ int RunReverse(Output& out, const std::vector<std::string>& args)
     error = address.GetHostName(name);
     if (error.IsError())
         return out.Fail("no host name for " + text, error);
-    out.Result().Set("address", AddressText(address));
-    out.Result().Set("name", name.str());
+    out.Result()["address"] = AddressText(address);
+    out.Result()["name"] = name.str();
     out.Line("%s", name.c_str());
     return kExitOk;
 }
@@ -131,9 +131,9 @@ int RunCidr(Output& out, const std::vector<std::string>& args)
     CZyError error = CZyIPAddr::CheckIfIpv4AddressIsWithinCidrBlock(address, block, within);
     if (error.IsError())
         return out.Fail("cannot compare " + address + " with " + block, error);
-    out.Result().Set("address", address);
-    out.Result().Set("block", block);
-    out.Result().Set("within", within);
+    out.Result()["address"] = address;
+    out.Result()["block"] = block;
+    out.Result()["within"] = within;
     out.Line("%s is %s %s", address.c_str(), within ? "within" : "not within", block.c_str());
     return kExitOk;
 }
@@ -146,8 +146,8 @@ int RunMask(Output& out, const std::vector<std::string>& args)
     CZyError error = CZyIPAddr::ConvertCIDRPrefixToSubnetMaskString(prefix, mask);
     if (error.IsError())
         return out.Fail("cannot build the mask", error);
-    out.Result().Set("prefix", prefix);
-    out.Result().Set("mask", mask.str());
+    out.Result()["prefix"] = prefix;
+    out.Result()["mask"] = mask.str();
     out.Line("/%d = %s", prefix, mask.c_str());
     return kExitOk;
 }
@@ -163,17 +163,17 @@ int RunProbe(Output& out, const std::vector<std::string>& args)
     const Probe probes[] = {{"IPv4", CZyIPAddr::IsIPv4StackPresent},
                             {"IPv6", CZyIPAddr::IsIPv6StackPresent},
                             {"Unix", CZyIPAddr::IsUnixStackPresent}};
-    Json stacks = Json::Object();
+    Json stacks = Json::object();
     for (const Probe& probe : probes)
     {
         bool present = false;
         CZyError error = probe.run(present);
         if (error.IsError())
             return out.Fail(std::string("the ") + probe.name + " probe failed", error);
-        stacks.Set(probe.name, present);
+        stacks[probe.name] = present;
         out.Line("%-5s %s", probe.name, present ? "present" : "absent");
     }
-    out.Result().Set("stacks", stacks);
+    out.Result()["stacks"] = stacks;
     return kExitOk;
 }
 
@@ -185,7 +185,7 @@ int RunIfaces(Output& out, const std::vector<std::string>& args)
     CZyError error = CZyIPAddr::GetIFList(pairs, CZyIPAddr::IP_FAMILY_UNSPEC);
     if (error.IsError())
         return out.Fail("cannot list the interfaces", error);
-    Json list = Json::Array();
+    Json list = Json::array();
     out.Line("%-5s %-40s %s", "", "address", "network (IPv4)");
     for (const auto& pair : pairs)
     {
@@ -193,15 +193,15 @@ int RunIfaces(Output& out, const std::vector<std::string>& args)
         // member of an IPv6 pair is not a network address.
         const bool ipv4 = pair.first.GetAddressFamily() == CZyIPAddr::IP_FAMILY_IPV4;
         const std::string network = ipv4 ? AddressText(pair.second) : "-";
-        Json entry = Json::Object();
-        entry.Set("family", pair.first.GetAddressFamilyString());
-        entry.Set("address", AddressText(pair.first));
-        entry.Set("network", ipv4 ? Json(network) : Json());
-        list.Push(entry);
+        Json entry = Json::object();
+        entry["family"] = pair.first.GetAddressFamilyString();
+        entry["address"] = AddressText(pair.first);
+        entry["network"] = ipv4 ? Json(network) : Json();
+        list.push_back(entry);
         out.Line("%-5s %-40s %s", pair.first.GetAddressFamilyString(), AddressText(pair.first).c_str(),
                  network.c_str());
     }
-    out.Result().Set("interfaces", list);
+    out.Result()["interfaces"] = list;
 
     if (parsed.Has("--macs"))
     {
@@ -209,7 +209,7 @@ int RunIfaces(Output& out, const std::vector<std::string>& args)
         error = CZyIPAddr::GetMACList(macs, CZyIPAddr::IP_FAMILY_UNSPEC);
         if (error.IsError())
             return out.Fail("cannot list the hardware addresses", error);
-        out.Result().Set("macs", Json::Strings(macs));
+        out.Result()["macs"] = Json(macs);
         out.Line("hardware addresses:%s", macs.empty() ? " none" : "");
         for (const std::string& mac : macs)
             out.Line("  %s", mac.c_str());
@@ -221,7 +221,7 @@ int RunIfaces(Output& out, const std::vector<std::string>& args)
         error = CZyIPAddr::GetAllInterfaces(request, answer, CZyIPAddr::IP_FAMILY_UNSPEC);
         if (error.IsError())
             return out.Fail("cannot name the interfaces", error);
-        out.Result().Set("names", Json::Strings(answer.hostNames));
+        out.Result()["names"] = Json(answer.hostNames);
         out.Line("host names of the non-loopback addresses:%s", answer.hostNames.empty() ? " none" : "");
         for (const std::string& name : answer.hostNames)
             out.Line("  %s", name.c_str());

@@ -41,7 +41,7 @@ int RunBlacklist(Output& out, const std::vector<std::string>& args)
     if (error.IsError())
         return out.Fail("cannot load " + file, error);
 
-    Json entries = Json::Array();
+    Json entries = Json::array();
     std::vector<std::string> lines;
     CZyIPAddr address;
     CZyString reason;
@@ -51,43 +51,43 @@ int RunBlacklist(Output& out, const std::vector<std::string>& args)
     error = blacklist.GetFirstBlacklistEntry(address, &reason, &attempts, &lastTime, &secondsLeft);
     while (!error.IsError())
     {
-        Json entry = Json::Object();
-        entry.Set("address", AddressText(address));
-        entry.Set("family", address.GetAddressFamilyString());
-        entry.Set("attempts", attempts);
-        entry.Set("lastReported", lastTime);
-        entries.Push(entry);
+        Json entry = Json::object();
+        entry["address"] = AddressText(address);
+        entry["family"] = address.GetAddressFamilyString();
+        entry["attempts"] = attempts;
+        entry["lastReported"] = lastTime;
+        entries.push_back(entry);
         lines.push_back(FXString::Format("  %-40s attempts %u", AddressText(address).c_str(), attempts));
         error = blacklist.GetNextBlacklistEntry(address, &reason, &attempts, &lastTime, &secondsLeft);
     }
     if (!error.Is(kNoMoreItems))
         return out.Fail("cannot list the entries", error);
 
-    out.Result().Set("file", file);
-    out.Result().Set("entries", entries);
-    out.Line("%u entr%s in %s", static_cast<unsigned>(entries.Size()), entries.Size() == 1 ? "y" : "ies",
+    out.Result()["file"] = file;
+    out.Result()["entries"] = entries;
+    out.Line("%u entr%s in %s", static_cast<unsigned>(entries.size()), entries.size() == 1 ? "y" : "ies",
              file.c_str());
     for (const std::string& line : lines)
         out.Line("%s", line.c_str());
 
-    Json results = Json::Array();
+    Json results = Json::array();
     for (const auto& check : checks)
     {
         CZyString why;
         unsigned int count = 0;
         const bool listed = blacklist.IsAddressBlacklisted(check.second, &why, &count);
-        Json result = Json::Object();
-        result.Set("input", check.first);
-        result.Set("address", AddressText(check.second));
-        result.Set("blacklisted", listed);
-        result.Set("attempts", count);
-        results.Push(result);
+        Json result = Json::object();
+        result["input"] = check.first;
+        result["address"] = AddressText(check.second);
+        result["blacklisted"] = listed;
+        result["attempts"] = count;
+        results.push_back(result);
         if (listed)
             out.Line("%s: blacklisted (attempts %u)", check.first.c_str(), count);
         else
             out.Line("%s: not blacklisted", check.first.c_str());
     }
-    out.Result().Set("checks", results);
+    out.Result()["checks"] = results;
     return kExitOk;
 }
 }  // namespace zynet

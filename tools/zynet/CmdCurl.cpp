@@ -18,9 +18,9 @@ int RunCurlVersion(Output& out, const std::vector<std::string>& args)
     const std::string file = CurlWrapper::rk_curl_library_path();
     const std::string version = CurlWrapper::rk_curl_version();
     const curl_version_info_data* info = CurlWrapper::rk_curl_version_info(CURLVERSION_NOW);
-    out.Result().Set("loaded", !file.empty());
-    out.Result().Set("file", file);
-    out.Result().Set("version", version);
+    out.Result()["loaded"] = !file.empty();
+    out.Result()["file"] = file;
+    out.Result()["version"] = version;
     if (file.empty())
         return out.Fail(version);
 
@@ -40,9 +40,9 @@ int RunCurlVersion(Output& out, const std::vector<std::string>& args)
     std::string directory;
     if (!CZyLibrary::ModuleDirectoryOf(CurlWrapper::rk_curl_version(), directory))
         directory.clear();
-    out.Result().Set("directory", directory);
-    out.Result().Set("protocols", Json::Strings(protocols));
-    out.Result().Set("tls", tls);
+    out.Result()["directory"] = directory;
+    out.Result()["protocols"] = Json(protocols);
+    out.Result()["tls"] = tls;
     const bool showDirectory = !directory.empty() && file.compare(0, directory.size(), directory) != 0;
     out.Line("file:      %s%s%s%s", file.c_str(), showDirectory ? " (in " : "", showDirectory ? directory.c_str() : "",
              showDirectory ? ")" : "");

@@ -34,18 +34,18 @@ const char* PingStatusName(int status)
 class PrintingCallback : public CZyPingCallback
 {
 public:
-    explicit PrintingCallback(Output& out) : m_out(out), m_replies(Json::Array()) {}
+    explicit PrintingCallback(Output& out) : m_out(out), m_replies(Json::array()) {}
 
     bool OnPingResponse(void* userData, _ZyPingResponse& response, bool last) override
     {
-        Json entry = Json::Object();
-        entry.Set("sequence", response.sequence);
-        entry.Set("status", PingStatusName(response.status));
-        entry.Set("ms", static_cast<unsigned long long>(response.timeMs));
+        Json entry = Json::object();
+        entry["sequence"] = response.sequence;
+        entry["status"] = PingStatusName(response.status);
+        entry["ms"] = static_cast<unsigned long long>(response.timeMs);
         if (response.status == PING_OK)
         {
-            entry.Set("bytes", response.bytes + 8u);
-            entry.Set("ttl", response.ttl);
+            entry["bytes"] = response.bytes + 8u;
+            entry["ttl"] = response.ttl;
             m_out.Line("%u bytes from %s: icmp_seq=%u ttl=%u time=%llu ms", response.bytes + 8u,
                        response.address.c_str(), response.sequence, response.ttl,
                        static_cast<unsigned long long>(response.timeMs));
@@ -59,7 +59,7 @@ public:
         {
             m_out.Line("no reply for icmp_seq=%u: %s", response.sequence, PingStatusName(response.status));
         }
-        m_replies.Push(entry);
+        m_replies.push_back(entry);
         return true;
     }
 
@@ -116,30 +116,30 @@ int RunPing(Output& out, const std::vector<std::string>& args)
     const unsigned long long elapsedMs =
         static_cast<unsigned long long>(CTimeStamp::Now().AsMilliseconds() - start.AsMilliseconds());
 
-    out.Result().Set("host", host);
-    out.Result().Set("address", result.address.empty() ? AddressText(target) : result.address);
-    out.Result().Set("replies", callback.Replies());
+    out.Result()["host"] = host;
+    out.Result()["address"] = result.address.empty() ? AddressText(target) : result.address;
+    out.Result()["replies"] = callback.Replies();
     if (error.IsError())
         return out.Fail("ping failed", error);
 
     const unsigned lossPercent = result.sent ? (result.sent - result.received) * 100u / result.sent : 0u;
-    Json summary = Json::Object();
-    summary.Set("sent", result.sent);
-    summary.Set("received", result.received);
-    summary.Set("lossPercent", lossPercent);
-    summary.Set("timeouts", result.timeouts);
-    summary.Set("shortReplies", result.shortReplies);
-    summary.Set("checksumErrors", result.checksumErrors);
-    summary.Set("foreignReplies", result.foreignReplies);
-    summary.Set("totalMs", static_cast<unsigned long long>(result.totalTimeMs));
-    summary.Set("elapsedMs", elapsedMs);
+    Json summary = Json::object();
+    summary["sent"] = result.sent;
+    summary["received"] = result.received;
+    summary["lossPercent"] = lossPercent;
+    summary["timeouts"] = result.timeouts;
+    summary["shortReplies"] = result.shortReplies;
+    summary["checksumErrors"] = result.checksumErrors;
+    summary["foreignReplies"] = result.foreignReplies;
+    summary["totalMs"] = static_cast<unsigned long long>(result.totalTimeMs);
+    summary["elapsedMs"] = elapsedMs;
     if (callback.received())
     {
-        summary.Set("minMs", callback.min());
-        summary.Set("avgMs", callback.avg());
-        summary.Set("maxMs", callback.max());
+        summary["minMs"] = callback.min();
+        summary["avgMs"] = callback.avg();
+        summary["maxMs"] = callback.max();
     }
-    out.Result().Set("summary", summary);
+    out.Result()["summary"] = summary;
 
     out.Line("%s", "");
     out.Line("--- %s ping statistics ---", host.c_str());

@@ -362,7 +362,7 @@ int RunTour(Output& out, const std::vector<std::string>& args)
         {"ping 127.0.0.1", PingLoopback},
     };
     out.Line("zynet tour: the library on loopback");
-    Json list = Json::Array();
+    Json list = Json::array();
     int ok = 0;
     int skipped = 0;
     int failed = 0;
@@ -371,11 +371,11 @@ int RunTour(Output& out, const std::vector<std::string>& args)
         const CTimeStamp start = CTimeStamp::Now();
         StepResult result = step.run();
         const double ms = CTimeStamp::Now().AsMilliseconds() - start.AsMilliseconds();
-        Json entry = Json::Object();
-        entry.Set("name", step.name);
-        entry.Set("status", StatusName(result.status));
-        entry.Set("ms", ms);
-        entry.Set("detail", result.detail);
+        Json entry = Json::object();
+        entry["name"] = step.name;
+        entry["status"] = StatusName(result.status);
+        entry["ms"] = ms;
+        entry["detail"] = result.detail;
         switch (result.status)
         {
         case StepResult::kOk:
@@ -388,7 +388,7 @@ int RunTour(Output& out, const std::vector<std::string>& args)
             break;
         case StepResult::kFailed:
             ++failed;
-            entry.Set("error", ErrorJson(result.error));
+            entry["error"] = ErrorJson(result.error);
             out.Line("  [FAIL] %-30s %9.2f ms  %s", step.name, ms, result.detail.c_str());
             if (!out.IsJson())
             {
@@ -397,12 +397,12 @@ int RunTour(Output& out, const std::vector<std::string>& args)
             }
             break;
         }
-        list.Push(entry);
+        list.push_back(entry);
     }
-    out.Result().Set("steps", list);
-    out.Result().Set("passed", ok);
-    out.Result().Set("skipped", skipped);
-    out.Result().Set("failed", failed);
+    out.Result()["steps"] = list;
+    out.Result()["passed"] = ok;
+    out.Result()["skipped"] = skipped;
+    out.Result()["failed"] = failed;
     out.Line("%d steps: %d ok, %d skipped, %d failed", ok + skipped + failed, ok, skipped, failed);
     return failed ? kExitFailure : kExitOk;
 }

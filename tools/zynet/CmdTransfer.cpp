@@ -1,4 +1,4 @@
-// get, put, ls and head: transfers through the library's request classes
+// put, ls, head, rm and mkdir, and what every transfer command shares: transfers through the library's request classes
 // (libcurl), or through another client of the platform with --client.
 #include <stdio.h>
 
@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "Causes.h"
 #include "Terminal.h"
-#include "Tool.h"
-#include "TransferClients.h"
+#include "Transfer.h"
 #include "ZyNetwork/RkFTPReq.h"
 #include "ZyNetwork/RkHTTPReq.h"
 #include "ZyNetwork/RkSFTPReq.h"
@@ -41,22 +41,6 @@ const std::vector<Protocol>& Protocols()
     return protocols;
 }
 
-const char kDefaultClient[] = "curl";
-
-struct TransferArgs
-{
-    std::string url;
-    std::string server;  // scheme://authority
-    std::string path;    // the rest, percent-encoded as given
-    std::string cacert;
-    std::string key;         // --key FILE (SFTP private key)
-    std::string passphrase;  // --pass PHRASE (its passphrase)
-    std::string knownHosts;  // --known-hosts FILE (SFTP)
-    std::string client = kDefaultClient;
-    TransferOptions options;
-    Args parsed;
-};
-
 void SplitUserPassword(const std::string& text, std::string& user, std::string& password)
 {
     const size_t colon = text.find(':');
@@ -64,16 +48,24 @@ void SplitUserPassword(const std::string& text, std::string& user, std::string& 
     password = colon == std::string::npos ? std::string() : text.substr(colon + 1);
 }
 
-TransferArgs ParseTransferArgs(const std::vector<std::string>& args, const std::vector<std::string>& extraValues,
-                               size_t positional)
+}  // namespace
+
+const char kDefaultClient[] = "curl";
+
+TransferArgs ParseTransferArgs(Output& out, const std::vector<std::string>& args,
+                               const std::vector<std::string>& extraValues, size_t positional,
+                               const std::vector<std::string>& extraFlags)
 {
     std::vector<std::string> values = {"--user",  "--proxy", "--proxy-user",  "--cacert", "--timeout",
                                        "--client", "--key",  "--known-hosts", "--pass"};
     values.insert(values.end(), extraValues.begin(), extraValues.end());
     TransferArgs transfer;
-    transfer.parsed = ParseArgs(args, {"--insecure", "-k"}, values, positional, positional);
+    std::vector<std::string> flags = {"--insecure", "-k"};
+    flags.insert(flags.end(), extraFlags.begin(), extraFlags.end());
+    transfer.parsed = ParseArgs(args, flags, values, positional, positional);
     const Args& parsed = transfer.parsed;
     transfer.url = parsed.positional.back();
+    transfer.shown = MaskCredentials(transfer.url);
     if (parsed.HasValue("--user"))
         SplitUserPassword(parsed.values.at("--user"), transfer.options.user, transfer.options.password);
     if (parsed.HasValue("--proxy-user"))
@@ -95,9 +87,18 @@ TransferArgs ParseTransferArgs(const std::vector<std::string>& args, const std::
         transfer.options.timeoutSeconds =
             static_cast<long>(ParseInteger(parsed.values.at("--timeout"), 1, 86400, "--timeout"));
 
+    out.AddSecret(transfer.options.password);
+    out.AddSecret(transfer.options.proxyPassword);
+    out.AddSecret(transfer.passphrase);
+    if (transfer.shown != transfer.url)
+    {
+        const size_t colon = transfer.url.find(':', transfer.url.find("://") + 3);
+        out.AddSecret(transfer.url.substr(colon + 1, transfer.url.find('@', colon) - colon - 1));
+    }
+
     const size_t schemeEnd = transfer.url.find("://");
     if (schemeEnd == std::string::npos || schemeEnd == 0)
-        throw UsageError("'" + transfer.url + "' is not a URL (scheme://host[:port]/path)");
+        throw UsageError("'" + transfer.shown + "' is not a URL (scheme://host[:port]/path)");
     const size_t pathStart = transfer.url.find('/', schemeEnd + 3);
     transfer.server = transfer.url.substr(0, pathStart);
     transfer.path = pathStart == std::string::npos ? std::string("/") : transfer.url.substr(pathStart);
@@ -109,7 +110,6 @@ std::string Scheme(const std::string& url)
     return FXString::ToLower(url.substr(0, url.find("://")));
 }
 
-// The other client named by --client, or null for the library's own.
 const TransferClient* ChooseClient(const TransferArgs& transfer)
 {
     if (transfer.client == kDefaultClient)
@@ -124,75 +124,6 @@ const TransferClient* ChooseClient(const TransferArgs& transfer)
     throw UsageError("unknown client '" + transfer.client + "' (available: " + names + ")");
 }
 
-// Progress on a terminal: bytes so far, rate and time left, redrawn at most
-// five times a second on one line of stderr.
-class Progress
-{
-public:
-    explicit Progress(bool enabled) : m_enabled(enabled), m_start(Clock::now()), m_last(m_start), m_drawn(false) {}
-    ~Progress() { Finish(); }
-
-    static int Callback(void* self, curl_off_t downTotal, curl_off_t downNow, curl_off_t upTotal, curl_off_t upNow)
-    {
-        Progress* progress = static_cast<Progress*>(self);
-        if (upTotal > 0 || upNow > 0)
-            progress->Update(upNow, upTotal);
-        else
-            progress->Update(downNow, downTotal);
-        return 0;
-    }
-
-    void Finish()
-    {
-        if (m_drawn)
-            fputc('\n', stderr);
-        m_drawn = false;
-    }
-
-private:
-    typedef std::chrono::steady_clock Clock;
-
-    static std::string Bytes(double bytes)
-    {
-        static const char* const kUnits[] = {"B", "KiB", "MiB", "GiB", "TiB"};
-        int unit = 0;
-        while (bytes >= 1024 && unit < 4)
-        {
-            bytes /= 1024;
-            ++unit;
-        }
-        return FXString::Format(unit == 0 ? "%.0f %s" : "%.1f %s", bytes, kUnits[unit]);
-    }
-
-    void Update(curl_off_t now, curl_off_t total)
-    {
-        const Clock::time_point t = Clock::now();
-        if (!m_enabled || t - m_last < std::chrono::milliseconds(200))
-            return;
-        m_last = t;
-        const double seconds = std::chrono::duration<double>(t - m_start).count();
-        const double rate = seconds > 0 ? static_cast<double>(now) / seconds : 0;
-        std::string line = Bytes(static_cast<double>(now));
-        if (total > 0)
-            line += " of " + Bytes(static_cast<double>(total));
-        line += "  " + Bytes(rate) + "/s";
-        if (total > 0 && rate > 0 && now <= total)
-        {
-            const long left = static_cast<long>((total - now) / rate + 0.5);
-            line += FXString::Format("  %ld:%02ld:%02ld left", left / 3600, (left / 60) % 60, left % 60);
-        }
-        fprintf(stderr, "\r%-60s", line.c_str());
-        fflush(stderr);
-        m_drawn = true;
-    }
-
-    bool m_enabled;
-    Clock::time_point m_start;
-    Clock::time_point m_last;
-    bool m_drawn;
-};
-
-// A request of the URL's protocol with the command's options applied.
 CZyError OpenRequest(const TransferArgs& transfer, std::unique_ptr<RkProtocolReq>& request, Progress* progress)
 {
     const std::string scheme = Scheme(transfer.url);
@@ -250,7 +181,6 @@ CZyError OpenRequest(const TransferArgs& transfer, std::unique_ptr<RkProtocolReq
     return error;
 }
 
-// The URL's path as the request classes take it: decoded.
 std::string DecodedPath(RkProtocolReq& request, const std::string& path)
 {
     std::string decoded;
@@ -259,137 +189,67 @@ std::string DecodedPath(RkProtocolReq& request, const std::string& path)
     return decoded;
 }
 
+std::string WholeUrl(const TransferArgs& transfer)
+{
+    const std::string url = RequestUrl(transfer.url);
+    return Scheme(url) == "ftps" ? "ftp" + url.substr(4) : url;
+}
+
+int FailTransfer(Output& out, const std::string& what, const CZyError& error, const TransferArgs& transfer,
+                 RkProtocolReq* request, const std::string& reason)
+{
+    FailureFacts facts;
+    facts.scheme = Scheme(transfer.url);
+    facts.reason = reason;
+    if (request)
+        request->getLastServerResponseCode(facts.status);
+    return out.Fail(what, error, TransferCause(error, facts));
+}
+
 bool ShowProgress(const Output& out)
 {
     return !out.IsJson() && StderrIsTerminal();
 }
 
-struct Sink
-{
-    FILE* stream = nullptr;
-    CZyFile file;
-    uint64_t bytes = 0;
-    bool failed = false;
-};
-
-size_t WriteSink(char* data, size_t size, size_t count, void* user)
-{
-    Sink* sink = static_cast<Sink*>(user);
-    const size_t total = size * count;
-    if (sink->stream)
-    {
-        if (fwrite(data, 1, total, sink->stream) != total)
-        {
-            sink->failed = true;
-            return 0;
-        }
-    }
-    else if (sink->file.Write(data, static_cast<uint32_t>(total)).IsError())
-    {
-        sink->failed = true;
-        return 0;
-    }
-    sink->bytes += total;
-    return total;
-}
-}  // namespace
-
-int RunGet(Output& out, const std::vector<std::string>& args)
-{
-    TransferArgs transfer = ParseTransferArgs(args, {"-o"}, 1);
-    const std::string output = transfer.parsed.HasValue("-o") ? transfer.parsed.values.at("-o") : std::string();
-    if (out.IsJson() && (output.empty() || output == "-"))
-        throw UsageError("--json needs -o FILE (the body cannot share stdout with the JSON document)");
-    out.Result().Set("url", transfer.url);
-    if (const TransferClient* client = ChooseClient(transfer))
-    {
-        if (!client->download || output.empty() || output == "-")
-            throw UsageError(std::string("client '") + client->name + "' downloads only into a file (-o FILE)");
-        CZyError error = client->download(transfer.url, output, transfer.options);
-        if (error.IsError())
-            return out.Fail("download of " + transfer.url + " failed", error);
-        out.Result().Set("file", output);
-        out.Line("saved %s", output.c_str());
-        return kExitOk;
-    }
-
-    Progress progress(ShowProgress(out));
-    std::unique_ptr<RkProtocolReq> request;
-    CZyError error = OpenRequest(transfer, request, &progress);
-    if (error.IsError())
-        return out.Fail("cannot set up the request", error);
-    Sink sink;
-    if (output.empty() || output == "-")
-    {
-        sink.stream = stdout;
-        SetBinaryStdout();
-    }
-    else if ((error = sink.file.Open(output.c_str(), CZyFile::kWriteCreate)).IsError())
-    {
-        return out.Fail("cannot create " + output, error);
-    }
-    request->setWriteFunctionPointer(&sink, &WriteSink);
-    const auto start = std::chrono::steady_clock::now();
-    error = request->download(DecodedPath(*request, transfer.path).c_str(), {});
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    progress.Finish();
-    if (sink.stream)
-        fflush(sink.stream);
-    else
-        sink.file.Close();
-    if (error.IsError())
-        return out.Fail("download of " + transfer.url + " failed", error);
-    int status = 0;
-    request->getLastServerResponseCode(status);
-    out.Result().Set("file", output.empty() ? std::string("-") : output);
-    out.Result().Set("bytes", static_cast<unsigned long long>(sink.bytes));
-    out.Result().Set("status", status);
-    out.Result().Set("seconds", seconds);
-    if (!sink.stream)
-        out.Line("%llu bytes saved to %s (status %d)", static_cast<unsigned long long>(sink.bytes), output.c_str(),
-                 status);
-    return kExitOk;
-}
-
 int RunPut(Output& out, const std::vector<std::string>& args)
 {
-    TransferArgs transfer = ParseTransferArgs(args, {}, 2);
+    TransferArgs transfer = ParseTransferArgs(out, args, {}, 2);
     const std::string file = transfer.parsed.positional[0];
-    out.Result().Set("url", transfer.url);
-    out.Result().Set("file", file);
+    out.Result()["url"] = transfer.shown;
+    out.Result()["file"] = file;
     if (const TransferClient* client = ChooseClient(transfer))
     {
         if (!client->upload)
             throw UsageError(std::string("client '") + client->name + "' cannot upload");
         CZyError error = client->upload(file, transfer.url, transfer.options);
         if (error.IsError())
-            return out.Fail("upload to " + transfer.url + " failed", error);
-        out.Line("sent %s to %s", file.c_str(), transfer.url.c_str());
+            return FailTransfer(out, "upload to " + transfer.shown + " failed", error, transfer, nullptr);
+        out.Line("sent %s to %s", file.c_str(), transfer.shown.c_str());
         return kExitOk;
     }
     Progress progress(ShowProgress(out));
     std::unique_ptr<RkProtocolReq> request;
     CZyError error = OpenRequest(transfer, request, &progress);
     if (error.IsError())
-        return out.Fail("cannot set up the request", error);
-    error = request->uploadFile(file.c_str(), DecodedPath(*request, transfer.path).c_str(), 0, {});
+        return FailTransfer(out, "cannot set up the request for " + transfer.shown, error, transfer, nullptr);
+    error = request->uploadFile(file.c_str(), WholeUrl(transfer).c_str(), 0, {});
     progress.Finish();
     if (error.IsError())
-        return out.Fail("upload of " + file + " to " + transfer.url + " failed", error);
+        return FailTransfer(out, "upload of " + file + " to " + transfer.shown + " failed", error, transfer, request.get());
     int status = 0;
     request->getLastServerResponseCode(status);
-    out.Result().Set("bytes", static_cast<long long>(request->getDataSizeInBytes()));
-    out.Result().Set("status", status);
+    out.Result()["bytes"] = static_cast<long long>(request->getDataSizeInBytes());
+    out.Result()["status"] = status;
     out.Line("%lld bytes sent to %s (status %d)", static_cast<long long>(request->getDataSizeInBytes()),
-             transfer.url.c_str(), status);
+             transfer.shown.c_str(), status);
     return kExitOk;
 }
 
 int RunLs(Output& out, const std::vector<std::string>& args)
 {
-    TransferArgs transfer = ParseTransferArgs(args, {}, 1);
-    out.Result().Set("url", transfer.url);
-    Json list = Json::Array();
+    TransferArgs transfer = ParseTransferArgs(out, args, {}, 1);
+    out.Result()["url"] = transfer.shown;
+    Json list = Json::array();
     if (const TransferClient* client = ChooseClient(transfer))
     {
         if (!client->list)
@@ -397,66 +257,66 @@ int RunLs(Output& out, const std::vector<std::string>& args)
         std::vector<std::string> names;
         CZyError error = client->list(transfer.url, names, transfer.options);
         if (error.IsError())
-            return out.Fail("listing of " + transfer.url + " failed", error);
+            return FailTransfer(out, "listing of " + transfer.shown + " failed", error, transfer, nullptr);
         for (const std::string& name : names)
         {
-            Json entry = Json::Object();
-            entry.Set("name", name);
-            list.Push(entry);
+            Json entry = Json::object();
+            entry["name"] = name;
+            list.push_back(entry);
             out.Line("%s", name.c_str());
         }
-        out.Result().Set("entries", list);
+        out.Result()["entries"] = list;
         return kExitOk;
     }
     std::unique_ptr<RkProtocolReq> request;
     CZyError error = OpenRequest(transfer, request, nullptr);
     if (error.IsError())
-        return out.Fail("cannot set up the request", error);
+        return FailTransfer(out, "cannot set up the request for " + transfer.shown, error, transfer, nullptr);
     std::vector<RkCURL::FileDirInfo> entries;
     error = request->listDirectory(DecodedPath(*request, transfer.path), entries);
     if (error.IsError())
-        return out.Fail("listing of " + transfer.url + " failed", error);
+        return FailTransfer(out, "listing of " + transfer.shown + " failed", error, transfer, request.get());
     for (const RkCURL::FileDirInfo& entry : entries)
     {
-        Json item = Json::Object();
-        item.Set("name", entry.name);
-        item.Set("path", entry.fullPath);
-        item.Set("directory", entry.isDirectory);
-        item.Set("size", static_cast<long long>(entry.size));
-        item.Set("modified", static_cast<long long>(entry.modificationTime));
-        list.Push(item);
+        Json item = Json::object();
+        item["name"] = entry.name;
+        item["path"] = entry.fullPath;
+        item["directory"] = entry.isDirectory;
+        item["size"] = static_cast<long long>(entry.size);
+        item["modified"] = static_cast<long long>(entry.modificationTime);
+        list.push_back(item);
         const std::string size = entry.size < 0 ? std::string("-") : std::to_string(entry.size);
         out.Line("%s %12s  %-16s  %s%s", entry.isDirectory ? "d" : "-", size.c_str(),
                  entry.modificationText.empty() ? "-" : entry.modificationText.c_str(), entry.name.c_str(),
                  entry.isDirectory ? "/" : "");
     }
-    out.Result().Set("entries", list);
+    out.Result()["entries"] = list;
     return kExitOk;
 }
 
 int RunHead(Output& out, const std::vector<std::string>& args)
 {
-    TransferArgs transfer = ParseTransferArgs(args, {}, 1);
+    TransferArgs transfer = ParseTransferArgs(out, args, {}, 1);
     if (transfer.client != kDefaultClient)
         throw UsageError("head uses the library's own client only");
-    out.Result().Set("url", transfer.url);
+    out.Result()["url"] = transfer.shown;
     std::unique_ptr<RkProtocolReq> request;
     CZyError error = OpenRequest(transfer, request, nullptr);
     if (error.IsError())
-        return out.Fail("cannot set up the request", error);
+        return FailTransfer(out, "cannot set up the request for " + transfer.shown, error, transfer, nullptr);
     double size = 0;
-    error = request->getFileInfo(DecodedPath(*request, transfer.path), size);
+    error = request->getFileInfo(WholeUrl(transfer), size);
     int status = 0;
     request->getLastServerResponseCode(status);
     // An answer without a length (a generated page) is still an answer.
     const bool noLength = error.HasMessage("File size recieved from server is invalid");
     if (error.IsError() && !noLength)
-        return out.Fail("request for " + transfer.url + " failed", error);
-    out.Result().Set("status", status);
+        return FailTransfer(out, "request for " + transfer.shown + " failed", error, transfer, request.get());
+    out.Result()["status"] = status;
     if (noLength)
-        out.Result().Set("size", Json());
+        out.Result()["size"] = Json();
     else
-        out.Result().Set("size", static_cast<long long>(size));
+        out.Result()["size"] = static_cast<long long>(size);
     out.Line("status %d", status);
     if (noLength)
         out.Line("size   unknown");
@@ -470,14 +330,14 @@ namespace
 {
 int RunFileCommand(Output& out, const std::vector<std::string>& args, bool makeDirectory)
 {
-    TransferArgs transfer = ParseTransferArgs(args, {}, 1);
+    TransferArgs transfer = ParseTransferArgs(out, args, {}, 1);
     if (transfer.client != kDefaultClient)
         throw UsageError("rm and mkdir use the library's own client only");
-    out.Result().Set("url", transfer.url);
+    out.Result()["url"] = transfer.shown;
     std::unique_ptr<RkProtocolReq> request;
     CZyError error = OpenRequest(transfer, request, nullptr);
     if (error.IsError())
-        return out.Fail("cannot set up the request", error);
+        return FailTransfer(out, "cannot set up the request for " + transfer.shown, error, transfer, nullptr);
     RkCURL::RkFTPReq* ftp = dynamic_cast<RkCURL::RkFTPReq*>(request.get());
     if (!ftp)
         throw UsageError("'" + Scheme(transfer.url) + "' URLs have no " + (makeDirectory ? "mkdir" : "rm") +
@@ -485,8 +345,9 @@ int RunFileCommand(Output& out, const std::vector<std::string>& args, bool makeD
     const std::string path = DecodedPath(*request, transfer.path);
     error = makeDirectory ? ftp->makeDirectory(path) : ftp->deleteFile(path);
     if (error.IsError())
-        return out.Fail(std::string(makeDirectory ? "mkdir " : "rm ") + transfer.url + " failed", error);
-    out.Line("%s %s", makeDirectory ? "made" : "removed", transfer.url.c_str());
+        return FailTransfer(out, std::string(makeDirectory ? "mkdir " : "rm ") + transfer.shown + " failed", error, transfer,
+                           request.get());
+    out.Line("%s %s", makeDirectory ? "made" : "removed", transfer.shown.c_str());
     return kExitOk;
 }
 }  // namespace

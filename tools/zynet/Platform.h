@@ -10,4 +10,15 @@ namespace zynet
 // ("" when it names none), and the separator that joins a file name to it.
 std::string TempDirectory();
 char PathSeparator();
+
+// Moves the file `from` over `to`, replacing `to` in one step when it exists
+// (rename on POSIX, where `to` keeps its permissions; MoveFileExW with
+// MOVEFILE_REPLACE_EXISTING on Windows).
+// False with the system's reason in `why` when it cannot.
+bool MoveOver(const std::string& from, const std::string& to, std::string& why);
+
+// Until ForgetOnInterrupt, an interrupt of the process (Ctrl-C, SIGINT,
+// SIGTERM) first removes the file `path` (a download's temporary file).
+void RemoveOnInterrupt(const std::string& path);
+void ForgetOnInterrupt();
 }  // namespace zynet

@@ -10,9 +10,10 @@
 
 namespace zynet
 {
-Output::Output(const std::string& command, bool json) : m_command(command), m_json(json), m_result(Json::Object())
+Output::Output(const std::string& command, bool json, bool verbose)
+    : m_command(command), m_json(json), m_verbose(verbose), m_result(Json::object())
 {
-    m_result.Set("command", command);
+    m_result["command"] = command;
 }
 
 void Output::Line(const char* format, ...)
@@ -29,37 +30,43 @@ void Output::Line(const char* format, ...)
 
 Json ErrorJson(const CZyError& error)
 {
-    Json json = Json::Object();
-    json.Set("code", error.GetErrorCode());
-    json.Set("kind", ErrorKindName(error.GetErrorKind()));
-    json.Set("message", error.GetErrorMessage());
-    Json stack = Json::Array();
+    Json json = Json::object();
+    // The code as the library documents it: an unsigned 32-bit value.
+    json["code"] = static_cast<uint32_t>(error.GetErrorCode());
+    json["kind"] = ErrorKindName(error.GetErrorKind());
+    json["message"] = error.GetErrorMessage();
+    Json stack = Json::array();
     std::vector<std::string> lines;
     FXString::Split(error.AsString(), "\n", lines, 0);
     for (const std::string& line : lines)
     {
         if (!line.empty())
-            stack.Push(line);
+            stack.push_back(line);
     }
-    json.Set("stack", stack);
+    json["stack"] = stack;
     return json;
 }
 
-int Output::Fail(const std::string& what, const CZyError& error)
+int Output::Fail(const std::string& what, const CZyError& error, const std::string& cause)
 {
+    const std::string because = cause.empty() ? error.GetErrorMessage() : cause;
     if (m_json)
     {
         Json failure = ErrorJson(error);
-        failure.Set("what", what);
-        m_result.Set("error", failure);
+        failure["what"] = what;
+        failure["cause"] = because;
+        m_result["error"] = failure;
+        return kExitFailure;
     }
-    else
+    std::string text = "zynet " + m_command + ": " + what + (because.empty() ? "" : ": " + because) + "\n";
+    if (m_verbose)
     {
-        std::fflush(stdout);
-        std::fprintf(stderr, "zynet %s: %s\n%s", m_command.c_str(), what.c_str(), error.AsString().c_str());
-        if (!error.AsString().empty() && error.AsString().back() != '\n')
-            std::fputc('\n', stderr);
+        text += error.AsString();
+        if (!text.empty() && text.back() != '\n')
+            text += '\n';
     }
+    std::fflush(stdout);
+    std::fputs(Scrub(text).c_str(), stderr);
     return kExitFailure;
 }
 
@@ -67,24 +74,47 @@ int Output::Fail(const std::string& what)
 {
     if (m_json)
     {
-        Json failure = Json::Object();
-        failure.Set("what", what);
-        m_result.Set("error", failure);
+        Json failure = Json::object();
+        failure["what"] = what;
+        m_result["error"] = failure;
     }
     else
     {
         std::fflush(stdout);
-        std::fprintf(stderr, "zynet %s: %s\n", m_command.c_str(), what.c_str());
+        std::fputs(Scrub("zynet " + m_command + ": " + what + "\n").c_str(), stderr);
     }
     return kExitFailure;
+}
+
+void Output::AddSecret(const std::string& secret)
+{
+    // Shorter texts would mask ordinary words; they never reach the output
+    // by construction either.
+    if (secret.size() >= 3)
+    {
+        m_secrets.push_back(secret);
+        // Its form inside a JSON string too.
+        const std::string quoted = Json(secret).dump(-1, ' ', false, Json::error_handler_t::replace);
+        m_secrets.push_back(quoted.substr(1, quoted.size() - 2));
+    }
+}
+
+std::string Output::Scrub(std::string text) const
+{
+    for (const std::string& secret : m_secrets)
+    {
+        for (size_t at = text.find(secret); at != std::string::npos; at = text.find(secret, at + 3))
+            text.replace(at, secret.size(), "***");
+    }
+    return text;
 }
 
 void Output::Finish(int exitCode)
 {
     if (!m_json)
         return;
-    m_result.Set("ok", exitCode == kExitOk);
-    std::string text = m_result.Dump(2);
+    m_result["ok"] = exitCode == kExitOk;
+    std::string text = Scrub(JsonText(m_result));
     std::fputs(text.c_str(), stdout);
     std::fputc('\n', stdout);
 }

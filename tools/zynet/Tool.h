@@ -35,23 +35,32 @@ public:
 class Output
 {
 public:
-    Output(const std::string& command, bool json);
+    Output(const std::string& command, bool json, bool verbose = false);
 
     bool IsJson() const { return m_json; }
+    bool IsVerbose() const { return m_verbose; }
     zynet::Json& Result() { return m_result; }
     // A line of human output (printf-style); nothing in JSON mode.
     void Line(const char* format, ...) ZY_PRINTF_LIKE(2, 3);
-    // Reports a failed library call: in human mode the message and the
-    // error's full stack on stderr, in JSON mode an "error" member.
-    int Fail(const std::string& what, const CZyError& error);
+    // Reports a failed library call: in human mode one line on stderr,
+    // "zynet COMMAND: WHAT: CAUSE", and with --verbose the error's whole
+    // stack; in JSON mode an "error" member with the stack. An empty cause
+    // is the error's own message.
+    int Fail(const std::string& what, const CZyError& error, const std::string& cause = std::string());
     // Reports a failure that is not a library error (e.g. a failed check).
     int Fail(const std::string& what);
     // Prints the JSON document (JSON mode only).
     void Finish(int exitCode);
+    // A text that must never be printed (a password): the tool writes
+    // "***" wherever it would appear.
+    void AddSecret(const std::string& secret);
+    std::string Scrub(std::string text) const;
 
 private:
     std::string m_command;
     bool m_json;
+    bool m_verbose;
+    std::vector<std::string> m_secrets;
     zynet::Json m_result;
 };
 

@@ -22,8 +22,9 @@ namespace zynet
     "  --key FILE [--pass PHRASE]  sftp: log in with this private key (and its passphrase)\n"      \
     "  --known-hosts FILE          sftp: check the host key against FILE (default\n"               \
     "                              ~/.ssh/known_hosts; --insecure turns the check off)\n"          \
+    "  --verbose                   after a failure's first line, the library's error stack\n"      \
     "URLs: http://, https://, ftp://, ftps:// (explicit TLS) and sftp://. A progress line is\n"   \
-    "drawn on stderr when it is a terminal."
+    "drawn on stderr when it is a terminal. Passwords are never printed (user:***@)."
 
 const std::vector<Command>& Commands()
 {
@@ -67,8 +68,14 @@ const std::vector<Command>& Commands()
          "  -s SIZE  payload bytes (default 56)\n"
          "  -W SEC   seconds to wait for each reply (default 1)",
          RunPing},
-        {"get", "URL [-o FILE] [OPTIONS]", "download a URL to a file or stdout",
+        {"get", "URL [-o FILE [-c]] [OPTIONS]", "download a URL to a file or stdout",
          "Downloads URL into FILE (or to stdout without -o; --json needs -o), following redirects.\n"
+         "FILE is replaced only when the download succeeds (the body goes to a temporary file\n"
+         "beside it first); the body of a failed answer never reaches stdout.\n"
+         "  --continue, -c              FILE holds the start: ask for the rest and append it\n"
+         "                              (HTTP); after a failure FILE keeps what arrived\n"
+         "  --retry N                   try again up to N times after refused, reset, cut or\n"
+         "                              timed-out connections and 5xx answers (pauses 1, 2, 4 ... s)\n"
          TRANSFER_OPTIONS,
          RunGet},
         {"put", "FILE URL [OPTIONS]", "upload a file to a URL",
@@ -151,6 +158,7 @@ void PrintMainHelp(FILE* stream)
                  "\n"
                  "The ZyNetwork command-line tool. Without a command it runs `tour`.\n"
                  "  --json     machine-readable output (one JSON document on stdout)\n"
+                 "  --verbose  after an error's first line, the library's whole error stack\n"
                  "  --help     this text; `zynet COMMAND --help` describes a command\n"
                  "  --version  the library version\n"
                  "\n"
@@ -176,13 +184,16 @@ int main(int argc, char** argv)
     std::vector<std::string> args;
     bool json = false;
     bool help = false;
+    bool verbose = false;
     bool optionsEnded = false;
-    // --json and --help are accepted anywhere before "--".
+    // --json, --verbose and --help are accepted anywhere before "--".
     for (int i = 1; i < argc; ++i)
     {
         const std::string arg = argv[i];
         if (!optionsEnded && arg == "--json")
             json = true;
+        else if (!optionsEnded && arg == "--verbose")
+            verbose = true;
         else if (!optionsEnded && (arg == "--help" || arg == "-h"))
             help = true;
         else
@@ -225,7 +236,7 @@ int main(int argc, char** argv)
 
     CZySockInit sockets;
     CZyError started = sockets.Init();
-    zynet::Output out(command->name, json);
+    zynet::Output out(command->name, json, verbose);
     int rc;
     if (started.IsError())
     {

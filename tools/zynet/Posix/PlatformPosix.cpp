@@ -1,5 +1,12 @@
-// The tool's platform facts on POSIX: $TMPDIR and '/'.
+// The tool's platform facts on POSIX: $TMPDIR, '/', rename and signals.
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "Platform.h"
 
@@ -14,5 +21,52 @@ std::string TempDirectory()
 char PathSeparator()
 {
     return '/';
+}
+
+bool MoveOver(const std::string& from, const std::string& to, std::string& why)
+{
+    // The file replaced keeps its permissions.
+    struct stat existing;
+    if (stat(to.c_str(), &existing) == 0)
+        chmod(from.c_str(), existing.st_mode & 07777);
+    if (std::rename(from.c_str(), to.c_str()) == 0)
+        return true;
+    why = std::strerror(errno);
+    return false;
+}
+
+namespace
+{
+// The file to remove, kept where a signal handler can read it.
+char g_interruptPath[4096];
+volatile sig_atomic_t g_interruptArmed = 0;
+
+extern "C" void RemoveAndStop(int signalNumber)
+{
+    if (g_interruptArmed)
+        unlink(g_interruptPath);
+    signal(signalNumber, SIG_DFL);
+    raise(signalNumber);
+}
+}  // namespace
+
+void RemoveOnInterrupt(const std::string& path)
+{
+    if (path.size() >= sizeof g_interruptPath)
+        return;
+    g_interruptArmed = 0;
+    std::memcpy(g_interruptPath, path.c_str(), path.size() + 1);
+    g_interruptArmed = 1;
+    struct sigaction action;
+    std::memset(&action, 0, sizeof action);
+    action.sa_handler = &RemoveAndStop;
+    sigemptyset(&action.sa_mask);
+    for (int signalNumber : {SIGINT, SIGTERM, SIGHUP})
+        sigaction(signalNumber, &action, nullptr);
+}
+
+void ForgetOnInterrupt()
+{
+    g_interruptArmed = 0;
 }
 }  // namespace zynet

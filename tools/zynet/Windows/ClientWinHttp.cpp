@@ -1,6 +1,10 @@
 // The "winhttp" transfer client: downloads and uploads through CZyHTTP2.
+#include <cstdio>
+
+#include "Causes.h"
 #include "TransferClients.h"
 #include "ZyNetwork/ZyHTTP2.h"
+#include "ZyUtils/ZyString.h"
 
 namespace zynet
 {
@@ -25,8 +29,17 @@ void Configure(CZyHTTP2& client, const TransferOptions& options)
     // --insecure changes nothing: the client accepts any server certificate.
 }
 
+// Said every time: this client takes any certificate for the server's.
+void WarnUnverified(const std::string& url)
+{
+    if (FXString::ToLower(url.substr(0, 8)) == "https://")
+        std::fprintf(stderr, "zynet: warning: the winhttp client does not verify the server certificate of %s\n",
+                     MaskCredentials(url).c_str());
+}
+
 CZyError Download(const std::string& url, const std::string& file, const TransferOptions& options)
 {
+    WarnUnverified(url);
     CZyHTTP2 client;
     Configure(client, options);
     return client.DownloadFile(file.c_str(), url.c_str());
@@ -34,6 +47,7 @@ CZyError Download(const std::string& url, const std::string& file, const Transfe
 
 CZyError Upload(const std::string& file, const std::string& url, const TransferOptions& options)
 {
+    WarnUnverified(url);
     CZyHTTP2 client;
     Configure(client, options);
     return client.UploadFile(file.c_str(), url.c_str());

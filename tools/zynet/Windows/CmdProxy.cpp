@@ -26,10 +26,10 @@ int RunProxy(Output& out, const std::vector<std::string>& args)
     CZyError error = CZyHTTP2::GetGlobalProxyConfiguration(proxy, bypass);
     if (error.IsError())
         return out.Fail("cannot read the default proxy configuration", error);
-    Json global = Json::Object();
-    global.Set("proxy", proxy);
-    global.Set("bypass", bypass);
-    out.Result().Set("default", global);
+    Json global = Json::object();
+    global["proxy"] = proxy;
+    global["bypass"] = bypass;
+    out.Result()["default"] = global;
     out.Line("default (WinHTTP):  proxy %s, bypass %s", OrNone(proxy), OrNone(bypass));
 
     std::string autoConfigUrl;
@@ -37,12 +37,12 @@ int RunProxy(Output& out, const std::vector<std::string>& args)
     error = CZyHTTP2::GetProxyConfigurationForCurrentUser(proxy, bypass, autoConfigUrl, autoDetect);
     if (error.IsError())
         return out.Fail("cannot read the current user's proxy configuration", error);
-    Json user = Json::Object();
-    user.Set("proxy", proxy);
-    user.Set("bypass", bypass);
-    user.Set("autoConfigUrl", autoConfigUrl);
-    user.Set("autoDetect", autoDetect);
-    out.Result().Set("currentUser", user);
+    Json user = Json::object();
+    user["proxy"] = proxy;
+    user["bypass"] = bypass;
+    user["autoConfigUrl"] = autoConfigUrl;
+    user["autoDetect"] = autoDetect;
+    out.Result()["currentUser"] = user;
     out.Line("current user:       proxy %s, bypass %s, auto-config URL %s, auto-detect %s", OrNone(proxy),
              OrNone(bypass), OrNone(autoConfigUrl), autoDetect ? "on" : "off");
 
@@ -53,12 +53,12 @@ int RunProxy(Output& out, const std::vector<std::string>& args)
     error = CZyHTTP2::GetProxyForUrl(url, pac, proxy, bypass);
     if (error.IsError())
         return out.Fail("cannot find the proxy for " + url, error);
-    Json forUrl = Json::Object();
-    forUrl.Set("url", url);
-    forUrl.Set("pac", pac);
-    forUrl.Set("proxy", proxy);
-    forUrl.Set("bypass", bypass);
-    out.Result().Set("forUrl", forUrl);
+    Json forUrl = Json::object();
+    forUrl["url"] = url;
+    forUrl["pac"] = pac;
+    forUrl["proxy"] = proxy;
+    forUrl["bypass"] = bypass;
+    out.Result()["forUrl"] = forUrl;
     out.Line("for %s (%s): proxy %s, bypass %s", url.c_str(), pac.empty() ? "auto-detected" : pac.c_str(),
              proxy.empty() ? "(direct)" : proxy.c_str(), OrNone(bypass));
     return kExitOk;

@@ -54,11 +54,11 @@ int RunUploadLog(Output& out, const std::vector<std::string>& args)
         return out.Fail("upload to " + target + " failed", error);
 
     out.Line("uploaded %s (%llu bytes) to %s", file.c_str(), static_cast<unsigned long long>(size), target.c_str());
-    out.Result().Set("file", file);
-    out.Result().Set("bytes", static_cast<unsigned long long>(size));
-    out.Result().Set("url", target);
-    out.Result().Set("mode", jsp ? "jsp" : "asp");
-    out.Result().Set("ccid", ccid.empty() ? std::string("NO CCID") : ccid);
+    out.Result()["file"] = file;
+    out.Result()["bytes"] = static_cast<unsigned long long>(size);
+    out.Result()["url"] = target;
+    out.Result()["mode"] = jsp ? "jsp" : "asp";
+    out.Result()["ccid"] = ccid.empty() ? std::string("NO CCID") : ccid;
     return kExitOk;
 }
 }  // namespace zynet
