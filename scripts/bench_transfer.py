@@ -286,7 +286,7 @@ class Row:
 
     def lines(self):
         if self.skipped:
-            return ["| %s | %s | - | - | not measured: %s | - | - | - |" % (self.title, peer, self.skipped)
+            return ["| %s | %s | - | - | not measured: %s | - | - | - |" % (self.title, peer_label(peer), self.skipped)
                     for peer, _ in self.sides[1:]]
         out = []
         mine = self.results["zynet"]
@@ -437,26 +437,33 @@ def build_rows(zynet, servers, work, size, small_count, small_size):
 
 
 def section(rows, rounds, size, small_count, small_size, load, load_after, zynet, elapsed):
-    versions = []
-    for command in (["curl", "--version"], ["wget", "--version"], ["lftp", "--version"], ["ssh", "-V"]):
-        p = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-        versions.append(p.stdout.splitlines()[0].strip())
-    nginx = subprocess.run(["nginx", "-v"], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True).stdout.strip()
+    def first_line(command, pattern):
+        text = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True).stdout
+        found = re.search(pattern, text)
+        return found.group(0) if found else text.splitlines()[0].strip()
+    versions = [first_line(["curl", "--version"], r"curl \S+ .*?libssh2/\S+"),
+                first_line(["wget", "--version"], r"GNU Wget \S+"),
+                "lftp " + first_line(["lftp", "--version"], r"(?<=Version )\S+"),
+                first_line(["ssh", "-V"], r"OpenSSH_\S+")]
+    nginx = first_line(["nginx", "-v"], r"nginx/\S+")
     commit = subprocess.run(["git", "-C", ROOT, "rev-parse", "--short", "HEAD"], stdout=subprocess.PIPE,
                             text=True).stdout.strip()
     lines = [
         START,
         "## Transfers (the zynet tool against the tools users pick)",
         "",
-        "Whole processes of the zynet tool (`%s`) against the curl tool and against" % os.path.relpath(zynet, ROOT),
+        "Whole processes of the zynet tool (`%s`) against the curl tool and against" % (
+            os.path.relpath(zynet, ROOT) if zynet.startswith(ROOT + os.sep) else zynet),
         "the tool users pick for each protocol, on loopback, from servers started for the run: nginx",
         "(WebDAV PUT for uploads), vsftpd (anonymous download and upload) and OpenSSH's sshd (key login).",
         "Regenerate with `bash scripts/bench.sh`, or alone with",
         "`ZYNET_BENCH_SIZE_MB=%d /usr/bin/python3 scripts/bench_transfer.py ZYNET docs/PERFORMANCE.md %d`." %
         (size // MIB, rounds),
         "",
-        "- Large file: %d MiB of random bytes; small files: %d of %d KiB. Every file read or written lies on tmpfs." %
+        "- Large file: %d MiB of random bytes (`ZYNET_BENCH_SIZE_MB`, 1024 unless set); small files: %d of %d KiB." %
         (size // MIB, small_count, small_size // 1024),
+        "  Every file read or written lies on tmpfs. The multi-URL row is measured once `zynet get --help`",
+        "  offers `-d DIR`.",
         "- %d rounds per row. Each round runs zynet and each peer once, zynet first in even rounds and last in" %
         rounds,
         "  odd ones (A B, B A, ...). Throughput is bytes over the wall time of the whole process (both sides pay",
