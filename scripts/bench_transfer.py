@@ -26,7 +26,6 @@ Environment:
                            /dev/shm; as root a tmpfs is mounted when it is
                            not one)
 """
-import json
 import os
 import pwd
 import re
