@@ -7,6 +7,12 @@
 #   bash scripts/bench.sh                 # the full run
 #   ZYNET_BENCH_REPETITIONS=7 bash scripts/bench.sh
 #   ZYNET_BENCH_FILTER='selector' bash scripts/bench.sh   # a subset (the report marks the rest as not measured)
+#   ZYNET_BENCH_SIZE_MB=256 ZYNET_BENCH_TRANSFER_ROUNDS=4 bash scripts/bench.sh   # smaller transfers
+#   ZYNET_BENCH_TRANSFER=0 bash scripts/bench.sh          # without the transfers against other tools
+#
+# The transfer benchmark needs root (vsftpd's anonymous chroot, sshd) and
+# the peer tools: apt-get install vsftpd lftp wget openssh-client
+# openssh-server time (scripts/install-deps.sh installs them).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -21,7 +27,7 @@ started=$(date +%s)
 
 echo "=== [bench] configure and build"
 cmake --preset bench >/dev/null
-cmake --build --preset bench -j "$(nproc 2>/dev/null || echo 2)" --target benchmarks
+cmake --build --preset bench -j "$(nproc 2>/dev/null || echo 2)" --target benchmarks zynet
 
 export PYTHONDONTWRITEBYTECODE=1
 echo "=== [bench] check the report arithmetic"
@@ -61,5 +67,14 @@ python3 bench/report.py \
 if [ "${ZYNET_BENCH_HTTP:-1}" = 1 ]; then
   echo "=== [bench] HTTP download against the curl tool"
   /usr/bin/python3 scripts/bench_http.py "$bin/bench_http" docs/PERFORMANCE.md "$repetitions"
+fi
+# Whole transfers of the zynet tool against the curl tool, wget, lftp and
+# OpenSSH's sftp, and many small files (its own section, after the above).
+# ZYNET_BENCH_SIZE_MB sets the large file (default 1024), the rounds come
+# from ZYNET_BENCH_TRANSFER_ROUNDS (default 4); ZYNET_BENCH_TRANSFER=0 leaves
+# it out.
+if [ "${ZYNET_BENCH_TRANSFER:-1}" = 1 ]; then
+  echo "=== [bench] transfers against the tools users pick"
+  /usr/bin/python3 scripts/bench_transfer.py "$bin/zynet" docs/PERFORMANCE.md "${ZYNET_BENCH_TRANSFER_ROUNDS:-4}"
 fi
 echo "=== [bench] done in ${elapsed}s: docs/PERFORMANCE.md"

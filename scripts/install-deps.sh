@@ -15,6 +15,7 @@ packages=(
   nginx tinyproxy openssl apache2 curl
   python3-pyftpdlib python3-openssl openssh-server openssh-client passwd
   gcovr
+  vsftpd lftp wget time
 )
 
 missing=()
