@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "ZyNetwork/Internal/ZyHTTPInternal.h"
+#include "ZyNetwork/Internal/ZyHTTPText.h"
 #include "support/UploadLayout.h"
 
 namespace

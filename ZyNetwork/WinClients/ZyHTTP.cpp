@@ -19,7 +19,7 @@
 #include <set>
 #include <string>
 
-#include "ZyNetwork/Internal/ZyHTTPInternal.h"
+#include "ZyNetwork/Internal/ZyHTTPText.h"
 #include "ZyUtils/LogWriter.h"
 #include "ZyUtils/ZyFile.h"
 

@@ -1,6 +1,6 @@
 // The network-free text work of ZyHTTP: URLs, the upload form and listing
-// pages. See ZyHTTPInternal.h.
-#include "ZyNetwork/Internal/ZyHTTPInternal.h"
+// pages. See ZyHTTPText.h.
+#include "ZyNetwork/Internal/ZyHTTPText.h"
 
 #include <ctype.h>
 #include <string.h>
@@ -21,11 +21,6 @@ const char kCrlf[] = "\r\n";
 bool IsDigit(char c)
 {
     return c >= '0' && c <= '9';
-}
-
-bool StartsWithNoCase(const std::string& text, const std::string& prefix)
-{
-    return text.size() >= prefix.size() && FXString::ToLower(text.substr(0, prefix.size())) == FXString::ToLower(prefix);
 }
 
 // Bytes a path may carry unencoded: RFC 3986's unreserved characters, the
@@ -57,63 +52,6 @@ void AppendValuePart(std::string& body, const char* name, const std::string& val
     body += kCrlf;
 }
 
-// Decodes the character references that directory listings use. Unknown or
-// malformed references stay as written.
-std::string DecodeEntities(const std::string& text)
-{
-    static const struct
-    {
-        const char* name;
-        char value;
-    } kNamed[] = {{"amp;", '&'}, {"lt;", '<'}, {"gt;", '>'}, {"quot;", '"'}, {"apos;", '\''}};
-    std::string out;
-    out.reserve(text.size());
-    for (size_t i = 0; i < text.size(); ++i)
-    {
-        if (text[i] != '&')
-        {
-            out += text[i];
-            continue;
-        }
-        bool decoded = false;
-        for (const auto& entity : kNamed)
-        {
-            size_t length = strlen(entity.name);
-            if (text.compare(i + 1, length, entity.name) == 0)
-            {
-                out += entity.value;
-                i += length;
-                decoded = true;
-                break;
-            }
-        }
-        if (!decoded && i + 1 < text.size() && text[i + 1] == '#')
-        {
-            size_t j = i + 2;
-            bool hex = j < text.size() && (text[j] == 'x' || text[j] == 'X');
-            if (hex)
-                ++j;
-            unsigned value = 0;
-            size_t digits = 0;
-            while (j < text.size() && digits < 6 && (hex ? zylisting::HexValue(text[j]) >= 0 : IsDigit(text[j])))
-            {
-                value = value * (hex ? 16 : 10) + static_cast<unsigned>(zylisting::HexValue(text[j]));
-                ++j;
-                ++digits;
-            }
-            // Only single bytes: listings escape quotes and ampersands this way.
-            if (digits > 0 && j < text.size() && text[j] == ';' && value > 0 && value < 0x80)
-            {
-                out += static_cast<char>(value);
-                i = j;
-                decoded = true;
-            }
-        }
-        if (!decoded)
-            out += '&';
-    }
-    return out;
-}
 }  // namespace
 
 bool ParseBaseUrl(const std::string& url, UrlParts& parts)
@@ -292,106 +230,4 @@ std::string BasicAuthorization(const std::string& user, const std::string& passw
     return "Basic " + FXString::Base64Encode(user + ":" + password);
 }
 
-std::vector<std::string> ExtractLinks(const std::string& html)
-{
-    static const char kMarker[] = "href=\"";
-    const size_t markerLength = sizeof(kMarker) - 1;
-    std::vector<std::string> links;
-    size_t pos = 0;
-    while (pos + markerLength <= html.size())
-    {
-        size_t found = std::string::npos;
-        for (size_t i = pos; i + markerLength <= html.size(); ++i)
-        {
-            size_t k = 0;
-            while (k < markerLength && static_cast<char>(tolower(static_cast<unsigned char>(html[i + k]))) == kMarker[k])
-                ++k;
-            if (k == markerLength)
-            {
-                found = i;
-                break;
-            }
-        }
-        if (found == std::string::npos)
-            break;
-        size_t start = found + markerLength;
-        size_t end = html.find('"', start);
-        if (end == std::string::npos)
-            break;
-        links.push_back(html.substr(start, end - start));
-        pos = end + 1;
-    }
-    return links;
-}
-
-ListingLink ClassifyListingLink(const std::string& link, const std::string& origin, const std::string& directoryPath)
-{
-    ListingLink result;
-    std::string target = DecodeEntities(link);
-    size_t cut = target.find_first_of("?#");
-    if (cut != std::string::npos)
-    {
-        // A link that is nothing but a query or fragment is the page itself.
-        target.resize(cut);
-    }
-    if (target.empty())
-        return result;
-
-    // Absolute forms are reduced to a path on this server, or ignored.
-    if (target.compare(0, 2, "//") == 0)
-    {
-        size_t colon = origin.find("://");
-        target = origin.substr(0, colon + 1) + target;
-    }
-    size_t scheme = target.find("://");
-    if (scheme != std::string::npos && target.find('/') > scheme)
-    {
-        if (!StartsWithNoCase(target, origin))
-            return result;
-        target.erase(0, origin.size());
-        if (!target.empty() && target[0] != '/')
-            return result;  // a longer host name or another port
-        if (target.empty())
-            target = "/";
-    }
-    else if (target.find(':') != std::string::npos && target.find(':') < target.find('/'))
-    {
-        return result;  // mailto:, javascript: and other schemes
-    }
-    if (target[0] == '/')
-    {
-        if (target.size() <= directoryPath.size() || target.compare(0, directoryPath.size(), directoryPath) != 0)
-            return result;
-        target.erase(0, directoryPath.size());
-    }
-
-    bool directory = target.back() == '/';
-    if (directory)
-        target.pop_back();
-    std::vector<std::string> segments;
-    FXString::Split(target, "/", segments, 0);
-    if (segments.empty())
-        return result;
-    std::string name;
-    for (const std::string& segment : segments)
-    {
-        if (segment.empty() || segment == "." || segment == "..")
-            return result;
-        std::string plain = DecodePath(segment);
-        if (plain == "." || plain == "..")
-            return result;
-        for (unsigned char c : plain)
-        {
-            if (c < 0x20 || c == 0x7F || c == '/' || c == '\\')
-                return result;
-        }
-        name += plain;
-        name += '/';
-    }
-    if (!directory)
-        name.pop_back();
-    result.kind = directory ? ListingLink::kDirectory : ListingLink::kFile;
-    result.name = name;
-    return result;
-}
 }  // namespace zyhttp
