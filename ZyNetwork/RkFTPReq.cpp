@@ -2,6 +2,7 @@
 // reply-code success rule and the listing reader (Internal/ListingParsers.h).
 // The commands sent beside transfers are in RkFTPReqCommands.cpp.
 #include "ZyNetwork/RkFTPReq.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 #include <string.h>
 #include <time.h>
@@ -114,7 +115,7 @@ CZyError RkFTPReq::setActiveMode(bool active, const std::string& address)
 {
     static const char kFunction[] = "RkCURL::RkFTPReq::setActiveMode";
     if (!isInitialized())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1,
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused,
                                      "RkProtocol class is not initialized yet. Call initialize function before any "
                                      "other function.");
     // An empty FTPPORT text would be taken as "passive"; "-" is the default
@@ -216,7 +217,7 @@ std::string RkFTPReq::joinedPath(const std::string& path) const
 CZyError RkFTPReq::splitServerAndURLPath(std::string& server, std::string& path)
 {
     if (m_url.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::splitServerAndURLPath"), 101, "URL is empty");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::splitServerAndURLPath"), zyerr::kUrlEmpty, "URL is empty");
     server = baseURL();
     path = "/" + joinedPath(std::string());
     return CZyError::Success();
@@ -226,7 +227,7 @@ CZyError RkFTPReq::getFullWorkingURL(std::string& url)
 {
     static const char kFunction[] = "RkCURL::RkFTPReq::getFullWorkingURL";
     if (m_url.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 101, "URL is empty");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kUrlEmpty, "URL is empty");
     const operationType type = getOperationType();
     if (type != OP_CHECK_CONNECTION && !m_commandsOnly && type != OP_DELETE &&
         m_urlPath.find("://") != std::string::npos)
@@ -265,7 +266,7 @@ CZyError RkFTPReq::isOperationSuccess(bool& success)
 CZyError RkFTPReq::setHeaders(const std::map<std::string, std::string>& headers)
 {
     if (!headers.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setHeaders"), 1, "Headers are not supported over %s",
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setHeaders"), zyerr::kTransferRefused, "Headers are not supported over %s",
                                      scheme());
     return CZyError::Success();
 }
@@ -288,10 +289,10 @@ CZyError RkFTPReq::setMethodParameter()
     for (const commandInfo& command : m_commands)
     {
         if (command.kind != commandInfo::CMD_QUOTE)
-            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Command kind [%d] is not supported over %s",
+            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Command kind [%d] is not supported over %s",
                                          static_cast<int>(command.kind), scheme());
         if (HasLineBreak(command.name))
-            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "A command with a line break cannot be sent");
+            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "A command with a line break cannot be sent");
     }
     m_listingIsMlsd = false;
     std::vector<std::string> extra = m_pendingCommands;
@@ -345,7 +346,7 @@ CZyError RkFTPReq::setMethodParameter()
             break;
         case OP_DELETE:
             if (joinedPath(m_urlPath).empty())
-                return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid URL path .");
+                return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid URL path .");
             extra.push_back(deleteCommand(m_urlPath));
             result = CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
             break;
@@ -362,14 +363,14 @@ CZyError RkFTPReq::setMethodParameter()
         case OP_POST_BUFFER:
         case OP_NONE:
         default:
-            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Operation type [%d] is not supported over %s",
+            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Operation type [%d] is not supported over %s",
                                          static_cast<int>(type), scheme());
         }
     }
     for (const std::string& line : extra)
     {
         if (HasLineBreak(line))
-            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "A path with a line break cannot be sent");
+            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "A path with a line break cannot be sent");
     }
     if (result == CURLE_OK)
         result = setQuoteList(extra);
@@ -426,7 +427,7 @@ CZyError RkFTPReq::collectFilesAndDir(const std::string& listing, std::vector<Fi
                                       std::string path)
 {
     if (!entries)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::collectFilesAndDir"), 1, "Invalid entry list");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::collectFilesAndDir"), zyerr::kTransferRefused, "Invalid entry list");
     while (!path.empty() && path.back() == '/')
         path.pop_back();
     std::vector<zylisting::Entry> parsed;
@@ -444,7 +445,7 @@ CZyError RkFTPReq::collectFilesAndDir(const std::string& listing, std::vector<Fi
 CZyError RkFTPReq::IsFile(const std::string& name, bool& isFile)
 {
     if (name.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::IsFile"), 1, "Empty entry name");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::IsFile"), zyerr::kTransferRefused, "Empty entry name");
     zylisting::Entry entry;
     const int64_t now = static_cast<int64_t>(time(nullptr));
     if (zylisting::ParseMlsdLine(name.data(), name.size(), entry) ||

@@ -3,6 +3,7 @@
 // the FEAT probe that decides between MLSD and LIST, and the quote lists that
 // carry both.
 #include "ZyNetwork/RkFTPReq.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 #include "ZyUtils/ZyString.h"
 
@@ -47,13 +48,13 @@ std::vector<std::string> RkFTPReq::renameCommands(const std::string& from, const
 CZyError RkFTPReq::runCommands(const std::vector<std::string>& commands, const char* function)
 {
     if (!isInitialized())
-        return FXErrorUtil::ErrorInt(ZY_LOC(function), 1,
+        return FXErrorUtil::ErrorInt(ZY_LOC(function), zyerr::kTransferRefused,
                                      "RkProtocol class is not initialized yet. Call initialize function before any "
                                      "other function.");
     for (const std::string& command : commands)
     {
         if (HasLineBreak(command))
-            return FXErrorUtil::ErrorInt(ZY_LOC(function), 1, "A path with a line break cannot be sent");
+            return FXErrorUtil::ErrorInt(ZY_LOC(function), zyerr::kTransferRefused, "A path with a line break cannot be sent");
     }
     m_urlPath.clear();
     m_commands.clear();
@@ -73,7 +74,7 @@ CZyError RkFTPReq::deleteFile(const std::string& path)
 {
     static const char kFunction[] = "RkCURL::RkFTPReq::deleteFile";
     if (joinedPath(path).empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid URL path .");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid URL path .");
     return runCommands({deleteCommand(path)}, kFunction);
 }
 
@@ -81,7 +82,7 @@ CZyError RkFTPReq::makeDirectory(const std::string& path)
 {
     static const char kFunction[] = "RkCURL::RkFTPReq::makeDirectory";
     if (joinedPath(path).empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid URL path .");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid URL path .");
     return runCommands({makeDirectoryCommand(path)}, kFunction);
 }
 
@@ -89,7 +90,7 @@ CZyError RkFTPReq::removeDirectory(const std::string& path)
 {
     static const char kFunction[] = "RkCURL::RkFTPReq::removeDirectory";
     if (joinedPath(path).empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid URL path .");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid URL path .");
     return runCommands({removeDirectoryCommand(path)}, kFunction);
 }
 
@@ -97,7 +98,7 @@ CZyError RkFTPReq::renameFile(const std::string& from, const std::string& to)
 {
     static const char kFunction[] = "RkCURL::RkFTPReq::renameFile";
     if (joinedPath(from).empty() || joinedPath(to).empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid URL path .");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid URL path .");
     return runCommands(renameCommands(from, to), kFunction);
 }
 

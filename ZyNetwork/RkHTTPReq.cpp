@@ -2,6 +2,7 @@
 // operation and the success rule. Listing pages are read by
 // Internal/ListingHtml.h.
 #include "ZyNetwork/RkHTTPReq.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 #include <string.h>
 
@@ -79,7 +80,7 @@ CZyError RkHTTPReq::setHeaders(const std::map<std::string, std::string>& headers
     {
         if (header.first.empty() || header.first.find_first_of(":\r\n") != std::string::npos ||
             header.second.find_first_of("\r\n") != std::string::npos)
-            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::setHeaders"), 1, "Invalid header [%s]",
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::setHeaders"), zyerr::kTransferRefused, "Invalid header [%s]",
                                          header.first.c_str());
     }
     m_headers = headers;
@@ -113,7 +114,7 @@ CZyError RkHTTPReq::getFullWorkingURL(std::string& url)
 {
     static const char kFunction[] = "RkCURL::RkHTTPReq::getFullWorkingURL";
     if (m_url.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 101, "URL is empty");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kUrlEmpty, "URL is empty");
     if (m_operationType != OP_CHECK_CONNECTION && m_urlPath.find("://") != std::string::npos)
     {
         url = m_urlPath;
@@ -157,7 +158,7 @@ CZyError RkHTTPReq::getFullWorkingURL(std::string& url)
 CZyError RkHTTPReq::splitServerAndURLPath(std::string& server, std::string& path)
 {
     if (m_url.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::splitServerAndURLPath"), 101, "URL is empty");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::splitServerAndURLPath"), zyerr::kUrlEmpty, "URL is empty");
     const std::string url = baseURL();
     const size_t pathStart = url.find('/', url.find("://") + 3);
     if (pathStart == std::string::npos)
@@ -176,7 +177,7 @@ CZyError RkHTTPReq::splitServerAndURLPath(std::string& server, std::string& path
 CZyError RkHTTPReq::IsFile(const std::string& name, bool& isFile)
 {
     if (name.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::IsFile"), 1, "Empty entry name");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::IsFile"), zyerr::kTransferRefused, "Empty entry name");
     isFile = !EndsWith(name, '/');
     return CZyError::Success();
 }
@@ -230,7 +231,7 @@ CZyError RkHTTPReq::setMethodParameter()
         if (command.kind == commandInfo::CMD_HEADER)
             lines.push_back(command.name + ": " + command.value);
         else if (command.kind != commandInfo::CMD_QUERY)
-            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Command kind [%d] is not supported over HTTP",
+            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Command kind [%d] is not supported over HTTP",
                                          static_cast<int>(command.kind));
     }
     if (skipExpectContinue())
@@ -306,7 +307,7 @@ CZyError RkHTTPReq::setMethodParameter()
         break;
     case OP_NONE:
     default:
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Unsupported operation type [%d]",
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Unsupported operation type [%d]",
                                      static_cast<int>(m_operationType));
     }
 #undef RK_HTTP_SET
@@ -343,7 +344,7 @@ CZyError RkHTTPReq::collectFilesAndDir(const std::string& listing, std::vector<F
                                        std::string path)
 {
     if (!entries)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::collectFilesAndDir"), 1, "Invalid entry list");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::collectFilesAndDir"), zyerr::kTransferRefused, "Invalid entry list");
     // Relative links resolve against the listed directory; absolute ones
     // must lie directly inside it. The path of a base URL counts too.
     std::string server, basePath;

@@ -8,6 +8,7 @@
 #define CURL_DISABLE_DEPRECATION 1
 
 #include "ZyNetwork/RkProtocolReq.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 #include "ZyNetwork/Internal/RkProtocolReqCommon.h"
 
 #include <string.h>
@@ -158,14 +159,14 @@ CZyError RkProtocolReq::copyHandleSettings(const RkProtocolReq& other)
 {
     m_errorBuffer = new (std::nothrow) char[kErrorBufferSize];
     if (!m_errorBuffer)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::RkProtocolReq"), 1,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::RkProtocolReq"), zyerr::kTransferRefused,
                                      "Failed to allocate memory for Error buffer");
     memset(m_errorBuffer, 0, kErrorBufferSize);
     m_handle.reset(new (std::nothrow) Handle());
     if (!m_handle || !m_handle->get())
     {
         releaseHandle();
-        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::RkProtocolReq"), -1, "Failed to get CURL handle");
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::RkProtocolReq"), zyerr::kNoCurlHandle, "Failed to get CURL handle");
     }
     void* curl = m_handle->get();
     CURLcode result = CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, static_cast<void*>(m_errorBuffer));
@@ -255,16 +256,16 @@ CZyError RkProtocolReq::initialize(unsigned int useCAFile)
     m_useCAFile = useCAFile;
     m_errorBuffer = new (std::nothrow) char[kErrorBufferSize];
     if (!m_errorBuffer)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::initialize"), 1,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::initialize"), zyerr::kTransferRefused,
                                      "Failed to allocate memory for Error buffer");
     memset(m_errorBuffer, 0, kErrorBufferSize);
     m_handle.reset(new (std::nothrow) Handle());
     if (!m_handle)
-        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::initialize"), -1, "Failed to get CURL Context");
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::initialize"), zyerr::kNoCurlHandle, "Failed to get CURL Context");
     if (!m_handle->get())
     {
         m_handle.reset();
-        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::initialize"), -1, "Failed to get CURL handle");
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::initialize"), zyerr::kNoCurlHandle, "Failed to get CURL handle");
     }
     m_configState = 1;
     CZyError error = setDefaultConfiguration();

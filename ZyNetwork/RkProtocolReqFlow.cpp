@@ -5,6 +5,7 @@
 #define CURL_DISABLE_DEPRECATION 1
 
 #include "ZyNetwork/RkProtocolReq.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 #include <string.h>
 
@@ -82,7 +83,7 @@ size_t RkProtocolReq::readFromLocalFile(char* data, size_t size, size_t count, v
     {
         request->m_localFileError =
             error.IsError() ? error
-                            : FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::uploadFile"), 1,
+                            : FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::uploadFile"), zyerr::kTransferRefused,
                                                     "The file ended before the size to send");
         return CURL_READFUNC_ABORT;
     }
@@ -106,7 +107,7 @@ CZyError RkProtocolReq::URLEncode(const std::string& in, std::string& out)
 {
     char* encoded = CurlWrapper::rk_curl_easy_escape(handle(), in.c_str(), 0);
     if (!encoded)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::URLEncode"), 1, "Failed to encode the text");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::URLEncode"), zyerr::kTransferRefused, "Failed to encode the text");
     out = encoded;
     CurlWrapper::rk_curl_free(encoded);
     return CZyError::Success();
@@ -117,7 +118,7 @@ CZyError RkProtocolReq::URLDecode(const std::string& in, std::string& out)
     int length = 0;
     char* decoded = CurlWrapper::rk_curl_easy_unescape(handle(), in.c_str(), 0, &length);
     if (!decoded)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::URLDecode"), 1, "Failed to decode the text");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::URLDecode"), zyerr::kTransferRefused, "Failed to decode the text");
     out.assign(decoded, length > 0 ? static_cast<size_t>(length) : 0);
     CurlWrapper::rk_curl_free(decoded);
     return CZyError::Success();
@@ -145,7 +146,7 @@ CZyError RkProtocolReq::PrepareForRequest()
     static const char kFunction[] = "RkCURL::RkProtocolReq::PrepareForRequest";
     RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
     if (m_url.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 101, "URL is empty");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kUrlEmpty, "URL is empty");
     std::string url;
     CZyError error = getFullWorkingURL(url);
     if (error.IsError())

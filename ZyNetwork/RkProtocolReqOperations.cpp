@@ -6,6 +6,7 @@
 #define CURL_DISABLE_DEPRECATION 1
 
 #include "ZyNetwork/RkProtocolReq.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 #include "ZyNetwork/Internal/RkProtocolReqCommon.h"
 
 // Locations name the class's file, wherever its code stands.
@@ -35,11 +36,11 @@ CZyError RkProtocolReq::runBufferOperation(const char* function, operationType t
                                            long size, const std::vector<commandInfo>& commands)
 {
     if (!buffer)
-        return FXErrorUtil::ErrorInt(ZY_LOC(function), 1, "%s", noBuffer);
+        return FXErrorUtil::ErrorInt(ZY_LOC(function), zyerr::kTransferRefused, "%s", noBuffer);
     if (!urlPath || !urlPath[0])
-        return FXErrorUtil::ErrorInt(ZY_LOC(function), 1, "%s", kInvalidUrlPath);
+        return FXErrorUtil::ErrorInt(ZY_LOC(function), zyerr::kTransferRefused, "%s", kInvalidUrlPath);
     if (size < 0)
-        return FXErrorUtil::ErrorInt(ZY_LOC(function), 1, "%s", kInvalidBufferSize);
+        return FXErrorUtil::ErrorInt(ZY_LOC(function), zyerr::kTransferRefused, "%s", kInvalidBufferSize);
     m_postBuffer = buffer;
     m_dataSize = size;
     return runOperation(function, type, name, urlPath, commands);
@@ -50,7 +51,7 @@ CZyError RkProtocolReq::doGetOperation(const char* urlPath, const std::vector<co
     static const char kFunction[] = "RkCURL::RkProtocolReq::doGetOperation";
     RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
     if (!urlPath || !urlPath[0])
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kInvalidUrlPath);
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "%s", kInvalidUrlPath);
     return runOperation(kFunction, OP_GET, "GET", urlPath, commands);
 }
 
@@ -60,9 +61,9 @@ CZyError RkProtocolReq::doPostOperation(const char* urlPath, const char* postStr
     static const char kFunction[] = "RkCURL::RkProtocolReq::doPostOperation";
     RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
     if (!postString)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid post string .");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid post string .");
     if (!urlPath || !urlPath[0])
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kInvalidUrlPath);
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "%s", kInvalidUrlPath);
     m_postString = postString;
     return runOperation(kFunction, OP_POST_STRING, "POST", urlPath, commands);
 }
@@ -98,7 +99,7 @@ CZyError RkProtocolReq::download(const char* sourceURL, const std::vector<comman
     static const char kFunction[] = "RkCURL::RkProtocolReq::download";
     RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
     if (!sourceURL)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid source url.");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid source url.");
     return runOperation(kFunction, OP_DOWNLOAD, "GET", sourceURL, commands);
 }
 
@@ -108,9 +109,9 @@ CZyError RkProtocolReq::uploadFile(const char* sourceFile, const char* urlPath, 
     static const char kFunction[] = "RkCURL::RkProtocolReq::uploadFile";
     RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
     if (!sourceFile)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid source file path.");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid source file path.");
     if (!urlPath)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid URL path.");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid URL path.");
     m_sourceFile = sourceFile;
     m_urlPath = urlPath;
     m_commands = commands;
@@ -131,7 +132,7 @@ CZyError RkProtocolReq::uploadFile(const char* sourceFile, const char* urlPath, 
     if (size > fileSize)
     {
         m_localFile.Close();
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kInvalidBufferSize);
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "%s", kInvalidBufferSize);
     }
     m_dataSize = size > 0 ? static_cast<int64_t>(size) : static_cast<int64_t>(fileSize);
     m_localRemaining = m_dataSize;
@@ -148,9 +149,9 @@ CZyError RkProtocolReq::downloadToFile(const char* sourceURL, const char* localF
     static const char kFunction[] = "RkCURL::RkProtocolReq::downloadToFile";
     RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
     if (!sourceURL)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid source url.");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid source url.");
     if (!localFile || !localFile[0])
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid destination file path.");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid destination file path.");
     CZyError error = m_localFile.Open(localFile, CZyFile::kWriteCreate);
     if (error.IsError())
         return error.Push(ZY_LOC(kFunction), "Cannot create the file [%s]", localFile);
@@ -221,7 +222,7 @@ CZyError RkProtocolReq::getInfo(CurlInfoType type, std::string& value)
     else if (type == CURL_INFO_REDIRECT_URL)
         info = CURLINFO_REDIRECT_URL;
     else
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Unrecognized Curl Info type.");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Unrecognized Curl Info type.");
     m_operationType = OP_INFO;
     m_operationName = "HEAD";
     CZyError error = SendReqest();
@@ -234,7 +235,7 @@ CZyError RkProtocolReq::getInfo(CurlInfoType type, std::string& value)
         return ErrorRkCURL(ZY_LOC(kFunction), result, "CURL get info failed. ErrorCode : [%d] , ErrorMessage : [%s]",
                            result, errorBufferText());
     if (!text)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid pointer from curl get info.");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid pointer from curl get info.");
     value = text;
     return CZyError::Success();
 }
@@ -248,7 +249,7 @@ CZyError RkProtocolReq::checkIfFileOrDirExists(const std::string& path, bool isF
     if (isFile)
     {
         if (m_lastResult != CURLE_OK)
-            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1,
+            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused,
                                          "Failed to check if File exists.Error Code : [%d]. Error Message [%s] ",
                                          m_lastResult, errorBufferText());
         exists = !info.IsError();
@@ -260,7 +261,7 @@ CZyError RkProtocolReq::checkIfFileOrDirExists(const std::string& path, bool isF
         return CZyError::Success();
     }
     if (m_lastResult != CURLE_OK)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1,
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused,
                                      "Failed to check if Directory exists. Error Code : [%d]. Error Message [%s] ",
                                      m_lastResult, errorBufferText());
     exists = true;
@@ -272,7 +273,7 @@ CZyError RkProtocolReq::getFilesAndDirsInfoInFile(const std::string& sourcePath)
     static const char kFunction[] = "RkCURL::RkProtocolReq::getFilesAndDirsInfoInFile";
     RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
     if (sourcePath.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Source path passed in empty");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Source path passed in empty");
     m_urlPath = sourcePath;
     m_commands.clear();
     m_operationType = OP_DIR_LIST;

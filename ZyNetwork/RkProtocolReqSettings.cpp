@@ -3,6 +3,7 @@
 #define CURL_DISABLE_DEPRECATION 1
 
 #include "ZyNetwork/RkProtocolReq.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 #include "ZyNetwork/Internal/OsCurl.h"
 #include "ZyNetwork/Internal/RkProtocolReqCommon.h"
 
@@ -179,7 +180,7 @@ CZyError RkProtocolReq::setTraceCallBack(void* userData, RkTraceCallback callbac
     static const char kFunction[] = "RkCURL::RkProtocolReq::setTraceCallBack";
     RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
     if (!userData || !callback)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Input is invalid");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Input is invalid");
     m_traceData = userData;
     m_traceFunction = callback;
     CurlWrapper::rk_curl_easy_setopt(handle(), CURLOPT_DEBUGFUNCTION, callback);

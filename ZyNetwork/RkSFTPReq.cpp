@@ -1,6 +1,7 @@
 // SFTP requests: SSH authentication and host-key options, the quote
 // commands of curl's SFTP and the success rule.
 #include "ZyNetwork/RkSFTPReq.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 #include <stdlib.h>
 
@@ -101,9 +102,9 @@ CZyError RkSFTPReq::setPrivateKey(const std::string& privateKeyFile, const std::
 {
     static const char kFunction[] = "RkCURL::RkSFTPReq::setPrivateKey";
     if (!isInitialized())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kNotInitialized);
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "%s", kNotInitialized);
     if (privateKeyFile.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid private key file");
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid private key file");
     CURLcode result = applyOption(CURLOPT_SSH_PRIVATE_KEYFILE, privateKeyFile);
     if (result == CURLE_OK)
         result = applyOption(CURLOPT_KEYPASSWD, passphrase);
@@ -146,7 +147,7 @@ CZyError RkSFTPReq::setHostKeySHA256(const std::string& base64)
 {
     static const char kFunction[] = "RkCURL::RkSFTPReq::setHostKeySHA256";
     if (!isInitialized())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kNotInitialized);
+        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "%s", kNotInitialized);
     const CURLcode result = applyOption(CURLOPT_SSH_HOST_PUBLIC_KEY_SHA256, base64);
     requireFreshConnection();
     if (result != CURLE_OK)

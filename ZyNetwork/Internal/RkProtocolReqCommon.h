@@ -30,5 +30,5 @@ constexpr long kSslOptionsNativeCA = CURLSSLOPT_NATIVE_CA;  // 16
     do                                                                    \
     {                                                                     \
         if (!m_initialized)                                               \
-            return FXErrorUtil::ErrorInt(ZY_LOC(function), 1, "%s", text); \
+            return FXErrorUtil::ErrorInt(ZY_LOC(function), zyerr::kTransferRefused, "%s", text); \
     } while (0)

@@ -29,7 +29,6 @@ using namespace zyhttp;
 
 namespace
 {
-const uint32_t kBadArgument = zyerr::kInvalidParameter;
 const char kDefaultUserAgent[] = "ZyHTTP";
 
 // A text's pointer, or null for an empty one (WinINet's "not given").
@@ -78,7 +77,7 @@ CZyError ZyHTTP::SetBaseURL(const char* baseUrl)
 {
     zyhttp::UrlParts parts;
     if (!baseUrl || !zyhttp::ParseBaseUrl(baseUrl, parts))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::SetBaseURL"), kBadArgument, "Not a usable HTTP URL: '%s'",
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::SetBaseURL"), zyerr::kInvalidParameter, "Not a usable HTTP URL: '%s'",
                                        baseUrl ? baseUrl : "(null)");
     m_haveUrl = true;
     m_secure = parts.secure;
@@ -154,7 +153,7 @@ void ZyHTTP::SetIgnoreCertificateErrors()
 CZyError ZyHTTP::GetWorkingURL(CZyString& url) const
 {
     if (!m_haveUrl)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::GetWorkingURL"), kBadArgument, "No server URL is set");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::GetWorkingURL"), zyerr::kInvalidParameter, "No server URL is set");
     zyhttp::UrlParts parts;
     parts.secure = m_secure;
     parts.host = m_server.str();

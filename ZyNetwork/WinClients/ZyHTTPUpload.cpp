@@ -17,11 +17,6 @@ static const char kZyFile[] = "ZyNetwork/ZyHTTP";
 
 using namespace zyhttp;
 
-namespace
-{
-const uint32_t kBadArgument = zyerr::kInvalidParameter;
-}  // namespace
-
 CZyError ZyHTTP::_sendRequestPost(const Target& target, const char* localFile, const char* clientId)
 {
     CZyFile file;
@@ -45,7 +40,7 @@ CZyError ZyHTTP::_sendRequestPost(const Target& target, const char* localFile, c
                                        "%s is too large to upload", localFile);
 
     if (HasLineBreak(m_user.str()) || HasLineBreak(m_password.str()))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), kBadArgument,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), zyerr::kInvalidParameter,
                                        "The user name or password holds a line break");
 
     Handles handles;
@@ -111,7 +106,7 @@ CZyError ZyHTTP::_sendRequestPost(const Target& target, const char* localFile, c
 CZyError ZyHTTP::UploadFile(const char* localFile, const char* clientId)
 {
     if (!localFile || !*localFile)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::UploadFile"), kBadArgument, "No file to upload");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::UploadFile"), zyerr::kInvalidParameter, "No file to upload");
     const char* object = m_uploadMode == zyhttp::kUploadModeJsp ? "httplogupload.do" : "upload.asp";
     Target target;
     CZyError error = _target(m_path.str() + object, target);
