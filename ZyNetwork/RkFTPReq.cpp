@@ -7,9 +7,9 @@
 #include <string.h>
 #include <time.h>
 
-#include <algorithm>
 
 #include "ZyNetwork/Internal/ListingParsers.h"
+#include "ZyNetwork/Internal/UrlText.h"
 #include "ZyUtils/ZyString.h"
 
 static const char kZyFile[] = "ZyNetwork/RkFTPReq";
@@ -161,40 +161,21 @@ CZyError RkFTPReq::setDefaults()
 std::string RkFTPReq::baseURL() const
 {
     std::string url = m_url;
-    size_t authority = url.find("://");
-    if (authority == std::string::npos)
-    {
+    const zyurl::UrlSplit split = zyurl::SplitUrl(url);
+    if (!split.hasScheme)
         url = std::string(scheme()) + "://" + url;
-        authority = url.find("://");
-    }
-    else if (FXString::ToLower(url.substr(0, authority)) == "ftps")
-    {
+    else if (FXString::ToLower(url.substr(0, split.authority - 3)) == "ftps")
         // Explicit TLS on the usual port: curl's "ftps" would mean TLS
         // before the first reply.
-        url = "ftp" + url.substr(authority);
-        authority = 3;
-    }
-    authority += 3;
-    const size_t pathStart = std::min(url.find('/', authority), url.size());
-    std::string server = url.substr(0, pathStart);
+        url = "ftp" + url.substr(split.authority - 3);
     if (m_port > 0)
-    {
-        const std::string hostPort = server.substr(authority);
-        const size_t bracket = hostPort.rfind(']');
-        const size_t colon = hostPort.rfind(':');
-        if (colon == std::string::npos || (bracket != std::string::npos && colon < bracket))
-            server += ":" + std::to_string(m_port);
-    }
-    return server;
+        url = zyurl::WithPort(url, m_port);
+    return url.substr(0, zyurl::SplitUrl(url).path);
 }
 
 std::string RkFTPReq::joinedPath(const std::string& path) const
 {
-    std::string base;
-    const size_t authority = m_url.find("://");
-    const size_t pathStart = m_url.find('/', authority == std::string::npos ? 0 : authority + 3);
-    if (pathStart != std::string::npos)
-        base = zylisting::PercentDecode(m_url.substr(pathStart));
+    const std::string base = zyurl::PercentDecode(m_url.substr(zyurl::SplitUrl(m_url).path));
     const std::string whole = base + "/" + path;
     std::string joined;
     size_t start = 0;

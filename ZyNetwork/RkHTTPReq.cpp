@@ -6,9 +6,9 @@
 
 #include <string.h>
 
-#include <algorithm>
 
 #include "ZyNetwork/Internal/ListingHtml.h"
+#include "ZyNetwork/Internal/UrlText.h"
 #include "ZyUtils/ZyString.h"
 
 static const char kZyFile[] = "ZyNetwork/RkHTTPReq";
@@ -90,24 +90,9 @@ CZyError RkHTTPReq::setHeaders(const std::map<std::string, std::string>& headers
 std::string RkHTTPReq::baseURL() const
 {
     std::string url = m_url;
-    size_t authority = url.find("://");
-    if (authority == std::string::npos)
-    {
+    if (!zyurl::SplitUrl(url).hasScheme)
         url = (m_protocol == HTTPS ? "https://" : "http://") + url;
-        authority = url.find("://");
-    }
-    authority += 3;
-    if (m_port > 0)
-    {
-        const size_t pathStart = std::min(url.find('/', authority), url.size());
-        const std::string hostPort = url.substr(authority, pathStart - authority);
-        const size_t bracket = hostPort.rfind(']');
-        const size_t colon = hostPort.rfind(':');
-        const bool hasPort = colon != std::string::npos && (bracket == std::string::npos || colon > bracket);
-        if (!hasPort)
-            url.insert(pathStart, ":" + std::to_string(m_port));
-    }
-    return url;
+    return m_port > 0 ? zyurl::WithPort(url, m_port) : url;
 }
 
 CZyError RkHTTPReq::getFullWorkingURL(std::string& url)
@@ -128,8 +113,7 @@ CZyError RkHTTPReq::getFullWorkingURL(std::string& url)
             CZyError error = URLEncodePath(m_urlPath, encoded);
             if (error.IsError())
                 return error.Push(ZY_LOC(kFunction));
-            const size_t pathStart = url.find('/', url.find("://") + 3);
-            if (pathStart == std::string::npos)
+            if (zyurl::SplitUrl(url).path == url.size())
                 url.push_back('/');
             if (EndsWith(url, '/') && encoded[0] == '/')
                 url.pop_back();
@@ -160,8 +144,8 @@ CZyError RkHTTPReq::splitServerAndURLPath(std::string& server, std::string& path
     if (m_url.empty())
         return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::splitServerAndURLPath"), zyerr::kUrlEmpty, "URL is empty");
     const std::string url = baseURL();
-    const size_t pathStart = url.find('/', url.find("://") + 3);
-    if (pathStart == std::string::npos)
+    const size_t pathStart = zyurl::SplitUrl(url).path;
+    if (pathStart == url.size())
     {
         server = url;
         path = "/";
@@ -352,7 +336,7 @@ CZyError RkHTTPReq::collectFilesAndDir(const std::string& listing, std::vector<F
     if (!m_url.empty() && !splitServerAndURLPath(server, basePath).IsError() && basePath != "/" &&
         listed.compare(0, basePath.size(), basePath) != 0)
     {
-        std::string decodedBase = zylisting::PercentDecode(basePath);
+        std::string decodedBase = zyurl::PercentDecode(basePath);
         if (!EndsWith(decodedBase, '/'))
             decodedBase.push_back('/');
         while (!listed.empty() && listed[0] == '/')

@@ -1,7 +1,7 @@
 // Parsers of the directory listings that FTP and SFTP servers send: the LIST
 // output of Unix-style servers (also SFTP's long names), of Windows-style
 // servers, and MLSD facts; and the helpers every listing reader shares (the
-// listing entry, percent decoding, civil dates). HTML listing pages are read
+// listing entry, civil dates). HTML listing pages are read
 // in ListingHtml.h. Pure functions over bytes: every read is bounded by the
 // input, and a line that fits no format is skipped and counted.
 // Internal: not installed, not exported.
@@ -15,11 +15,6 @@
 
 namespace zylisting
 {
-// The value of a hexadecimal digit, -1 for any other character.
-int HexValue(char c);
-// "%XX" becomes its byte; a '%' without two hex digits after it stays.
-std::string PercentDecode(const std::string& text);
-
 struct Entry
 {
     std::string name;

@@ -5,7 +5,7 @@
 #include <ctype.h>
 #include <string.h>
 
-#include "ZyNetwork/Internal/ListingParsers.h"
+#include "ZyNetwork/Internal/UrlText.h"
 #include "ZyUtils/ZyString.h"
 
 namespace zyhttp
@@ -145,15 +145,9 @@ bool ParseBaseUrl(const std::string& url, UrlParts& parts)
 
 std::string Origin(const UrlParts& parts)
 {
-    std::string origin = parts.secure ? "https://" : "http://";
-    if (parts.host.find(':') != std::string::npos)
-        origin += "[" + parts.host + "]";
-    else
-        origin += parts.host;
-    uint16_t defaultPort = parts.secure ? 443 : 80;
-    if (parts.port != 0 && parts.port != defaultPort)
-        origin += ":" + std::to_string(parts.port);
-    return origin;
+    const uint16_t defaultPort = parts.secure ? 443 : 80;
+    return (parts.secure ? "https://" : "http://") +
+           zyurl::JoinHostPort(parts.host, parts.port != defaultPort ? parts.port : 0);
 }
 
 std::string DirectoryPath(const std::string& path)
@@ -168,7 +162,6 @@ std::string DirectoryPath(const std::string& path)
 
 std::string EncodePath(const std::string& plain)
 {
-    static const char kHex[] = "0123456789ABCDEF";
     std::string out;
     out.reserve(plain.size());
     for (unsigned char c : plain)
@@ -178,18 +171,14 @@ std::string EncodePath(const std::string& plain)
         else if (IsPathByte(c))
             out += static_cast<char>(c);
         else
-        {
-            out += '%';
-            out += kHex[c >> 4];
-            out += kHex[c & 15];
-        }
+            zyurl::AppendPercentEscape(out, c);
     }
     return out;
 }
 
 std::string DecodePath(const std::string& encoded)
 {
-    return zylisting::PercentDecode(encoded);
+    return zyurl::PercentDecode(encoded);
 }
 
 UploadForm BuildUploadForm(const UploadFields& fields)
