@@ -7,7 +7,6 @@
 #include <string.h>
 #include <time.h>
 
-
 #include "ZyNetwork/Internal/ListingParsers.h"
 #include "ZyNetwork/Internal/UrlText.h"
 #include "ZyUtils/ZyString.h"
@@ -113,9 +112,8 @@ const char* RkFTPReq::scheme() const
 
 CZyError RkFTPReq::setActiveMode(bool active, const std::string& address)
 {
-    static const char kFunction[] = "RkCURL::RkFTPReq::setActiveMode";
     if (!isInitialized())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setActiveMode"), zyerr::kTransferRefused,
                                      "RkProtocol class is not initialized yet. Call initialize function before any "
                                      "other function.");
     // An empty FTPPORT text would be taken as "passive"; "-" is the default
@@ -125,7 +123,8 @@ CZyError RkFTPReq::setActiveMode(bool active, const std::string& address)
                                                                 static_cast<const char*>(nullptr));
     setLastCurlResult(result);
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_FTPPORT);
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkFTPReq::setActiveMode"), result, "Failed to set option [%d]",
+                           CURLOPT_FTPPORT);
     m_active = active;
     return CZyError::Success();
 }
@@ -138,7 +137,6 @@ CZyError RkFTPReq::setCreateMissingDirs(bool create)
 
 CZyError RkFTPReq::setDefaults()
 {
-    static const char kFunction[] = "RkCURL::RkFTPReq::setDefaults";
     const std::string protocols = scheme();
     CURLcode result = applyOption(CURLOPT_PROTOCOLS_STR, protocols);
     if (result == CURLE_OK)
@@ -154,7 +152,7 @@ CZyError RkFTPReq::setDefaults()
             result = applyOption(CURLOPT_FTPSSLAUTH, static_cast<long>(CURLFTPAUTH_TLS));
     }
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set the FTP defaults");
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkFTPReq::setDefaults"), result, "Failed to set the FTP defaults");
     return CZyError::Success();
 }
 
@@ -198,7 +196,8 @@ std::string RkFTPReq::joinedPath(const std::string& path) const
 CZyError RkFTPReq::splitServerAndURLPath(std::string& server, std::string& path)
 {
     if (m_url.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::splitServerAndURLPath"), zyerr::kUrlEmpty, "URL is empty");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::splitServerAndURLPath"), zyerr::kUrlEmpty,
+                                     "URL is empty");
     server = baseURL();
     path = "/" + joinedPath(std::string());
     return CZyError::Success();
@@ -206,9 +205,8 @@ CZyError RkFTPReq::splitServerAndURLPath(std::string& server, std::string& path)
 
 CZyError RkFTPReq::getFullWorkingURL(std::string& url)
 {
-    static const char kFunction[] = "RkCURL::RkFTPReq::getFullWorkingURL";
     if (m_url.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kUrlEmpty, "URL is empty");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::getFullWorkingURL"), zyerr::kUrlEmpty, "URL is empty");
     const operationType type = getOperationType();
     if (type != OP_CHECK_CONNECTION && !m_commandsOnly && type != OP_DELETE &&
         m_urlPath.find("://") != std::string::npos)
@@ -226,7 +224,7 @@ CZyError RkFTPReq::getFullWorkingURL(std::string& url)
     std::string encoded;
     CZyError error = URLEncodePath(path, encoded);
     if (error.IsError())
-        return error.Push(ZY_LOC(kFunction));
+        return error.Push(ZY_LOC("RkCURL::RkFTPReq::getFullWorkingURL"));
     url += encoded;
     // curl lists, and changes into, what ends in '/'.
     if (type == OP_DIR_LIST || type == OP_CHECK_DIR_EXISTS)
@@ -247,8 +245,8 @@ CZyError RkFTPReq::isOperationSuccess(bool& success)
 CZyError RkFTPReq::setHeaders(const std::map<std::string, std::string>& headers)
 {
     if (!headers.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setHeaders"), zyerr::kTransferRefused, "Headers are not supported over %s",
-                                     scheme());
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setHeaders"), zyerr::kTransferRefused,
+                                     "Headers are not supported over %s", scheme());
     return CZyError::Success();
 }
 
@@ -265,15 +263,16 @@ CURLcode RkFTPReq::setDirectoryCheckOptions()
 
 CZyError RkFTPReq::setMethodParameter()
 {
-    static const char kFunction[] = "RkCURL::RkFTPReq::setMethodParameter";
     void* curl = handle();
     for (const commandInfo& command : m_commands)
     {
         if (command.kind != commandInfo::CMD_QUOTE)
-            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Command kind [%d] is not supported over %s",
-                                         static_cast<int>(command.kind), scheme());
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zyerr::kTransferRefused,
+                                         "Command kind [%d] is not supported over %s", static_cast<int>(command.kind),
+                                         scheme());
         if (HasLineBreak(command.name))
-            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "A command with a line break cannot be sent");
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zyerr::kTransferRefused,
+                                         "A command with a line break cannot be sent");
     }
     m_listingIsMlsd = false;
     std::vector<std::string> extra = m_pendingCommands;
@@ -299,7 +298,7 @@ CZyError RkFTPReq::setMethodParameter()
                 {
                     CZyError error = probeFeatures();
                     if (error.IsError())
-                        return error.Push(ZY_LOC(kFunction));
+                        return error.Push(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"));
                 }
                 mlsd = m_serverHasMlsd == 1;
             }
@@ -327,7 +326,8 @@ CZyError RkFTPReq::setMethodParameter()
             break;
         case OP_DELETE:
             if (joinedPath(m_urlPath).empty())
-                return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid URL path .");
+                return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zyerr::kTransferRefused,
+                                             "Invalid URL path .");
             extra.push_back(deleteCommand(m_urlPath));
             result = CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
             break;
@@ -344,14 +344,16 @@ CZyError RkFTPReq::setMethodParameter()
         case OP_POST_BUFFER:
         case OP_NONE:
         default:
-            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Operation type [%d] is not supported over %s",
-                                         static_cast<int>(type), scheme());
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zyerr::kTransferRefused,
+                                         "Operation type [%d] is not supported over %s", static_cast<int>(type),
+                                         scheme());
         }
     }
     for (const std::string& line : extra)
     {
         if (HasLineBreak(line))
-            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "A path with a line break cannot be sent");
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zyerr::kTransferRefused,
+                                         "A path with a line break cannot be sent");
     }
     if (result == CURLE_OK)
         result = setQuoteList(extra);
@@ -359,8 +361,8 @@ CZyError RkFTPReq::setMethodParameter()
         result = CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_FRESH_CONNECT, 1L);
     setLastCurlResult(result);
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set the options of operation [%d]",
-                           static_cast<int>(type));
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), result,
+                           "Failed to set the options of operation [%d]", static_cast<int>(type));
     return CZyError::Success();
 }
 
@@ -408,7 +410,8 @@ CZyError RkFTPReq::collectFilesAndDir(const std::string& listing, std::vector<Fi
                                       std::string path)
 {
     if (!entries)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::collectFilesAndDir"), zyerr::kTransferRefused, "Invalid entry list");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::collectFilesAndDir"), zyerr::kTransferRefused,
+                                     "Invalid entry list");
     while (!path.empty() && path.back() == '/')
         path.pop_back();
     std::vector<zylisting::Entry> parsed;

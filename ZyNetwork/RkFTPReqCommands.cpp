@@ -54,7 +54,8 @@ CZyError RkFTPReq::runCommands(const std::vector<std::string>& commands, const c
     for (const std::string& command : commands)
     {
         if (HasLineBreak(command))
-            return FXErrorUtil::ErrorInt(ZY_LOC(function), zyerr::kTransferRefused, "A path with a line break cannot be sent");
+            return FXErrorUtil::ErrorInt(ZY_LOC(function), zyerr::kTransferRefused,
+                                         "A path with a line break cannot be sent");
     }
     m_urlPath.clear();
     m_commands.clear();
@@ -72,34 +73,34 @@ CZyError RkFTPReq::runCommands(const std::vector<std::string>& commands, const c
 
 CZyError RkFTPReq::deleteFile(const std::string& path)
 {
-    static const char kFunction[] = "RkCURL::RkFTPReq::deleteFile";
     if (joinedPath(path).empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid URL path .");
-    return runCommands({deleteCommand(path)}, kFunction);
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::deleteFile"), zyerr::kTransferRefused,
+                                     "Invalid URL path .");
+    return runCommands({deleteCommand(path)}, "RkCURL::RkFTPReq::deleteFile");
 }
 
 CZyError RkFTPReq::makeDirectory(const std::string& path)
 {
-    static const char kFunction[] = "RkCURL::RkFTPReq::makeDirectory";
     if (joinedPath(path).empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid URL path .");
-    return runCommands({makeDirectoryCommand(path)}, kFunction);
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::makeDirectory"), zyerr::kTransferRefused,
+                                     "Invalid URL path .");
+    return runCommands({makeDirectoryCommand(path)}, "RkCURL::RkFTPReq::makeDirectory");
 }
 
 CZyError RkFTPReq::removeDirectory(const std::string& path)
 {
-    static const char kFunction[] = "RkCURL::RkFTPReq::removeDirectory";
     if (joinedPath(path).empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid URL path .");
-    return runCommands({removeDirectoryCommand(path)}, kFunction);
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::removeDirectory"), zyerr::kTransferRefused,
+                                     "Invalid URL path .");
+    return runCommands({removeDirectoryCommand(path)}, "RkCURL::RkFTPReq::removeDirectory");
 }
 
 CZyError RkFTPReq::renameFile(const std::string& from, const std::string& to)
 {
-    static const char kFunction[] = "RkCURL::RkFTPReq::renameFile";
     if (joinedPath(from).empty() || joinedPath(to).empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid URL path .");
-    return runCommands(renameCommands(from, to), kFunction);
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::renameFile"), zyerr::kTransferRefused,
+                                     "Invalid URL path .");
+    return runCommands(renameCommands(from, to), "RkCURL::RkFTPReq::renameFile");
 }
 
 size_t RkFTPReq::collectFeatures(char* data, size_t size, size_t count, void* self)

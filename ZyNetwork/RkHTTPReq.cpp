@@ -6,7 +6,6 @@
 
 #include <string.h>
 
-
 #include "ZyNetwork/Internal/ListingHtml.h"
 #include "ZyNetwork/Internal/UrlText.h"
 #include "ZyUtils/ZyString.h"
@@ -80,8 +79,8 @@ CZyError RkHTTPReq::setHeaders(const std::map<std::string, std::string>& headers
     {
         if (header.first.empty() || header.first.find_first_of(":\r\n") != std::string::npos ||
             header.second.find_first_of("\r\n") != std::string::npos)
-            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::setHeaders"), zyerr::kTransferRefused, "Invalid header [%s]",
-                                         header.first.c_str());
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::setHeaders"), zyerr::kTransferRefused,
+                                         "Invalid header [%s]", header.first.c_str());
     }
     m_headers = headers;
     return CZyError::Success();
@@ -97,9 +96,8 @@ std::string RkHTTPReq::baseURL() const
 
 CZyError RkHTTPReq::getFullWorkingURL(std::string& url)
 {
-    static const char kFunction[] = "RkCURL::RkHTTPReq::getFullWorkingURL";
     if (m_url.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kUrlEmpty, "URL is empty");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::getFullWorkingURL"), zyerr::kUrlEmpty, "URL is empty");
     if (m_operationType != OP_CHECK_CONNECTION && m_urlPath.find("://") != std::string::npos)
     {
         url = m_urlPath;
@@ -112,7 +110,7 @@ CZyError RkHTTPReq::getFullWorkingURL(std::string& url)
             std::string encoded;
             CZyError error = URLEncodePath(m_urlPath, encoded);
             if (error.IsError())
-                return error.Push(ZY_LOC(kFunction));
+                return error.Push(ZY_LOC("RkCURL::RkHTTPReq::getFullWorkingURL"));
             if (zyurl::SplitUrl(url).path == url.size())
                 url.push_back('/');
             if (EndsWith(url, '/') && encoded[0] == '/')
@@ -132,7 +130,7 @@ CZyError RkHTTPReq::getFullWorkingURL(std::string& url)
         if (!error.IsError())
             error = URLEncode(command.value, value);
         if (error.IsError())
-            return error.Push(ZY_LOC(kFunction));
+            return error.Push(ZY_LOC("RkCURL::RkHTTPReq::getFullWorkingURL"));
         url += (first ? "?" : "&") + name + "=" + value;
         first = false;
     }
@@ -142,7 +140,8 @@ CZyError RkHTTPReq::getFullWorkingURL(std::string& url)
 CZyError RkHTTPReq::splitServerAndURLPath(std::string& server, std::string& path)
 {
     if (m_url.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::splitServerAndURLPath"), zyerr::kUrlEmpty, "URL is empty");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::splitServerAndURLPath"), zyerr::kUrlEmpty,
+                                     "URL is empty");
     const std::string url = baseURL();
     const size_t pathStart = zyurl::SplitUrl(url).path;
     if (pathStart == url.size())
@@ -168,7 +167,6 @@ CZyError RkHTTPReq::IsFile(const std::string& name, bool& isFile)
 
 CZyError RkHTTPReq::setDefaults()
 {
-    static const char kFunction[] = "RkCURL::RkHTTPReq::setDefaults";
     struct
     {
         CURLoption option;
@@ -187,7 +185,8 @@ CZyError RkHTTPReq::setDefaults()
         const CURLcode result =
             option.text ? applyOption(option.option, std::string(option.text)) : applyOption(option.option, option.number);
         if (result != CURLE_OK)
-            return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", option.option);
+            return ErrorRkCURL(ZY_LOC("RkCURL::RkHTTPReq::setDefaults"), result, "Failed to set option [%d]",
+                               option.option);
     }
     return CZyError::Success();
 }
@@ -200,7 +199,6 @@ size_t RkHTTPReq::readFromBuffer(char* data, size_t size, size_t count, void* se
 
 CZyError RkHTTPReq::setMethodParameter()
 {
-    static const char kFunction[] = "RkCURL::RkHTTPReq::setMethodParameter";
     void* curl = handle();
 
     // Headers: those of setHeaders, those added one by one, those of this
@@ -215,7 +213,8 @@ CZyError RkHTTPReq::setMethodParameter()
         if (command.kind == commandInfo::CMD_HEADER)
             lines.push_back(command.name + ": " + command.value);
         else if (command.kind != commandInfo::CMD_QUERY)
-            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Command kind [%d] is not supported over HTTP",
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::setMethodParameter"), zyerr::kTransferRefused,
+                                         "Command kind [%d] is not supported over HTTP",
                                          static_cast<int>(command.kind));
     }
     if (skipExpectContinue())
@@ -224,23 +223,25 @@ CZyError RkHTTPReq::setMethodParameter()
     {
         curl_slist* next = CurlWrapper::rk_curl_slist_append(m_headerList, line.c_str());
         if (!next)
-            return ErrorRkCURL(ZY_LOC(kFunction), CURLE_OUT_OF_MEMORY, "Failed to build the request headers");
+            return ErrorRkCURL(ZY_LOC("RkCURL::RkHTTPReq::setMethodParameter"), CURLE_OUT_OF_MEMORY,
+                               "Failed to build the request headers");
         m_headerList = next;
     }
     CURLcode result = CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_HTTPHEADER, static_cast<void*>(m_headerList));
 
-#define RK_HTTP_SET(option, value)                                                                     \
-    do                                                                                                 \
-    {                                                                                                  \
-        if (result == CURLE_OK)                                                                        \
-        {                                                                                              \
-            result = CurlWrapper::rk_curl_easy_setopt(curl, option, value);                            \
-            if (result != CURLE_OK)                                                                    \
-            {                                                                                          \
-                setLastCurlResult(result);                                                             \
-                return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", option);  \
-            }                                                                                          \
-        }                                                                                              \
+#define RK_HTTP_SET(option, value)                                                          \
+    do                                                                                      \
+    {                                                                                       \
+        if (result == CURLE_OK)                                                             \
+        {                                                                                   \
+            result = CurlWrapper::rk_curl_easy_setopt(curl, option, value);                 \
+            if (result != CURLE_OK)                                                         \
+            {                                                                               \
+                setLastCurlResult(result);                                                  \
+                return ErrorRkCURL(ZY_LOC("RkCURL::RkHTTPReq::setMethodParameter"), result, \
+                                   "Failed to set option [%d]", option);                    \
+            }                                                                               \
+        }                                                                                   \
     } while (0)
 
     switch (m_operationType)
@@ -291,13 +292,14 @@ CZyError RkHTTPReq::setMethodParameter()
         break;
     case OP_NONE:
     default:
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Unsupported operation type [%d]",
-                                     static_cast<int>(m_operationType));
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::setMethodParameter"), zyerr::kTransferRefused,
+                                     "Unsupported operation type [%d]", static_cast<int>(m_operationType));
     }
 #undef RK_HTTP_SET
     setLastCurlResult(result);
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_HTTPHEADER);
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkHTTPReq::setMethodParameter"), result, "Failed to set option [%d]",
+                           CURLOPT_HTTPHEADER);
     return CZyError::Success();
 }
 
@@ -328,7 +330,8 @@ CZyError RkHTTPReq::collectFilesAndDir(const std::string& listing, std::vector<F
                                        std::string path)
 {
     if (!entries)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::collectFilesAndDir"), zyerr::kTransferRefused, "Invalid entry list");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::collectFilesAndDir"), zyerr::kTransferRefused,
+                                     "Invalid entry list");
     // Relative links resolve against the listed directory; absolute ones
     // must lie directly inside it. The path of a base URL counts too.
     std::string server, basePath;

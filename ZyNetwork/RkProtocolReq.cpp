@@ -166,7 +166,8 @@ CZyError RkProtocolReq::copyHandleSettings(const RkProtocolReq& other)
     if (!m_handle || !m_handle->get())
     {
         releaseHandle();
-        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::RkProtocolReq"), zyerr::kNoCurlHandle, "Failed to get CURL handle");
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::RkProtocolReq"), zyerr::kNoCurlHandle,
+                           "Failed to get CURL handle");
     }
     void* curl = m_handle->get();
     CURLcode result = CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, static_cast<void*>(m_errorBuffer));
@@ -261,11 +262,13 @@ CZyError RkProtocolReq::initialize(unsigned int useCAFile)
     memset(m_errorBuffer, 0, kErrorBufferSize);
     m_handle.reset(new (std::nothrow) Handle());
     if (!m_handle)
-        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::initialize"), zyerr::kNoCurlHandle, "Failed to get CURL Context");
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::initialize"), zyerr::kNoCurlHandle,
+                           "Failed to get CURL Context");
     if (!m_handle->get())
     {
         m_handle.reset();
-        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::initialize"), zyerr::kNoCurlHandle, "Failed to get CURL handle");
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::initialize"), zyerr::kNoCurlHandle,
+                           "Failed to get CURL handle");
     }
     m_configState = 1;
     CZyError error = setDefaultConfiguration();
@@ -279,7 +282,6 @@ CZyError RkProtocolReq::initialize(unsigned int useCAFile)
 
 CZyError RkProtocolReq::setDefaultConfiguration()
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::setDefaultConfiguration";
     std::string caBundle;
     const bool setCABundle = zyos::DefaultCABundle(caBundle);
 
@@ -293,31 +295,40 @@ CZyError RkProtocolReq::setDefaultConfiguration()
     CURLcode result = CurlWrapper::rk_curl_easy_setopt(handle(), CURLOPT_ERRORBUFFER, static_cast<void*>(m_errorBuffer));
     m_lastResult = result;
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_ERRORBUFFER);
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::setDefaultConfiguration"), result,
+                           "Failed to set option [%d]", CURLOPT_ERRORBUFFER);
 
     if (m_followRedirects)
     {
         if ((result = applyOption(CURLOPT_FOLLOWLOCATION, 1L)) != CURLE_OK)
-            return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_FOLLOWLOCATION);
+            return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::setDefaultConfiguration"), result,
+                               "Failed to set option [%d]", CURLOPT_FOLLOWLOCATION);
         if ((result = applyOption(CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_ALL))) != CURLE_OK)
-            return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_POSTREDIR);
+            return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::setDefaultConfiguration"), result,
+                               "Failed to set option [%d]", CURLOPT_POSTREDIR);
         if ((result = applyOption(CURLOPT_MAXREDIRS, kMaxRedirects)) != CURLE_OK)
-            return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_MAXREDIRS);
+            return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::setDefaultConfiguration"), result,
+                               "Failed to set option [%d]", CURLOPT_MAXREDIRS);
     }
     else if ((result = applyOption(CURLOPT_FOLLOWLOCATION, 0L)) != CURLE_OK)
     {
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_FOLLOWLOCATION);
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::setDefaultConfiguration"), result,
+                           "Failed to set option [%d]", CURLOPT_FOLLOWLOCATION);
     }
 
     if ((result = applyOption(CURLOPT_SSL_VERIFYPEER, 1L)) != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_SSL_VERIFYPEER);
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::setDefaultConfiguration"), result,
+                           "Failed to set option [%d]", CURLOPT_SSL_VERIFYPEER);
     if ((result = applyOption(CURLOPT_SSL_VERIFYHOST, 2L)) != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_SSL_VERIFYHOST);
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::setDefaultConfiguration"), result,
+                           "Failed to set option [%d]", CURLOPT_SSL_VERIFYHOST);
     if ((result = applyOption(CURLOPT_SSL_OPTIONS, kSslOptionsNativeCA)) != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d] with mask [%d]", CURLOPT_SSL_OPTIONS,
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::setDefaultConfiguration"), result,
+                           "Failed to set option [%d] with mask [%d]", CURLOPT_SSL_OPTIONS,
                            static_cast<int>(kSslOptionsNativeCA));
     if (setCABundle && (result = applyOption(CURLOPT_CAINFO, caBundle)) != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_CAINFO);
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::setDefaultConfiguration"), result,
+                           "Failed to set option [%d]", CURLOPT_CAINFO);
     return CZyError::Success();
 }
 

@@ -83,8 +83,8 @@ size_t RkProtocolReq::readFromLocalFile(char* data, size_t size, size_t count, v
     {
         request->m_localFileError =
             error.IsError() ? error
-                            : FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::uploadFile"), zyerr::kTransferRefused,
-                                                    "The file ended before the size to send");
+                            : FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::uploadFile"),
+                                                    zyerr::kTransferRefused, "The file ended before the size to send");
         return CURL_READFUNC_ABORT;
     }
     request->m_localRemaining -= got;
@@ -107,7 +107,8 @@ CZyError RkProtocolReq::URLEncode(const std::string& in, std::string& out)
 {
     char* encoded = CurlWrapper::rk_curl_easy_escape(handle(), in.c_str(), 0);
     if (!encoded)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::URLEncode"), zyerr::kTransferRefused, "Failed to encode the text");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::URLEncode"), zyerr::kTransferRefused,
+                                     "Failed to encode the text");
     out = encoded;
     CurlWrapper::rk_curl_free(encoded);
     return CZyError::Success();
@@ -118,7 +119,8 @@ CZyError RkProtocolReq::URLDecode(const std::string& in, std::string& out)
     int length = 0;
     char* decoded = CurlWrapper::rk_curl_easy_unescape(handle(), in.c_str(), 0, &length);
     if (!decoded)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::URLDecode"), zyerr::kTransferRefused, "Failed to decode the text");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::URLDecode"), zyerr::kTransferRefused,
+                                     "Failed to decode the text");
     out.assign(decoded, length > 0 ? static_cast<size_t>(length) : 0);
     CurlWrapper::rk_curl_free(decoded);
     return CZyError::Success();
@@ -143,21 +145,22 @@ CZyError RkProtocolReq::URLDecodePath(const std::string& in, std::string& out)
 
 CZyError RkProtocolReq::PrepareForRequest()
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::PrepareForRequest";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::PrepareForRequest", kNotInitializedPlural);
     if (m_url.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kUrlEmpty, "URL is empty");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::PrepareForRequest"), zyerr::kUrlEmpty,
+                                     "URL is empty");
     std::string url;
     CZyError error = getFullWorkingURL(url);
     if (error.IsError())
-        return error.Push(ZY_LOC(kFunction), "Failed to get working URL");
+        return error.Push(ZY_LOC("RkCURL::RkProtocolReq::PrepareForRequest"), "Failed to get working URL");
     CURLcode result = CurlWrapper::rk_curl_easy_setopt(handle(), CURLOPT_URL, url.c_str());
     m_lastResult = result;
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_URL);
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::PrepareForRequest"), result, "Failed to set option [%d]",
+                           CURLOPT_URL);
     error = setMethodParameter();
     if (error.IsError())
-        return error.Push(ZY_LOC(kFunction));
+        return error.Push(ZY_LOC("RkCURL::RkProtocolReq::PrepareForRequest"));
 
     // The protocol's callbacks for this operation come first, then the
     // caller's; without either the body is discarded and an upload is empty
@@ -186,17 +189,16 @@ CZyError RkProtocolReq::PrepareForRequest()
 
 CZyError RkProtocolReq::SendReqest()
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::SendReqest";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::SendReqest", kNotInitializedSingular);
     CZyError error = PrepareForRequest();
     if (error.IsError())
     {
         unSetMethodParameter();
-        return error.Push(ZY_LOC(kFunction));
+        return error.Push(ZY_LOC("RkCURL::RkProtocolReq::SendReqest"));
     }
     error = Execute();
     if (error.IsError())
-        error.Push(ZY_LOC(kFunction));
+        error.Push(ZY_LOC("RkCURL::RkProtocolReq::SendReqest"));
     CZyError unset = unSetMethodParameter();
     if (unset.IsError())
     {
@@ -207,7 +209,7 @@ CZyError RkProtocolReq::SendReqest()
         }
         else
         {
-            error = unset.Push(ZY_LOC(kFunction));
+            error = unset.Push(ZY_LOC("RkCURL::RkProtocolReq::SendReqest"));
         }
     }
     return error;
@@ -215,24 +217,24 @@ CZyError RkProtocolReq::SendReqest()
 
 CZyError RkProtocolReq::Execute()
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::Execute";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::Execute", kNotInitializedPlural);
     resetCurlErrorBuffer();
     m_responseCode = 0;
     CURLcode result = CurlWrapper::rk_curl_easy_perform(handle());
     m_lastResult = result;
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "CURL perform failed.Curl ErrorCode : [%d], Error Message : [%s]",
-                           result, errorBufferText());
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::Execute"), result,
+                           "CURL perform failed.Curl ErrorCode : [%d], Error Message : [%s]", result,
+                           errorBufferText());
     CZyError error = getResponseCode();
     if (error.IsError())
-        return error.Push(ZY_LOC(kFunction), "Failed to get ResponseCode");
+        return error.Push(ZY_LOC("RkCURL::RkProtocolReq::Execute"), "Failed to get ResponseCode");
     bool ok = false;
     error = isOperationSuccess(ok);
     if (error.IsError())
-        return error.Push(ZY_LOC(kFunction), "Failed to determine success or failure.");
+        return error.Push(ZY_LOC("RkCURL::RkProtocolReq::Execute"), "Failed to determine success or failure.");
     if (!ok)
-        return ErrorRkCURL(ZY_LOC(kFunction), m_lastResult,
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::Execute"), m_lastResult,
                            "Requested Operation Failed. Return value from CURL: [%d] Response code from server: [%ld]",
                            m_lastResult, m_responseCode);
     return CZyError::Success();

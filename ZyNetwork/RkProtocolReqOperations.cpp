@@ -48,70 +48,70 @@ CZyError RkProtocolReq::runBufferOperation(const char* function, operationType t
 
 CZyError RkProtocolReq::doGetOperation(const char* urlPath, const std::vector<commandInfo>& commands)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::doGetOperation";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::doGetOperation", kNotInitializedSingular);
     if (!urlPath || !urlPath[0])
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "%s", kInvalidUrlPath);
-    return runOperation(kFunction, OP_GET, "GET", urlPath, commands);
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::doGetOperation"), zyerr::kTransferRefused, "%s",
+                                     kInvalidUrlPath);
+    return runOperation("RkCURL::RkProtocolReq::doGetOperation", OP_GET, "GET", urlPath, commands);
 }
 
 CZyError RkProtocolReq::doPostOperation(const char* urlPath, const char* postString,
                                         const std::vector<commandInfo>& commands)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::doPostOperation";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::doPostOperation", kNotInitializedSingular);
     if (!postString)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid post string .");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::doPostOperation"), zyerr::kTransferRefused,
+                                     "Invalid post string .");
     if (!urlPath || !urlPath[0])
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "%s", kInvalidUrlPath);
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::doPostOperation"), zyerr::kTransferRefused, "%s",
+                                     kInvalidUrlPath);
     m_postString = postString;
-    return runOperation(kFunction, OP_POST_STRING, "POST", urlPath, commands);
+    return runOperation("RkCURL::RkProtocolReq::doPostOperation", OP_POST_STRING, "POST", urlPath, commands);
 }
 
 CZyError RkProtocolReq::doPostOperation(const char* urlPath, const char* buffer, long size,
                                         const std::vector<commandInfo>& commands)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::doPostOperation";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
-    return runBufferOperation(kFunction, OP_POST_BUFFER, "POST", urlPath, buffer, "Invalid post array .", size,
-                              commands);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::doPostOperation", kNotInitializedSingular);
+    return runBufferOperation("RkCURL::RkProtocolReq::doPostOperation", OP_POST_BUFFER, "POST", urlPath, buffer,
+                              "Invalid post array .", size, commands);
 }
 
 CZyError RkProtocolReq::doPutOperation(const char* urlPath, const char* data, long size,
                                        const std::vector<commandInfo>& commands)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::doPutOperation";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
-    return runBufferOperation(kFunction, OP_PUT, "PUT", urlPath, data, "Invalid PUT data.", size, commands);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::doPutOperation", kNotInitializedSingular);
+    return runBufferOperation("RkCURL::RkProtocolReq::doPutOperation", OP_PUT, "PUT", urlPath, data,
+                              "Invalid PUT data.", size, commands);
 }
 
 CZyError RkProtocolReq::doDeleteOperation(const char* urlPath, const char* data, long size,
                                           const std::vector<commandInfo>& commands)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::doDeleteOperation";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
-    return runBufferOperation(kFunction, OP_DELETE, "DELETE", urlPath, data, "Invalid DELETE data.", size,
-                              commands);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::doDeleteOperation", kNotInitializedSingular);
+    return runBufferOperation("RkCURL::RkProtocolReq::doDeleteOperation", OP_DELETE, "DELETE", urlPath, data,
+                              "Invalid DELETE data.", size, commands);
 }
 
 CZyError RkProtocolReq::download(const char* sourceURL, const std::vector<commandInfo>& commands)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::download";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::download", kNotInitializedPlural);
     if (!sourceURL)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid source url.");
-    return runOperation(kFunction, OP_DOWNLOAD, "GET", sourceURL, commands);
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::download"), zyerr::kTransferRefused,
+                                     "Invalid source url.");
+    return runOperation("RkCURL::RkProtocolReq::download", OP_DOWNLOAD, "GET", sourceURL, commands);
 }
 
 CZyError RkProtocolReq::uploadFile(const char* sourceFile, const char* urlPath, unsigned size,
                                    const std::vector<commandInfo>& commands)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::uploadFile";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::uploadFile", kNotInitializedPlural);
     if (!sourceFile)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid source file path.");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::uploadFile"), zyerr::kTransferRefused,
+                                     "Invalid source file path.");
     if (!urlPath)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid URL path.");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::uploadFile"), zyerr::kTransferRefused,
+                                     "Invalid URL path.");
     m_sourceFile = sourceFile;
     m_urlPath = urlPath;
     m_commands = commands;
@@ -127,49 +127,50 @@ CZyError RkProtocolReq::uploadFile(const char* sourceFile, const char* urlPath, 
     if (error.IsError())
     {
         m_localFile.Close();
-        return error.Push(ZY_LOC(kFunction), "Cannot read the file [%s]", sourceFile);
+        return error.Push(ZY_LOC("RkCURL::RkProtocolReq::uploadFile"), "Cannot read the file [%s]", sourceFile);
     }
     if (size > fileSize)
     {
         m_localFile.Close();
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "%s", kInvalidBufferSize);
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::uploadFile"), zyerr::kTransferRefused, "%s",
+                                     kInvalidBufferSize);
     }
     m_dataSize = size > 0 ? static_cast<int64_t>(size) : static_cast<int64_t>(fileSize);
     m_localRemaining = m_dataSize;
     m_localFileError = CZyError::Success();
     error = SendReqest();
     m_localFile.Close();
-    return takeLocalFileError(error, kFunction);
+    return takeLocalFileError(error, "RkCURL::RkProtocolReq::uploadFile");
 }
 
 
 CZyError RkProtocolReq::downloadToFile(const char* sourceURL, const char* localFile,
                                        const std::vector<commandInfo>& commands)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::downloadToFile";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::downloadToFile", kNotInitializedPlural);
     if (!sourceURL)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid source url.");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::downloadToFile"), zyerr::kTransferRefused,
+                                     "Invalid source url.");
     if (!localFile || !localFile[0])
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid destination file path.");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::downloadToFile"), zyerr::kTransferRefused,
+                                     "Invalid destination file path.");
     CZyError error = m_localFile.Open(localFile, CZyFile::kWriteCreate);
     if (error.IsError())
-        return error.Push(ZY_LOC(kFunction), "Cannot create the file [%s]", localFile);
+        return error.Push(ZY_LOC("RkCURL::RkProtocolReq::downloadToFile"), "Cannot create the file [%s]", localFile);
     m_localFileError = CZyError::Success();
     m_writeLocalFile = true;
     error = download(sourceURL, commands);
     m_writeLocalFile = false;
     CZyError closed = m_localFile.Close();
-    error = takeLocalFileError(error, kFunction);
+    error = takeLocalFileError(error, "RkCURL::RkProtocolReq::downloadToFile");
     if (!error.IsError() && closed.IsError())
-        return closed.Push(ZY_LOC(kFunction));
+        return closed.Push(ZY_LOC("RkCURL::RkProtocolReq::downloadToFile"));
     return error;
 }
 
 CZyError RkProtocolReq::listDirectory(const std::string& path, std::vector<FileDirInfo>& entries)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::listDirectory";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::listDirectory", kNotInitializedPlural);
     // A directory is named with a trailing '/': web servers redirect
     // without it and curl lists an FTP directory only with it.
     std::string directory = path.empty() ? std::string("/") : path;
@@ -177,32 +178,32 @@ CZyError RkProtocolReq::listDirectory(const std::string& path, std::vector<FileD
         directory.push_back('/');
     CZyError error = getFilesAndDirsInfoInFile(directory);
     if (error.IsError())
-        return error.Push(ZY_LOC(kFunction));
+        return error.Push(ZY_LOC("RkCURL::RkProtocolReq::listDirectory"));
     error = collectFilesAndDir(m_listing, &entries, directory);
     if (error.IsError())
-        return error.Push(ZY_LOC(kFunction));
+        return error.Push(ZY_LOC("RkCURL::RkProtocolReq::listDirectory"));
     return CZyError::Success();
 }
 
 CZyError RkProtocolReq::sendFileInfoRequest(const std::string& path, operationType type, double& size)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::getFileInfo";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::getFileInfo", kNotInitializedSingular);
     m_urlPath = path;
     m_commands.clear();
     m_operationType = type;
     m_operationName = "HEAD";
     CZyError error = SendReqest();
     if (error.IsError())
-        return error.Push(ZY_LOC(kFunction));
+        return error.Push(ZY_LOC("RkCURL::RkProtocolReq::getFileInfo"));
     double length = -1;
     CURLcode result = CurlWrapper::rk_curl_easy_getinfo(handle(), CURLINFO_CONTENT_LENGTH_DOWNLOAD, &length);
     m_lastResult = result;
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "CURL perform failed. ErrorCode : [%d], Error Message : [%s]",
-                           result, errorBufferText());
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::getFileInfo"), result,
+                           "CURL perform failed. ErrorCode : [%d], Error Message : [%s]", result, errorBufferText());
     if (static_cast<long long>(length) == -1)
-        return ErrorRkCURL(ZY_LOC(kFunction), m_lastResult, "File size recieved from server is invalid");
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::getFileInfo"), m_lastResult,
+                           "File size recieved from server is invalid");
     size = length;
     return CZyError::Success();
 }
@@ -214,42 +215,43 @@ CZyError RkProtocolReq::getFileInfo(const std::string& path, double& size)
 
 CZyError RkProtocolReq::getInfo(CurlInfoType type, std::string& value)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::getInfo";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::getInfo", kNotInitializedSingular);
     CURLINFO info;
     if (type == CURL_INFO_EFFECTIVE_URL)
         info = CURLINFO_EFFECTIVE_URL;
     else if (type == CURL_INFO_REDIRECT_URL)
         info = CURLINFO_REDIRECT_URL;
     else
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Unrecognized Curl Info type.");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::getInfo"), zyerr::kTransferRefused,
+                                     "Unrecognized Curl Info type.");
     m_operationType = OP_INFO;
     m_operationName = "HEAD";
     CZyError error = SendReqest();
     if (error.IsError())
-        return error.Push(ZY_LOC(kFunction));
+        return error.Push(ZY_LOC("RkCURL::RkProtocolReq::getInfo"));
     char* text = nullptr;
     CURLcode result = CurlWrapper::rk_curl_easy_getinfo(handle(), info, &text);
     m_lastResult = result;
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "CURL get info failed. ErrorCode : [%d] , ErrorMessage : [%s]",
-                           result, errorBufferText());
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::getInfo"), result,
+                           "CURL get info failed. ErrorCode : [%d] , ErrorMessage : [%s]", result, errorBufferText());
     if (!text)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Invalid pointer from curl get info.");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::getInfo"), zyerr::kTransferRefused,
+                                     "Invalid pointer from curl get info.");
     value = text;
     return CZyError::Success();
 }
 
 CZyError RkProtocolReq::checkIfFileOrDirExists(const std::string& path, bool isFile, bool& exists)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::checkIfFileOrDirExists";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::checkIfFileOrDirExists", kNotInitializedSingular);
     double size = 0;
     CZyError info = sendFileInfoRequest(path, isFile ? OP_CHECK_FILE_EXISTS : OP_CHECK_DIR_EXISTS, size);
     if (isFile)
     {
         if (m_lastResult != CURLE_OK)
-            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused,
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::checkIfFileOrDirExists"),
+                                         zyerr::kTransferRefused,
                                          "Failed to check if File exists.Error Code : [%d]. Error Message [%s] ",
                                          m_lastResult, errorBufferText());
         exists = !info.IsError();
@@ -261,7 +263,7 @@ CZyError RkProtocolReq::checkIfFileOrDirExists(const std::string& path, bool isF
         return CZyError::Success();
     }
     if (m_lastResult != CURLE_OK)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::checkIfFileOrDirExists"), zyerr::kTransferRefused,
                                      "Failed to check if Directory exists. Error Code : [%d]. Error Message [%s] ",
                                      m_lastResult, errorBufferText());
     exists = true;
@@ -270,10 +272,10 @@ CZyError RkProtocolReq::checkIfFileOrDirExists(const std::string& path, bool isF
 
 CZyError RkProtocolReq::getFilesAndDirsInfoInFile(const std::string& sourcePath)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::getFilesAndDirsInfoInFile";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::getFilesAndDirsInfoInFile", kNotInitializedPlural);
     if (sourcePath.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Source path passed in empty");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::getFilesAndDirsInfoInFile"),
+                                     zyerr::kTransferRefused, "Source path passed in empty");
     m_urlPath = sourcePath;
     m_commands.clear();
     m_operationType = OP_DIR_LIST;
@@ -281,14 +283,13 @@ CZyError RkProtocolReq::getFilesAndDirsInfoInFile(const std::string& sourcePath)
     m_listing.clear();
     CZyError error = SendReqest();
     if (error.IsError())
-        error.Push(ZY_LOC(kFunction));
+        error.Push(ZY_LOC("RkCURL::RkProtocolReq::getFilesAndDirsInfoInFile"));
     return error;
 }
 
 CZyError RkProtocolReq::checkConnection()
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::checkConnection";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::checkConnection", kNotInitializedPlural);
     m_commands.clear();
     m_operationType = OP_CHECK_CONNECTION;
     m_operationName = "HEAD";

@@ -27,41 +27,37 @@ const char kDefaultNoProxy[] = "127.0.0.1,localhost,::1,0:0:0:0:0:0:0:1";
 
 CZyError RkProtocolReq::setCredentials(const std::string& user, const std::string& password)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::setCredentials";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
-    RK_SET(kFunction, CURLOPT_USERPWD, user + ":" + password);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::setCredentials", kNotInitializedSingular);
+    RK_SET("RkCURL::RkProtocolReq::setCredentials", CURLOPT_USERPWD, user + ":" + password);
     return CZyError::Success();
 }
 
 CZyError RkProtocolReq::SetTimeOut(long seconds)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::SetTimeOut";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
-    RK_SET(kFunction, CURLOPT_TIMEOUT, seconds);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::SetTimeOut", kNotInitializedPlural);
+    RK_SET("RkCURL::RkProtocolReq::SetTimeOut", CURLOPT_TIMEOUT, seconds);
     return CZyError::Success();
 }
 
 CZyError RkProtocolReq::SetConnectionTimeOut(long seconds)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::SetConnectionTimeOut";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
-    RK_SET(kFunction, CURLOPT_CONNECTTIMEOUT, seconds);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::SetConnectionTimeOut", kNotInitializedPlural);
+    RK_SET("RkCURL::RkProtocolReq::SetConnectionTimeOut", CURLOPT_CONNECTTIMEOUT, seconds);
     return CZyError::Success();
 }
 
 CZyError RkProtocolReq::setKeepAlive(bool on, long idleSeconds, long intervalSeconds)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::setKeepAlive";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::setKeepAlive", kNotInitializedSingular);
     if (on)
     {
-        RK_SET(kFunction, CURLOPT_TCP_KEEPALIVE, 1L);
-        RK_SET(kFunction, CURLOPT_TCP_KEEPIDLE, idleSeconds);
-        RK_SET(kFunction, CURLOPT_TCP_KEEPINTVL, intervalSeconds);
+        RK_SET("RkCURL::RkProtocolReq::setKeepAlive", CURLOPT_TCP_KEEPALIVE, 1L);
+        RK_SET("RkCURL::RkProtocolReq::setKeepAlive", CURLOPT_TCP_KEEPIDLE, idleSeconds);
+        RK_SET("RkCURL::RkProtocolReq::setKeepAlive", CURLOPT_TCP_KEEPINTVL, intervalSeconds);
     }
     else
     {
-        RK_SET(kFunction, CURLOPT_TCP_KEEPALIVE, 0L);
+        RK_SET("RkCURL::RkProtocolReq::setKeepAlive", CURLOPT_TCP_KEEPALIVE, 0L);
     }
     return CZyError::Success();
 }
@@ -69,118 +65,111 @@ CZyError RkProtocolReq::setKeepAlive(bool on, long idleSeconds, long intervalSec
 // Before initialize only the flag is kept; initialize applies it.
 CZyError RkProtocolReq::setLinkRedirects(bool follow)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::setLinkRedirects";
     m_followRedirects = follow;
     if (!m_initialized)
         return CZyError::Success();
     if (follow)
     {
-        RK_SET(kFunction, CURLOPT_FOLLOWLOCATION, 1L);
-        RK_SET(kFunction, CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_ALL));
-        RK_SET(kFunction, CURLOPT_MAXREDIRS, kMaxRedirects);
+        RK_SET("RkCURL::RkProtocolReq::setLinkRedirects", CURLOPT_FOLLOWLOCATION, 1L);
+        RK_SET("RkCURL::RkProtocolReq::setLinkRedirects", CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_ALL));
+        RK_SET("RkCURL::RkProtocolReq::setLinkRedirects", CURLOPT_MAXREDIRS, kMaxRedirects);
     }
     else
     {
-        RK_SET(kFunction, CURLOPT_FOLLOWLOCATION, 0L);
+        RK_SET("RkCURL::RkProtocolReq::setLinkRedirects", CURLOPT_FOLLOWLOCATION, 0L);
     }
     return CZyError::Success();
 }
 
 CZyError RkProtocolReq::setLogging(bool on)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::setLogging";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
-    RK_SET(kFunction, CURLOPT_VERBOSE, on ? 1L : 0L);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::setLogging", kNotInitializedSingular);
+    RK_SET("RkCURL::RkProtocolReq::setLogging", CURLOPT_VERBOSE, on ? 1L : 0L);
     return CZyError::Success();
 }
 
 CZyError RkProtocolReq::setMaxSSLVersion(int version)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::setMaxSSLVersion";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::setMaxSSLVersion", kNotInitializedSingular);
     const CURLoption options[] = {CURLOPT_SSLVERSION, CURLOPT_PROXY_SSLVERSION};
     for (CURLoption option : options)
     {
         CURLcode result = applyOption(option, static_cast<long>(version));
         if (result != CURLE_OK)
-            return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]. Curl Error code [%d] ", option,
-                               result);
+            return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::setMaxSSLVersion"), result,
+                               "Failed to set option [%d]. Curl Error code [%d] ", option, result);
     }
     return CZyError::Success();
 }
 
 CZyError RkProtocolReq::setSecured(bool secure, const std::string& caFile)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::setSecured";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::setSecured", kNotInitializedSingular);
     if (!secure)
     {
-        RK_SET(kFunction, CURLOPT_SSL_VERIFYPEER, 0L);
-        RK_SET(kFunction, CURLOPT_SSL_VERIFYHOST, 0L);
+        RK_SET("RkCURL::RkProtocolReq::setSecured", CURLOPT_SSL_VERIFYPEER, 0L);
+        RK_SET("RkCURL::RkProtocolReq::setSecured", CURLOPT_SSL_VERIFYHOST, 0L);
         return CZyError::Success();
     }
-    RK_SET(kFunction, CURLOPT_SSL_VERIFYPEER, 1L);
-    RK_SET(kFunction, CURLOPT_SSL_VERIFYHOST, 2L);
+    RK_SET("RkCURL::RkProtocolReq::setSecured", CURLOPT_SSL_VERIFYPEER, 1L);
+    RK_SET("RkCURL::RkProtocolReq::setSecured", CURLOPT_SSL_VERIFYHOST, 2L);
     CURLcode result = applyOption(CURLOPT_SSL_OPTIONS, kSslOptionsNativeCA);
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d] with mask [%d]", CURLOPT_SSL_OPTIONS,
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::setSecured"), result,
+                           "Failed to set option [%d] with mask [%d]", CURLOPT_SSL_OPTIONS,
                            static_cast<int>(kSslOptionsNativeCA));
     std::string bundle = caFile;
     if (bundle.empty() && !zyos::DefaultCABundle(bundle))
         return CZyError::Success();
-    RK_SET(kFunction, CURLOPT_CAINFO, bundle);
+    RK_SET("RkCURL::RkProtocolReq::setSecured", CURLOPT_CAINFO, bundle);
     return CZyError::Success();
 }
 
 CZyError RkProtocolReq::setProxyDetails(const std::string& host, const std::string& port, const std::string& user,
                                         const std::string& password)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::setProxyDetails";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
-    RK_SET(kFunction, CURLOPT_PROXYTYPE, static_cast<long>(CURLPROXY_HTTP));
-    RK_SET(kFunction, CURLOPT_PROXY, host + ":" + port);
-    RK_SET(kFunction, CURLOPT_PROXYUSERPWD, user + ":" + password);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::setProxyDetails", kNotInitializedSingular);
+    RK_SET("RkCURL::RkProtocolReq::setProxyDetails", CURLOPT_PROXYTYPE, static_cast<long>(CURLPROXY_HTTP));
+    RK_SET("RkCURL::RkProtocolReq::setProxyDetails", CURLOPT_PROXY, host + ":" + port);
+    RK_SET("RkCURL::RkProtocolReq::setProxyDetails", CURLOPT_PROXYUSERPWD, user + ":" + password);
     return CZyError::Success();
 }
 
 CZyError RkProtocolReq::setProxyBypass(const std::string& list)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::setProxyBypass";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedSingular);
-    RK_SET(kFunction, CURLOPT_NOPROXY, list.empty() ? std::string(kDefaultNoProxy) : list);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::setProxyBypass", kNotInitializedSingular);
+    RK_SET("RkCURL::RkProtocolReq::setProxyBypass", CURLOPT_NOPROXY,
+           list.empty() ? std::string(kDefaultNoProxy) : list);
     return CZyError::Success();
 }
 
 CZyError RkProtocolReq::DisableProxy()
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::DisableProxy";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
-    RK_SET(kFunction, CURLOPT_PROXY, std::string());
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::DisableProxy", kNotInitializedPlural);
+    RK_SET("RkCURL::RkProtocolReq::DisableProxy", CURLOPT_PROXY, std::string());
     return CZyError::Success();
 }
 
 CZyError RkProtocolReq::setProyAuth(long mask)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::setProyAuth";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
-    RK_SET(kFunction, CURLOPT_PROXYAUTH, mask);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::setProyAuth", kNotInitializedPlural);
+    RK_SET("RkCURL::RkProtocolReq::setProyAuth", CURLOPT_PROXYAUTH, mask);
     return CZyError::Success();
 }
 
 CZyError RkProtocolReq::setSessionIDCaching(long on)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::setSessionIDCaching";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
-    RK_SET(kFunction, CURLOPT_SSL_SESSIONID_CACHE, on);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::setSessionIDCaching", kNotInitializedPlural);
+    RK_SET("RkCURL::RkProtocolReq::setSessionIDCaching", CURLOPT_SSL_SESSIONID_CACHE, on);
     return CZyError::Success();
 }
 
 CZyError RkProtocolReq::setTraceCallBack(void* userData, RkTraceCallback callback)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::setTraceCallBack";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::setTraceCallBack", kNotInitializedPlural);
     if (!userData || !callback)
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), zyerr::kTransferRefused, "Input is invalid");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::setTraceCallBack"), zyerr::kTransferRefused,
+                                     "Input is invalid");
     m_traceData = userData;
     m_traceFunction = callback;
     CurlWrapper::rk_curl_easy_setopt(handle(), CURLOPT_DEBUGFUNCTION, callback);
@@ -190,8 +179,7 @@ CZyError RkProtocolReq::setTraceCallBack(void* userData, RkTraceCallback callbac
 
 CZyError RkProtocolReq::setProgressCallBack(void* userData, RkProgressCallback callback)
 {
-    static const char kFunction[] = "RkCURL::RkProtocolReq::setProgressCallBack";
-    RK_REQUIRE_INIT(kFunction, kNotInitializedPlural);
+    RK_REQUIRE_INIT("RkCURL::RkProtocolReq::setProgressCallBack", kNotInitializedPlural);
     m_progressData = callback ? userData : nullptr;
     m_progressFunction = callback;
     CURLcode result = CurlWrapper::rk_curl_easy_setopt(handle(), CURLOPT_XFERINFOFUNCTION,
@@ -200,8 +188,9 @@ CZyError RkProtocolReq::setProgressCallBack(void* userData, RkProgressCallback c
         result = CurlWrapper::rk_curl_easy_setopt(handle(), CURLOPT_XFERINFODATA, m_progressData);
     m_lastResult = result;
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_XFERINFOFUNCTION);
-    RK_SET(kFunction, CURLOPT_NOPROGRESS, callback ? 0L : 1L);
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::setProgressCallBack"), result, "Failed to set option [%d]",
+                           CURLOPT_XFERINFOFUNCTION);
+    RK_SET("RkCURL::RkProtocolReq::setProgressCallBack", CURLOPT_NOPROGRESS, callback ? 0L : 1L);
     return CZyError::Success();
 }
 }  // namespace RkCURL

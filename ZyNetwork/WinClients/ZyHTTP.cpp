@@ -77,8 +77,8 @@ CZyError ZyHTTP::SetBaseURL(const char* baseUrl)
 {
     zyhttp::UrlParts parts;
     if (!baseUrl || !zyhttp::ParseBaseUrl(baseUrl, parts))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::SetBaseURL"), zyerr::kInvalidParameter, "Not a usable HTTP URL: '%s'",
-                                       baseUrl ? baseUrl : "(null)");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::SetBaseURL"), zyerr::kInvalidParameter,
+                                       "Not a usable HTTP URL: '%s'", baseUrl ? baseUrl : "(null)");
     m_haveUrl = true;
     m_secure = parts.secure;
     m_server = parts.host;
@@ -153,7 +153,8 @@ void ZyHTTP::SetIgnoreCertificateErrors()
 CZyError ZyHTTP::GetWorkingURL(CZyString& url) const
 {
     if (!m_haveUrl)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::GetWorkingURL"), zyerr::kInvalidParameter, "No server URL is set");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::GetWorkingURL"), zyerr::kInvalidParameter,
+                                       "No server URL is set");
     zyhttp::UrlParts parts;
     parts.secure = m_secure;
     parts.host = m_server.str();

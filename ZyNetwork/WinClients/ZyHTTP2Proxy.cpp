@@ -66,13 +66,13 @@ CZyError CZyHTTP2::GetProxyConfigurationForCurrentUser(std::string& proxy, std::
 CZyError CZyHTTP2::GetProxyForUrl(const std::string& url, const std::string& autoConfigUrl, std::string& proxy,
                                   std::string& bypass)
 {
-    const char* const kWhere = "CZyHTTP2::GetProxyForUrl";
     proxy.clear();
     bypass.clear();
     HINTERNET session = WinHttpOpen(L"HTTPProxyCheck", WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
                                     WINHTTP_NO_PROXY_BYPASS, 0);
     if (!session)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kWhere), GetLastError(), "Failed to open WinHttp Session");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::GetProxyForUrl"), GetLastError(),
+                                       "Failed to open WinHttp Session");
 
     std::wstring wideUrl = FXString::ToWstring(url);
     std::wstring wideConfigUrl = FXString::ToWstring(autoConfigUrl);
@@ -102,7 +102,8 @@ CZyError CZyHTTP2::GetProxyForUrl(const std::string& url, const std::string& aut
     {
         DWORD code = GetLastError();
         WinHttpCloseHandle(session);
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kWhere), code, "Failed to get proxy for URL [%s]", url.c_str());
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::GetProxyForUrl"), code, "Failed to get proxy for URL [%s]",
+                                       url.c_str());
     }
     proxy = TakeGlobalString(info.lpszProxy);
     bypass = TakeGlobalString(info.lpszProxyBypass);

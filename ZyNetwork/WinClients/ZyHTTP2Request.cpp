@@ -77,7 +77,6 @@ CZyError CZyHTTP2::Authenticate()
 
 CZyError CZyHTTP2::SubmitRequest(const wchar_t* url, bool upload, CZyFile& file)
 {
-    const char* const kWhere = "CZyHTTP2::SubmitRequest";
     CloseInternetHandle(m_request);
 
     std::wstring requestUrl = url;
@@ -85,7 +84,7 @@ CZyError CZyHTTP2::SubmitRequest(const wchar_t* url, bool upload, CZyFile& file)
     {
         CZyError error = EscapeUrl(url, requestUrl);
         if (error.IsError())
-            return error.Push(ZY_LOC(kWhere));
+            return error.Push(ZY_LOC("CZyHTTP2::SubmitRequest"));
         Log("Escaped Url to: %s", FXString::ToString(requestUrl).c_str());
     }
 
@@ -94,20 +93,21 @@ CZyError CZyHTTP2::SubmitRequest(const wchar_t* url, bool upload, CZyFile& file)
     int port = 0;
     CZyError error = BreakUrl(requestUrl.c_str(), host, path, port);
     if (error.IsError())
-        return error.Push(ZY_LOC(kWhere));
+        return error.Push(ZY_LOC("CZyHTTP2::SubmitRequest"));
 
     const wchar_t* verb = !upload ? L"GET" : (m_postUpload ? L"POST" : L"PUT");
     DWORD flags = m_secured ? WINHTTP_FLAG_SECURE : 0;
     m_request = WinHttpOpenRequest(m_connection, verb, path.c_str(), nullptr, WINHTTP_NO_REFERER,
                                    WINHTTP_DEFAULT_ACCEPT_TYPES, flags);
     if (!m_request)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kWhere), GetLastError(), "WinHttpOpenRequest failed");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::SubmitRequest"), GetLastError(), "WinHttpOpenRequest failed");
 
     if (m_timeoutMs != 0)
     {
         int timeout = static_cast<int>(m_timeoutMs);
         if (!WinHttpSetTimeouts(m_request, 0, timeout, timeout, timeout))
-            return FXErrorUtil::ErrorWin32(ZY_LOC(kWhere), GetLastError(), "WinHttpSetTimeouts failed");
+            return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::SubmitRequest"), GetLastError(),
+                                           "WinHttpSetTimeouts failed");
         // The other limits bound each wait; this one bounds the wait for
         // all of the response headers, so a server that trickles them ends
         // with 12002 at the limit (twice the limit with the one reconnect
@@ -120,13 +120,13 @@ CZyError CZyHTTP2::SubmitRequest(const wchar_t* url, bool upload, CZyFile& file)
 
     DWORD securityFlags = kIgnoredCertificateErrors;
     if (!WinHttpSetOption(m_request, WINHTTP_OPTION_SECURITY_FLAGS, &securityFlags, sizeof(securityFlags)))
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kWhere), GetLastError(), "WinHttpSetOption failed");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::SubmitRequest"), GetLastError(), "WinHttpSetOption failed");
 
     if (!m_requestHeaders.empty())
     {
         error = AddRequestHeader();
         if (error.IsError())
-            return error.Push(ZY_LOC(kWhere));
+            return error.Push(ZY_LOC("CZyHTTP2::SubmitRequest"));
     }
 
     int serviceUnavailableRetries = 0;
@@ -145,7 +145,7 @@ CZyError CZyHTTP2::SubmitRequest(const wchar_t* url, bool upload, CZyFile& file)
             if (!error.IsError())
                 error = file.Size(size);
             if (error.IsError())
-                return error.Push(ZY_LOC(kWhere));
+                return error.Push(ZY_LOC("CZyHTTP2::SubmitRequest"));
             totalLength = static_cast<DWORD>(size);
         }
 
@@ -161,13 +161,13 @@ CZyError CZyHTTP2::SubmitRequest(const wchar_t* url, bool upload, CZyFile& file)
                 {
                     code = GetLastError();
                     Log("Set Option No Client Cert Failed, %d", static_cast<int>(code));
-                    return FXErrorUtil::ErrorWin32(ZY_LOC(kWhere), code,
+                    return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::SubmitRequest"), code,
                                                    "WinHttpSetOption(NoClientCert) Failed, Is this 2003 SP1?");
                 }
                 clientCertificateFallbackUsed = true;
                 continue;
             }
-            return FXErrorUtil::ErrorWin32(ZY_LOC(kWhere), code, "WinHttpSendRequest failed");
+            return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::SubmitRequest"), code, "WinHttpSendRequest failed");
         }
         Log("Send Request Succeeded");
 
@@ -175,7 +175,7 @@ CZyError CZyHTTP2::SubmitRequest(const wchar_t* url, bool upload, CZyFile& file)
         {
             error = SendFileData(file);
             if (error.IsError())
-                return error.Push(ZY_LOC(kWhere));
+                return error.Push(ZY_LOC("CZyHTTP2::SubmitRequest"));
         }
 
         if (!WinHttpReceiveResponse(m_request, nullptr))
@@ -190,11 +190,11 @@ CZyError CZyHTTP2::SubmitRequest(const wchar_t* url, bool upload, CZyFile& file)
             {
                 error = Reconnect();
                 if (error.IsError())
-                    return error.Push(ZY_LOC(kWhere));
+                    return error.Push(ZY_LOC("CZyHTTP2::SubmitRequest"));
                 timeoutReconnectUsed = true;
                 continue;
             }
-            return FXErrorUtil::ErrorWin32(ZY_LOC(kWhere), code, "WinHttpReceiveResponse failed");
+            return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::SubmitRequest"), code, "WinHttpReceiveResponse failed");
         }
         Log("Receive Response Succeeded");
 
@@ -240,7 +240,7 @@ CZyError CZyHTTP2::SubmitRequest(const wchar_t* url, bool upload, CZyFile& file)
             {
                 DWORD code = GetLastError();
                 Log(proxy ? "Proxy Authentication Failed, %d" : "Authentication Failed, %d", static_cast<int>(code));
-                return FXErrorUtil::ErrorWin32(ZY_LOC(kWhere), code,
+                return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::SubmitRequest"), code,
                                                proxy ? "Proxy Authentication failed" : "Authentication failed");
             }
             // Without a usable scheme the request ends here, as a success.
@@ -252,24 +252,24 @@ CZyError CZyHTTP2::SubmitRequest(const wchar_t* url, bool upload, CZyFile& file)
         if (status == HTTP_STATUS_NOT_FOUND)
         {
             Log("File Not Found");
-            return FXErrorUtil::ErrorWin32(ZY_LOC(kWhere), ERROR_NOT_FOUND, "URL not found");
+            return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::SubmitRequest"), ERROR_NOT_FOUND, "URL not found");
         }
         if (status == HTTP_STATUS_SERVICE_UNAVAIL)
         {
             if (serviceUnavailableRetries >= kMaxServiceUnavailableRetries)
-                return FXErrorUtil::ErrorHttp(ZY_LOC(kWhere), static_cast<int>(status));
+                return FXErrorUtil::ErrorHttp(ZY_LOC("CZyHTTP2::SubmitRequest"), static_cast<int>(status));
             ++serviceUnavailableRetries;
             ZYSLEEP(static_cast<unsigned>(serviceUnavailableRetries * 2 * 1000));
             continue;
         }
-        return FXErrorUtil::ErrorHttp(ZY_LOC(kWhere), static_cast<int>(status));
+        return FXErrorUtil::ErrorHttp(ZY_LOC("CZyHTTP2::SubmitRequest"), static_cast<int>(status));
     }
 
     if (!upload)
     {
         error = ReceiveFileData(file);
         if (error.IsError())
-            return error.Push(ZY_LOC(kWhere));
+            return error.Push(ZY_LOC("CZyHTTP2::SubmitRequest"));
     }
     m_requestCompleted = true;
     return CZyError::Success();

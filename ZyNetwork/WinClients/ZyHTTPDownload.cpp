@@ -29,8 +29,8 @@ CZyError ZyHTTP::_sendRequestGet(const Target& target, const std::map<CZyString,
     {
         if (header.first.IsEmpty() || HasLineBreak(header.first.str()) || HasLineBreak(header.second.str()) ||
             header.first.str().find(':') != std::string::npos)
-            return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestGet"), zyerr::kInvalidParameter, "Bad request header '%s'",
-                                           header.first.c_str());
+            return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestGet"), zyerr::kInvalidParameter,
+                                           "Bad request header '%s'", header.first.c_str());
         std::string line = header.first.str() + ": " + header.second.str() + "\r\n";
         if (!HttpAddRequestHeadersA(handles.request.Get(), line.c_str(), static_cast<DWORD>(line.size()),
                                     HTTP_ADDREQ_FLAG_ADD | HTTP_ADDREQ_FLAG_REPLACE))
@@ -132,7 +132,8 @@ CZyError ZyHTTP::_fetchPage(const Target& target, std::string& page)
 CZyError ZyHTTP::DownloadFile(const char* remoteDirectory, const char* fileName, const char* localDirectory)
 {
     if (!fileName || !*fileName || LastSegment(fileName).empty())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::DownloadFile"), zyerr::kInvalidParameter, "No file name to download");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::DownloadFile"), zyerr::kInvalidParameter,
+                                       "No file name to download");
     std::string object = m_path.str();
     if (remoteDirectory && *remoteDirectory)
         object = zyhttp::DirectoryPath(object + zyhttp::EncodePath(remoteDirectory));
@@ -153,8 +154,8 @@ CZyError ZyHTTP::DownloadFileFromUrl(const char* url, const char* localDirectory
 {
     zyhttp::UrlParts parts;
     if (!url || !zyhttp::ParseBaseUrl(url, parts))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::DownloadFileFromUrl"), zyerr::kInvalidParameter, "Not a usable HTTP URL: '%s'",
-                                       url ? url : "(null)");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::DownloadFileFromUrl"), zyerr::kInvalidParameter,
+                                       "Not a usable HTTP URL: '%s'", url ? url : "(null)");
     std::string name = localFileName ? localFileName : "";
     if (name.empty())
         name = zyhttp::DecodePath(LastSegment(parts.path));
