@@ -38,6 +38,18 @@ bool IsDroppedUrlCharacter(wchar_t c)
         return false;
     }
 }
+
+// Cracks `url` with WinHTTP: every part points into `url`.
+bool CrackUrl(const wchar_t* url, URL_COMPONENTS& components)
+{
+    ZeroMemory(&components, sizeof(components));
+    components.dwStructSize = sizeof(components);
+    components.dwSchemeLength = static_cast<DWORD>(-1);
+    components.dwHostNameLength = static_cast<DWORD>(-1);
+    components.dwUrlPathLength = static_cast<DWORD>(-1);
+    components.dwExtraInfoLength = static_cast<DWORD>(-1);
+    return WinHttpCrackUrl(url, static_cast<DWORD>(wcslen(url)), 0, &components) != FALSE;
+}
 }  // namespace
 
 CZyHTTP2::CZyHTTP2()
@@ -231,15 +243,7 @@ CZyError CZyHTTP2::IntializeSession()
 CZyError CZyHTTP2::BreakUrl(const wchar_t* url, std::wstring& host, std::wstring& path, int& port)
 {
     URL_COMPONENTS components;
-    ZeroMemory(&components, sizeof(components));
-    components.dwStructSize = sizeof(components);
-    components.dwSchemeLength = static_cast<DWORD>(-1);
-    components.dwHostNameLength = static_cast<DWORD>(-1);
-    components.dwUrlPathLength = static_cast<DWORD>(-1);
-    components.dwExtraInfoLength = static_cast<DWORD>(-1);
-
-    size_t length = wcslen(url);
-    if (!WinHttpCrackUrl(url, static_cast<DWORD>(length), 0, &components))
+    if (!CrackUrl(url, components))
     {
         path = url;
         return CZyError::Success();
@@ -324,14 +328,8 @@ CZyError CZyHTTP2::Reconnect()
 CZyError CZyHTTP2::EscapeUrl(const wchar_t* url, std::wstring& out)
 {
     URL_COMPONENTS components;
-    ZeroMemory(&components, sizeof(components));
-    components.dwStructSize = sizeof(components);
-    components.dwSchemeLength = static_cast<DWORD>(-1);
-    components.dwHostNameLength = static_cast<DWORD>(-1);
-    components.dwUrlPathLength = static_cast<DWORD>(-1);
-    components.dwExtraInfoLength = static_cast<DWORD>(-1);
     // A URL that does not crack cannot be rebuilt either.
-    if (!WinHttpCrackUrl(url, static_cast<DWORD>(wcslen(url)), 0, &components))
+    if (!CrackUrl(url, components))
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::EscapeUrl"), zyerr::kStateError, "Failed to escape URL");
 
     DWORD length = 0;
