@@ -23,6 +23,8 @@
 // Locations name the class's file, wherever its code stands.
 static const char kZyFile[] = "ZyNetwork/RkProtocolReq";
 
+static_assert(RkCURL::kSslOptionsNativeCA == CURLSSLOPT_NATIVE_CA, "curl's native-CA option bit");
+
 namespace RkCURL
 {
 namespace

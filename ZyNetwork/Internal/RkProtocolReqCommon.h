@@ -1,12 +1,11 @@
 // What the parts of RkProtocolReq (RkProtocolReq*.cpp) share: the texts of
 // its refusals, the defaults it applies and the check that the object was
-// initialised.
+// initialised. Included after ZyNetwork/RkProtocolReq.h.
 // Internal: not installed.
 #pragma once
 
 #include <stddef.h>
 
-#include "ZyNetwork/RkProtocolReq.h"
 #include "ZyUtils/Internal/ErrorCodes.h"
 
 namespace RkCURL
@@ -21,7 +20,8 @@ constexpr char kInvalidBufferSize[] = "Invalid Buffer size.";
 // Redirects followed per request: libcurl before 8.3 follows a loop for
 // ever (until the time limit).
 constexpr long kMaxRedirects = 30;
-constexpr long kSslOptionsNativeCA = CURLSSLOPT_NATIVE_CA;  // 16
+// CURLSSLOPT_NATIVE_CA, checked against curl's header in RkProtocolReq.cpp.
+constexpr long kSslOptionsNativeCA = 16;
 }  // namespace RkCURL
 
 // Inside a member of RkProtocolReq: refuses the call until initialize has
