@@ -8,6 +8,7 @@
 #include <time.h>
 
 #include "ZyNetwork/Internal/ListingParsers.h"
+#include "ZyNetwork/Internal/RkProtocolReqCommon.h"
 #include "ZyNetwork/Internal/UrlText.h"
 #include "ZyUtils/ZyString.h"
 
@@ -15,33 +16,6 @@ static const char kZyFile[] = "ZyNetwork/RkFTPReq";
 
 namespace RkCURL
 {
-namespace
-{
-// The receive buffer the curl tool uses: fewer, larger writes.
-const long kReceiveBufferSize = 100 * 1024;
-
-bool HasLineBreak(const std::string& text)
-{
-    return text.find_first_of("\r\n") != std::string::npos;
-}
-
-FileDirInfo ToFileDirInfo(const zylisting::Entry& entry, const std::string& parent)
-{
-    FileDirInfo info;
-    info.name = entry.name;
-    info.fullPath = parent + "/" + entry.name;
-    info.isDirectory = entry.isDirectory;
-    info.size = entry.hasSize ? static_cast<int64_t>(entry.size) : -1;
-    if (entry.hasTime)
-    {
-        info.modificationTime = entry.modified;
-        info.modificationText = zylisting::TimeText(entry.modified);
-    }
-    info.linkTarget = entry.linkTarget;
-    return info;
-}
-}  // namespace
-
 RkFTPReq::RkFTPReq(FTPProtocol protocol)
     : m_protocol(protocol),
       m_createMissingDirs(false),

@@ -3,6 +3,7 @@
 // the FEAT probe that decides between MLSD and LIST, and the quote lists that
 // carry both.
 #include "ZyNetwork/RkFTPReq.h"
+#include "ZyNetwork/Internal/RkProtocolReqCommon.h"
 #include "ZyUtils/Internal/ErrorCodes.h"
 
 #include "ZyUtils/ZyString.h"
@@ -12,14 +13,6 @@ static const char kZyFile[] = "ZyNetwork/RkFTPReq";
 
 namespace RkCURL
 {
-namespace
-{
-bool HasLineBreak(const std::string& text)
-{
-    return text.find_first_of("\r\n") != std::string::npos;
-}
-}  // namespace
-
 std::string RkFTPReq::commandPath(const std::string& path) const
 {
     return joinedPath(path);

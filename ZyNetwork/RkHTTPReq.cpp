@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include "ZyNetwork/Internal/ListingHtml.h"
+#include "ZyNetwork/Internal/RkProtocolReqCommon.h"
 #include "ZyNetwork/Internal/UrlText.h"
 #include "ZyUtils/ZyString.h"
 
@@ -16,9 +17,6 @@ namespace RkCURL
 {
 namespace
 {
-// The receive buffer the curl tool uses: fewer, larger writes.
-const long kReceiveBufferSize = 100 * 1024;
-
 bool EndsWith(const std::string& text, char c)
 {
     return !text.empty() && text.back() == c;
@@ -351,21 +349,8 @@ CZyError RkHTTPReq::collectFilesAndDir(const std::string& listing, std::vector<F
         parent.pop_back();
     std::vector<zylisting::Entry> parsed;
     zylisting::ReadHtmlListing(listing, zylisting::DirectoryPrefix(listed), parsed);
-    for (const zylisting::Entry& item : parsed)
-    {
-        FileDirInfo entry;
-        entry.isDirectory = item.isDirectory;
-        entry.name = item.name;
-        entry.fullPath = parent + "/" + entry.name;
-        if (item.hasSize)
-            entry.size = static_cast<int64_t>(item.size);
-        if (item.hasTime)
-        {
-            entry.modificationTime = item.modified;
-            entry.modificationText = item.timeText;
-        }
-        entries->push_back(entry);
-    }
+    for (const zylisting::Entry& entry : parsed)
+        entries->push_back(ToFileDirInfo(entry, parent));
     return CZyError::Success();
 }
 }  // namespace RkCURL

@@ -143,7 +143,6 @@ CZyError RkProtocolReq::uploadFile(const char* sourceFile, const char* urlPath, 
     return takeLocalFileError(error, "RkCURL::RkProtocolReq::uploadFile");
 }
 
-
 CZyError RkProtocolReq::downloadToFile(const char* sourceURL, const char* localFile,
                                        const std::vector<commandInfo>& commands)
 {
