@@ -32,6 +32,15 @@ namespace
 const char kNoErrorBuffer[] = " Error buffer is not initialized";
 const size_t kErrorBufferSize = CURL_ERROR_SIZE;  // 256
 const long kDefaultTimeoutSeconds = 1080;         // 18 minutes
+
+// A zeroed error buffer of curl's size, or null.
+char* NewErrorBuffer()
+{
+    char* buffer = new (std::nothrow) char[kErrorBufferSize];
+    if (buffer)
+        memset(buffer, 0, kErrorBufferSize);
+    return buffer;
+}
 }  // namespace
 
 // Owns the easy handle: made with rk_curl_easy_init, cleaned up on
@@ -159,11 +168,10 @@ void RkProtocolReq::copySettings(const RkProtocolReq& other)
 // the order they were made.
 CZyError RkProtocolReq::copyHandleSettings(const RkProtocolReq& other)
 {
-    m_errorBuffer = new (std::nothrow) char[kErrorBufferSize];
+    m_errorBuffer = NewErrorBuffer();
     if (!m_errorBuffer)
         return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::RkProtocolReq"), zyerr::kTransferRefused,
                                      "Failed to allocate memory for Error buffer");
-    memset(m_errorBuffer, 0, kErrorBufferSize);
     m_handle.reset(new (std::nothrow) Handle());
     if (!m_handle || !m_handle->get())
     {
@@ -257,11 +265,10 @@ CZyError RkProtocolReq::initialize(unsigned int useCAFile)
     releaseHandle();
     m_options.clear();
     m_useCAFile = useCAFile;
-    m_errorBuffer = new (std::nothrow) char[kErrorBufferSize];
+    m_errorBuffer = NewErrorBuffer();
     if (!m_errorBuffer)
         return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::initialize"), zyerr::kTransferRefused,
                                      "Failed to allocate memory for Error buffer");
-    memset(m_errorBuffer, 0, kErrorBufferSize);
     m_handle.reset(new (std::nothrow) Handle());
     if (!m_handle)
         return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::initialize"), zyerr::kNoCurlHandle,
@@ -335,36 +342,6 @@ CZyError RkProtocolReq::setDefaultConfiguration()
 }
 
 // ---- accessors ---------------------------------------------------------------
-
-void RkProtocolReq::setWriteFunctionPointer(void* userData, RkDataCallback callback)
-{
-    m_writeData = userData;
-    m_writeFunction = callback;
-}
-
-void RkProtocolReq::setReadFunctionPointer(void* userData, RkDataCallback callback)
-{
-    m_readData = userData;
-    m_readFunction = callback;
-}
-
-void RkProtocolReq::setHeaderWriteFunctionPointer(void* userData, RkDataCallback callback)
-{
-    m_headerData = userData;
-    m_headerFunction = callback;
-}
-
-void RkProtocolReq::setOperationWriteCallback(void* userData, RkDataCallback callback)
-{
-    m_opWriteData = userData;
-    m_opWriteFunction = callback;
-}
-
-void RkProtocolReq::setOperationReadCallback(void* userData, RkDataCallback callback)
-{
-    m_opReadData = userData;
-    m_opReadFunction = callback;
-}
 
 void RkProtocolReq::addRequestedHeaders(const std::string& name, const std::string& value)
 {

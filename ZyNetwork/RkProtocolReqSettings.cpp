@@ -1,5 +1,5 @@
 // RkProtocolReq's connection settings: credentials, time limits, keep-alive,
-// redirects, logging, TLS, proxy and the trace and progress callbacks.
+// redirects, logging, TLS, proxy, and the data, trace and progress callbacks.
 #define CURL_DISABLE_DEPRECATION 1
 
 #include "ZyNetwork/RkProtocolReq.h"
@@ -162,6 +162,36 @@ CZyError RkProtocolReq::setSessionIDCaching(long on)
     RK_REQUIRE_INIT("RkCURL::RkProtocolReq::setSessionIDCaching", kNotInitializedPlural);
     RK_SET("RkCURL::RkProtocolReq::setSessionIDCaching", CURLOPT_SSL_SESSIONID_CACHE, on);
     return CZyError::Success();
+}
+
+void RkProtocolReq::setWriteFunctionPointer(void* userData, RkDataCallback callback)
+{
+    m_writeData = userData;
+    m_writeFunction = callback;
+}
+
+void RkProtocolReq::setReadFunctionPointer(void* userData, RkDataCallback callback)
+{
+    m_readData = userData;
+    m_readFunction = callback;
+}
+
+void RkProtocolReq::setHeaderWriteFunctionPointer(void* userData, RkDataCallback callback)
+{
+    m_headerData = userData;
+    m_headerFunction = callback;
+}
+
+void RkProtocolReq::setOperationWriteCallback(void* userData, RkDataCallback callback)
+{
+    m_opWriteData = userData;
+    m_opWriteFunction = callback;
+}
+
+void RkProtocolReq::setOperationReadCallback(void* userData, RkDataCallback callback)
+{
+    m_opReadData = userData;
+    m_opReadFunction = callback;
 }
 
 CZyError RkProtocolReq::setTraceCallBack(void* userData, RkTraceCallback callback)
