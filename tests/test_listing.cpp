@@ -255,7 +255,7 @@ TEST(ListingText, CivilDatesAndUrlPieces)
     EXPECT_EQ("ftp://h:99", zyurl::WithPort("ftp://h", 99));
     EXPECT_EQ("[::1]", zyurl::JoinHostPort("::1", 0));
     EXPECT_EQ("h:8443", zyurl::JoinHostPort("h", 8443));
-    EXPECT_EQ("a b%zz%4\xC3\xA9", zyurl::PercentDecode("a%20b%zz%4%c3%A9"));
+    EXPECT_EQ("a b%zz%4\xC3\xA9 100%", zyurl::PercentDecode("a%20b%zz%4%c3%A9 100%"));
 }
 
 // A Windows-style server's LIST output with odd lines, as the class's entries.
