@@ -120,7 +120,8 @@ bool IsSpace(char c)
 
 bool StartsWithNoCase(const std::string& text, const std::string& prefix)
 {
-    return text.size() >= prefix.size() && FXString::ToLower(text.substr(0, prefix.size())) == FXString::ToLower(prefix);
+    return text.size() >= prefix.size() &&
+           FXString::ToLower(text.substr(0, prefix.size())) == FXString::ToLower(prefix);
 }
 
 // The start of the next "<a" tag (followed by white space) at or after `from`.
@@ -480,7 +481,8 @@ std::vector<std::string> ExtractLinks(const std::string& html)
     static const char kMarker[] = "href=\"";
     std::vector<std::string> links;
     size_t pos = 0;
-    for (size_t found = FindNoCase(html, kMarker, pos); found != std::string::npos; found = FindNoCase(html, kMarker, pos))
+    for (size_t found = FindNoCase(html, kMarker, pos); found != std::string::npos;
+         found = FindNoCase(html, kMarker, pos))
     {
         const size_t start = found + sizeof(kMarker) - 1;
         const size_t end = html.find('"', start);
