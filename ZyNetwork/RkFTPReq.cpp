@@ -1,66 +1,21 @@
 // FTP and FTPS requests: the working URL, the options of each operation, the
-// reply-code success rule, FEAT/MLSD detection and the listing reader.
-// Slightly longer than our usual 600 lines: FTP and FTPS share every step
-// here, and SFTP reuses most of them.
+// reply-code success rule and the listing reader (Internal/ListingParsers.h).
+// The commands sent beside transfers are in RkFTPReqCommands.cpp.
 #include "ZyNetwork/RkFTPReq.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 #include <string.h>
 #include <time.h>
 
-#include <algorithm>
-
 #include "ZyNetwork/Internal/ListingParsers.h"
+#include "ZyNetwork/Internal/RkProtocolReqCommon.h"
+#include "ZyNetwork/Internal/UrlText.h"
 #include "ZyUtils/ZyString.h"
 
 static const char kZyFile[] = "ZyNetwork/RkFTPReq";
 
 namespace RkCURL
 {
-namespace
-{
-// The receive buffer the curl tool uses: fewer, larger writes.
-const long kReceiveBufferSize = 100 * 1024;
-
-bool HasLineBreak(const std::string& text)
-{
-    return text.find_first_of("\r\n") != std::string::npos;
-}
-
-// "YYYY-MM-DD HH:MM" (UTC) of seconds since 1970.
-std::string TimeText(int64_t seconds)
-{
-    int64_t days = seconds >= 0 ? seconds / 86400 : (seconds - 86399) / 86400;
-    const int64_t rest = seconds - days * 86400;
-    days += 719468;
-    const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
-    const unsigned doe = static_cast<unsigned>(days - era * 146097);
-    const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-    const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-    const unsigned mp = (5 * doy + 2) / 153;
-    const unsigned day = doy - (153 * mp + 2) / 5 + 1;
-    const unsigned month = mp < 10 ? mp + 3 : mp - 9;
-    const int64_t year = static_cast<int64_t>(yoe) + era * 400 + (month <= 2);
-    return FXString::Format("%04lld-%02u-%02u %02d:%02d", static_cast<long long>(year), month, day,
-                            static_cast<int>(rest / 3600), static_cast<int>((rest / 60) % 60));
-}
-
-FileDirInfo ToFileDirInfo(const zylisting::Entry& entry, const std::string& parent)
-{
-    FileDirInfo info;
-    info.name = entry.name;
-    info.fullPath = parent + "/" + entry.name;
-    info.isDirectory = entry.isDirectory;
-    info.size = entry.hasSize ? static_cast<int64_t>(entry.size) : -1;
-    if (entry.hasTime)
-    {
-        info.modificationTime = entry.modified;
-        info.modificationText = TimeText(entry.modified);
-    }
-    info.linkTarget = entry.linkTarget;
-    return info;
-}
-}  // namespace
-
 RkFTPReq::RkFTPReq(FTPProtocol protocol)
     : m_protocol(protocol),
       m_createMissingDirs(false),
@@ -131,9 +86,8 @@ const char* RkFTPReq::scheme() const
 
 CZyError RkFTPReq::setActiveMode(bool active, const std::string& address)
 {
-    static const char kFunction[] = "RkCURL::RkFTPReq::setActiveMode";
     if (!isInitialized())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setActiveMode"), zyerr::kTransferRefused,
                                      "RkProtocol class is not initialized yet. Call initialize function before any "
                                      "other function.");
     // An empty FTPPORT text would be taken as "passive"; "-" is the default
@@ -143,7 +97,8 @@ CZyError RkFTPReq::setActiveMode(bool active, const std::string& address)
                                                                 static_cast<const char*>(nullptr));
     setLastCurlResult(result);
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_FTPPORT);
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkFTPReq::setActiveMode"), result, "Failed to set option [%d]",
+                           CURLOPT_FTPPORT);
     m_active = active;
     return CZyError::Success();
 }
@@ -156,7 +111,6 @@ CZyError RkFTPReq::setCreateMissingDirs(bool create)
 
 CZyError RkFTPReq::setDefaults()
 {
-    static const char kFunction[] = "RkCURL::RkFTPReq::setDefaults";
     const std::string protocols = scheme();
     CURLcode result = applyOption(CURLOPT_PROTOCOLS_STR, protocols);
     if (result == CURLE_OK)
@@ -172,47 +126,28 @@ CZyError RkFTPReq::setDefaults()
             result = applyOption(CURLOPT_FTPSSLAUTH, static_cast<long>(CURLFTPAUTH_TLS));
     }
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set the FTP defaults");
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkFTPReq::setDefaults"), result, "Failed to set the FTP defaults");
     return CZyError::Success();
 }
 
 std::string RkFTPReq::baseURL() const
 {
     std::string url = m_url;
-    size_t authority = url.find("://");
-    if (authority == std::string::npos)
-    {
+    const zyurl::UrlSplit split = zyurl::SplitUrl(url);
+    if (!split.hasScheme)
         url = std::string(scheme()) + "://" + url;
-        authority = url.find("://");
-    }
-    else if (FXString::ToLower(url.substr(0, authority)) == "ftps")
-    {
+    else if (FXString::ToLower(url.substr(0, split.authority - 3)) == "ftps")
         // Explicit TLS on the usual port: curl's "ftps" would mean TLS
         // before the first reply.
-        url = "ftp" + url.substr(authority);
-        authority = 3;
-    }
-    authority += 3;
-    const size_t pathStart = std::min(url.find('/', authority), url.size());
-    std::string server = url.substr(0, pathStart);
+        url = "ftp" + url.substr(split.authority - 3);
     if (m_port > 0)
-    {
-        const std::string hostPort = server.substr(authority);
-        const size_t bracket = hostPort.rfind(']');
-        const size_t colon = hostPort.rfind(':');
-        if (colon == std::string::npos || (bracket != std::string::npos && colon < bracket))
-            server += ":" + std::to_string(m_port);
-    }
-    return server;
+        url = zyurl::WithPort(url, m_port);
+    return url.substr(0, zyurl::SplitUrl(url).path);
 }
 
 std::string RkFTPReq::joinedPath(const std::string& path) const
 {
-    std::string base;
-    const size_t authority = m_url.find("://");
-    const size_t pathStart = m_url.find('/', authority == std::string::npos ? 0 : authority + 3);
-    if (pathStart != std::string::npos)
-        base = zylisting::PercentDecode(m_url.substr(pathStart));
+    const std::string base = zyurl::PercentDecode(m_url.substr(zyurl::SplitUrl(m_url).path));
     const std::string whole = base + "/" + path;
     std::string joined;
     size_t start = 0;
@@ -235,7 +170,8 @@ std::string RkFTPReq::joinedPath(const std::string& path) const
 CZyError RkFTPReq::splitServerAndURLPath(std::string& server, std::string& path)
 {
     if (m_url.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::splitServerAndURLPath"), 101, "URL is empty");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::splitServerAndURLPath"), zyerr::kUrlEmpty,
+                                     "URL is empty");
     server = baseURL();
     path = "/" + joinedPath(std::string());
     return CZyError::Success();
@@ -243,9 +179,8 @@ CZyError RkFTPReq::splitServerAndURLPath(std::string& server, std::string& path)
 
 CZyError RkFTPReq::getFullWorkingURL(std::string& url)
 {
-    static const char kFunction[] = "RkCURL::RkFTPReq::getFullWorkingURL";
     if (m_url.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 101, "URL is empty");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::getFullWorkingURL"), zyerr::kUrlEmpty, "URL is empty");
     const operationType type = getOperationType();
     if (type != OP_CHECK_CONNECTION && !m_commandsOnly && type != OP_DELETE &&
         m_urlPath.find("://") != std::string::npos)
@@ -263,94 +198,12 @@ CZyError RkFTPReq::getFullWorkingURL(std::string& url)
     std::string encoded;
     CZyError error = URLEncodePath(path, encoded);
     if (error.IsError())
-        return error.Push(ZY_LOC(kFunction));
+        return error.Push(ZY_LOC("RkCURL::RkFTPReq::getFullWorkingURL"));
     url += encoded;
     // curl lists, and changes into, what ends in '/'.
     if (type == OP_DIR_LIST || type == OP_CHECK_DIR_EXISTS)
         url.push_back('/');
     return CZyError::Success();
-}
-
-std::string RkFTPReq::commandPath(const std::string& path) const
-{
-    return joinedPath(path);
-}
-
-std::string RkFTPReq::deleteCommand(const std::string& path) const
-{
-    return "DELE " + commandPath(path);
-}
-
-std::string RkFTPReq::makeDirectoryCommand(const std::string& path) const
-{
-    return "MKD " + commandPath(path);
-}
-
-std::string RkFTPReq::removeDirectoryCommand(const std::string& path) const
-{
-    return "RMD " + commandPath(path);
-}
-
-std::vector<std::string> RkFTPReq::renameCommands(const std::string& from, const std::string& to) const
-{
-    return {"RNFR " + commandPath(from), "RNTO " + commandPath(to)};
-}
-
-CZyError RkFTPReq::runCommands(const std::vector<std::string>& commands, const char* function)
-{
-    if (!isInitialized())
-        return FXErrorUtil::ErrorInt(ZY_LOC(function), 1,
-                                     "RkProtocol class is not initialized yet. Call initialize function before any "
-                                     "other function.");
-    for (const std::string& command : commands)
-    {
-        if (HasLineBreak(command))
-            return FXErrorUtil::ErrorInt(ZY_LOC(function), 1, "A path with a line break cannot be sent");
-    }
-    m_urlPath.clear();
-    m_commands.clear();
-    m_pendingCommands = commands;
-    m_commandsOnly = true;
-    setOperationType(OP_GET);
-    setOperationName("QUOTE");
-    CZyError error = SendReqest();
-    m_commandsOnly = false;
-    m_pendingCommands.clear();
-    if (error.IsError())
-        error.Push(ZY_LOC(function));
-    return error;
-}
-
-CZyError RkFTPReq::deleteFile(const std::string& path)
-{
-    static const char kFunction[] = "RkCURL::RkFTPReq::deleteFile";
-    if (joinedPath(path).empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid URL path .");
-    return runCommands({deleteCommand(path)}, kFunction);
-}
-
-CZyError RkFTPReq::makeDirectory(const std::string& path)
-{
-    static const char kFunction[] = "RkCURL::RkFTPReq::makeDirectory";
-    if (joinedPath(path).empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid URL path .");
-    return runCommands({makeDirectoryCommand(path)}, kFunction);
-}
-
-CZyError RkFTPReq::removeDirectory(const std::string& path)
-{
-    static const char kFunction[] = "RkCURL::RkFTPReq::removeDirectory";
-    if (joinedPath(path).empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid URL path .");
-    return runCommands({removeDirectoryCommand(path)}, kFunction);
-}
-
-CZyError RkFTPReq::renameFile(const std::string& from, const std::string& to)
-{
-    static const char kFunction[] = "RkCURL::RkFTPReq::renameFile";
-    if (joinedPath(from).empty() || joinedPath(to).empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid URL path .");
-    return runCommands(renameCommands(from, to), kFunction);
 }
 
 CZyError RkFTPReq::isOperationSuccess(bool& success)
@@ -366,8 +219,8 @@ CZyError RkFTPReq::isOperationSuccess(bool& success)
 CZyError RkFTPReq::setHeaders(const std::map<std::string, std::string>& headers)
 {
     if (!headers.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setHeaders"), 1, "Headers are not supported over %s",
-                                     scheme());
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setHeaders"), zyerr::kTransferRefused,
+                                     "Headers are not supported over %s", scheme());
     return CZyError::Success();
 }
 
@@ -377,88 +230,6 @@ size_t RkFTPReq::readFromBuffer(char* data, size_t size, size_t count, void* sel
     return takeFromBuffer(data, size * count, request->m_sendPosition, request->m_sendRemaining);
 }
 
-size_t RkFTPReq::collectFeatures(char* data, size_t size, size_t count, void* self)
-{
-    RkFTPReq* request = static_cast<RkFTPReq*>(self);
-    const size_t total = size * count;
-    if (request->m_features.size() < 64 * 1024)
-        request->m_features.append(data, total);
-    return total;
-}
-
-// Asks the server for its FEAT list once, on the handle's own connection
-// (which the listing then reuses), before the listing's options are set.
-CZyError RkFTPReq::probeFeatures()
-{
-    void* curl = handle();
-    m_features.clear();
-    curl_slist* feat = CurlWrapper::rk_curl_slist_append(nullptr, "FEAT");
-    if (!feat)
-        return ErrorRkCURL(ZY_LOC("RkCURL::RkFTPReq::probeFeatures"), CURLE_OUT_OF_MEMORY, "Out of memory");
-    const std::string url = baseURL() + "/";
-    CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
-    CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
-    CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_QUOTE, static_cast<void*>(feat));
-    CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, &RkFTPReq::collectFeatures);
-    CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_HEADERDATA, static_cast<void*>(this));
-    CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &RkProtocolReq::getContentSize);
-    const CURLcode result = CurlWrapper::rk_curl_easy_perform(curl);
-    CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_QUOTE, static_cast<void*>(nullptr));
-    CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_NOBODY, 0L);
-    CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, static_cast<RkDataCallback>(nullptr));
-    CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_HEADERDATA, static_cast<void*>(nullptr));
-    CurlWrapper::rk_curl_slist_free_all(feat);
-    resetCurlErrorBuffer();
-    // A refused FEAT (the quote fails) means no extensions; a connection
-    // that fails is left for the listing itself to report.
-    if (result == CURLE_OK)
-    {
-        const std::string features = FXString::ToLower(m_features);
-        m_serverHasMlsd = (features.find("\nmlst") != std::string::npos ||
-                           features.find(" mlst") != std::string::npos)
-                              ? 1
-                              : 0;
-    }
-    else if (result == CURLE_QUOTE_ERROR)
-    {
-        m_serverHasMlsd = 0;
-    }
-    std::string working;
-    CZyError error = getFullWorkingURL(working);
-    if (error.IsError())
-        return error.Push(ZY_LOC("RkCURL::RkFTPReq::probeFeatures"));
-    CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_URL, working.c_str());
-    return CZyError::Success();
-}
-
-// The caller's raw commands go before the transfer (CURLOPT_QUOTE); the
-// class's own file commands after it (CURLOPT_POSTQUOTE), when curl has
-// changed back into the login directory on a reused connection, so that
-// their paths mean what the URLs mean.
-CURLcode RkFTPReq::setQuoteList(const std::vector<std::string>& extra)
-{
-    CURLcode result = CURLE_OK;
-    for (const commandInfo& command : m_commands)
-    {
-        curl_slist* next = CurlWrapper::rk_curl_slist_append(m_quoteList, command.name.c_str());
-        if (!next)
-            return CURLE_OUT_OF_MEMORY;
-        m_quoteList = next;
-    }
-    for (const std::string& line : extra)
-    {
-        curl_slist* next = CurlWrapper::rk_curl_slist_append(m_postQuoteList, line.c_str());
-        if (!next)
-            return CURLE_OUT_OF_MEMORY;
-        m_postQuoteList = next;
-    }
-    if (m_quoteList)
-        result = CurlWrapper::rk_curl_easy_setopt(handle(), CURLOPT_QUOTE, static_cast<void*>(m_quoteList));
-    if (result == CURLE_OK && m_postQuoteList)
-        result = CurlWrapper::rk_curl_easy_setopt(handle(), CURLOPT_POSTQUOTE, static_cast<void*>(m_postQuoteList));
-    return result;
-}
-
 CURLcode RkFTPReq::setDirectoryCheckOptions()
 {
     return CurlWrapper::rk_curl_easy_setopt(handle(), CURLOPT_NOBODY, 1L);
@@ -466,15 +237,16 @@ CURLcode RkFTPReq::setDirectoryCheckOptions()
 
 CZyError RkFTPReq::setMethodParameter()
 {
-    static const char kFunction[] = "RkCURL::RkFTPReq::setMethodParameter";
     void* curl = handle();
     for (const commandInfo& command : m_commands)
     {
         if (command.kind != commandInfo::CMD_QUOTE)
-            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Command kind [%d] is not supported over %s",
-                                         static_cast<int>(command.kind), scheme());
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zyerr::kTransferRefused,
+                                         "Command kind [%d] is not supported over %s", static_cast<int>(command.kind),
+                                         scheme());
         if (HasLineBreak(command.name))
-            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "A command with a line break cannot be sent");
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zyerr::kTransferRefused,
+                                         "A command with a line break cannot be sent");
     }
     m_listingIsMlsd = false;
     std::vector<std::string> extra = m_pendingCommands;
@@ -500,7 +272,7 @@ CZyError RkFTPReq::setMethodParameter()
                 {
                     CZyError error = probeFeatures();
                     if (error.IsError())
-                        return error.Push(ZY_LOC(kFunction));
+                        return error.Push(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"));
                 }
                 mlsd = m_serverHasMlsd == 1;
             }
@@ -528,7 +300,8 @@ CZyError RkFTPReq::setMethodParameter()
             break;
         case OP_DELETE:
             if (joinedPath(m_urlPath).empty())
-                return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid URL path .");
+                return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zyerr::kTransferRefused,
+                                             "Invalid URL path .");
             extra.push_back(deleteCommand(m_urlPath));
             result = CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
             break;
@@ -545,14 +318,16 @@ CZyError RkFTPReq::setMethodParameter()
         case OP_POST_BUFFER:
         case OP_NONE:
         default:
-            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Operation type [%d] is not supported over %s",
-                                         static_cast<int>(type), scheme());
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zyerr::kTransferRefused,
+                                         "Operation type [%d] is not supported over %s", static_cast<int>(type),
+                                         scheme());
         }
     }
     for (const std::string& line : extra)
     {
         if (HasLineBreak(line))
-            return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "A path with a line break cannot be sent");
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zyerr::kTransferRefused,
+                                         "A path with a line break cannot be sent");
     }
     if (result == CURLE_OK)
         result = setQuoteList(extra);
@@ -560,8 +335,8 @@ CZyError RkFTPReq::setMethodParameter()
         result = CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_FRESH_CONNECT, 1L);
     setLastCurlResult(result);
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set the options of operation [%d]",
-                           static_cast<int>(type));
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), result,
+                           "Failed to set the options of operation [%d]", static_cast<int>(type));
     return CZyError::Success();
 }
 
@@ -609,7 +384,8 @@ CZyError RkFTPReq::collectFilesAndDir(const std::string& listing, std::vector<Fi
                                       std::string path)
 {
     if (!entries)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::collectFilesAndDir"), 1, "Invalid entry list");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::collectFilesAndDir"), zyerr::kTransferRefused,
+                                     "Invalid entry list");
     while (!path.empty() && path.back() == '/')
         path.pop_back();
     std::vector<zylisting::Entry> parsed;
@@ -627,7 +403,7 @@ CZyError RkFTPReq::collectFilesAndDir(const std::string& listing, std::vector<Fi
 CZyError RkFTPReq::IsFile(const std::string& name, bool& isFile)
 {
     if (name.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::IsFile"), 1, "Empty entry name");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::IsFile"), zyerr::kTransferRefused, "Empty entry name");
     zylisting::Entry entry;
     const int64_t now = static_cast<int64_t>(time(nullptr));
     if (zylisting::ParseMlsdLine(name.data(), name.size(), entry) ||

@@ -1,6 +1,7 @@
 // SFTP requests: SSH authentication and host-key options, the quote
 // commands of curl's SFTP and the success rule.
 #include "ZyNetwork/RkSFTPReq.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 #include <stdlib.h>
 
@@ -87,23 +88,23 @@ CZyError RkSFTPReq::applyHostKeyFile(const char* function)
 
 CZyError RkSFTPReq::setDefaults()
 {
-    static const char kFunction[] = "RkCURL::RkSFTPReq::setDefaults";
     CZyError error = RkFTPReq::setDefaults();
     if (error.IsError())
-        return error.Push(ZY_LOC(kFunction));
+        return error.Push(ZY_LOC("RkCURL::RkSFTPReq::setDefaults"));
     if (m_checkHostKey)
-        return applyHostKeyFile(kFunction);
+        return applyHostKeyFile("RkCURL::RkSFTPReq::setDefaults");
     return CZyError::Success();
 }
 
 CZyError RkSFTPReq::setPrivateKey(const std::string& privateKeyFile, const std::string& passphrase,
                                   const std::string& publicKeyFile)
 {
-    static const char kFunction[] = "RkCURL::RkSFTPReq::setPrivateKey";
     if (!isInitialized())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kNotInitialized);
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkSFTPReq::setPrivateKey"), zyerr::kTransferRefused, "%s",
+                                     kNotInitialized);
     if (privateKeyFile.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid private key file");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkSFTPReq::setPrivateKey"), zyerr::kTransferRefused,
+                                     "Invalid private key file");
     CURLcode result = applyOption(CURLOPT_SSH_PRIVATE_KEYFILE, privateKeyFile);
     if (result == CURLE_OK)
         result = applyOption(CURLOPT_KEYPASSWD, passphrase);
@@ -112,45 +113,44 @@ CZyError RkSFTPReq::setPrivateKey(const std::string& privateKeyFile, const std::
     // A live connection was authenticated with what was set before.
     requireFreshConnection();
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set the key options");
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkSFTPReq::setPrivateKey"), result, "Failed to set the key options");
     return CZyError::Success();
 }
 
 CZyError RkSFTPReq::setKnownHostsFile(const std::string& path)
 {
-    static const char kFunction[] = "RkCURL::RkSFTPReq::setKnownHostsFile";
     m_knownHosts = path;
     if (!isInitialized() || !m_checkHostKey)
         return CZyError::Success();
-    return applyHostKeyFile(kFunction);
+    return applyHostKeyFile("RkCURL::RkSFTPReq::setKnownHostsFile");
 }
 
 CZyError RkSFTPReq::setHostKeyChecking(bool check)
 {
-    static const char kFunction[] = "RkCURL::RkSFTPReq::setHostKeyChecking";
     m_checkHostKey = check;
     if (!isInitialized())
         return CZyError::Success();
     if (check)
-        return applyHostKeyFile(kFunction);
+        return applyHostKeyFile("RkCURL::RkSFTPReq::setHostKeyChecking");
     const CURLcode result =
         CurlWrapper::rk_curl_easy_setopt(handle(), CURLOPT_SSH_KNOWNHOSTS, static_cast<const char*>(nullptr));
     setLastCurlResult(result);
     requireFreshConnection();
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]", CURLOPT_SSH_KNOWNHOSTS);
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkSFTPReq::setHostKeyChecking"), result, "Failed to set option [%d]",
+                           CURLOPT_SSH_KNOWNHOSTS);
     return CZyError::Success();
 }
 
 CZyError RkSFTPReq::setHostKeySHA256(const std::string& base64)
 {
-    static const char kFunction[] = "RkCURL::RkSFTPReq::setHostKeySHA256";
     if (!isInitialized())
-        return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kNotInitialized);
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkSFTPReq::setHostKeySHA256"), zyerr::kTransferRefused, "%s",
+                                     kNotInitialized);
     const CURLcode result = applyOption(CURLOPT_SSH_HOST_PUBLIC_KEY_SHA256, base64);
     requireFreshConnection();
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC(kFunction), result, "Failed to set option [%d]",
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkSFTPReq::setHostKeySHA256"), result, "Failed to set option [%d]",
                            CURLOPT_SSH_HOST_PUBLIC_KEY_SHA256);
     return CZyError::Success();
 }

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "ZyNetwork/Internal/ZyHTTPInternal.h"
+#include "ZyNetwork/Internal/ZyHTTPText.h"
 #include "ZyUtils/ZyString.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)

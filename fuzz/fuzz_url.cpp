@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "ZyNetwork/Internal/ZyHTTPInternal.h"
+#include "ZyNetwork/Internal/ZyHTTPText.h"
 #include "ZyNetwork/RkHTTPReq.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)

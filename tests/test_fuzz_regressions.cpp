@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "ZyNetwork/Internal/ZyHTTPInternal.h"
+#include "ZyNetwork/Internal/ZyHTTPText.h"
 
 // A bracketed host took any bytes, so a base URL parsed into a host that
 // its own origin text no longer parsed back to.

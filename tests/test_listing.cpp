@@ -1,11 +1,14 @@
-// Directory-listing parsers: FTP/SFTP line formats and HTTP index pages.
+// Directory-listing parsers: FTP/SFTP line formats and HTTP index pages, and
+// the text helpers the listing readers and the clients share.
 #include <gtest/gtest.h>
 
 #include <map>
 #include <string>
 #include <vector>
 
+#include "ZyNetwork/Internal/ListingHtml.h"
 #include "ZyNetwork/Internal/ListingParsers.h"
+#include "ZyNetwork/Internal/UrlText.h"
 #include "ZyNetwork/RkFTPReq.h"
 #include "ZyNetwork/RkHTTPReq.h"
 #include "ZyUtils/ZyFile.h"
@@ -208,6 +211,51 @@ TEST(ListingParser, CutPagesNeverReadPastTheirEnd)
         for (const auto& entry : Parse(cut, "/list/"))
             EXPECT_EQ(1u, whole.count(entry.first)) << "from " << length << " bytes: " << entry.first;
     }
+}
+
+// The one decoder serves the listing pages (any code point, as UTF-8) and the
+// WinINet client's links (single ASCII bytes only).
+TEST(ListingHtml, OneEntityDecoderTwoReferenceSets)
+{
+    using zylisting::EntitySet;
+    struct Case { const char* in; const char* page; const char* ascii; };
+    const Case cases[] = {
+        {"a&amp;b&lt;&gt;&quot;&apos;", "a&b<>\"'", "a&b<>\"'"},
+        {"&nbsp;|&#233;|&#x1F600;", "\xC2\xA0|\xC3\xA9|\xF0\x9F\x98\x80", "&nbsp;|&#233;|&#x1F600;"},
+        {"&#x22;&#000039;&#0000039;", "\"''", "\"'&#0000039;"},
+        {"&#0;&#xD800;", "\xEF\xBF\xBD\xEF\xBF\xBD", "&#0;&#xD800;"},
+        {"&#12345678;&#x0000000041;&bogus;&#;&#x;&amp", "&#12345678;&#x0000000041;&bogus;&#;&#x;&amp",
+         "&#12345678;&#x0000000041;&bogus;&#;&#x;&amp"},
+    };
+    for (const Case& c : cases)
+    {
+        EXPECT_EQ(c.page, zylisting::DecodeEntities(c.in, EntitySet::kListingPage)) << c.in;
+        EXPECT_EQ(c.ascii, zylisting::DecodeEntities(c.in, EntitySet::kAsciiOnly)) << c.in;
+    }
+}
+
+TEST(ListingText, CivilDatesAndUrlPieces)
+{
+    for (const int64_t days : {-719468LL, -1LL, 0LL, 11016LL, 19782LL, 2932896LL})
+    {
+        int64_t year = 0;
+        unsigned month = 0, day = 0;
+        zylisting::CivilFromDays(days, year, month, day);
+        EXPECT_EQ(days, zylisting::DaysFromCivil(year, month, day)) << days;
+    }
+    EXPECT_EQ("2024-02-29 23:59", zylisting::TimeText(zylisting::SecondsFromCivil(2024, 2, 29, 23, 59, 58)));
+    EXPECT_EQ("1969-12-31 23:59", zylisting::TimeText(-1));
+
+    const zyurl::UrlSplit split = zyurl::SplitUrl("http://h:1/p?q");
+    EXPECT_TRUE(split.hasScheme && split.authority == 7 && split.path == 10);
+    const zyurl::UrlSplit bare = zyurl::SplitUrl("host?x");
+    EXPECT_TRUE(!bare.hasScheme && bare.authority == 0 && bare.path == 6);
+    EXPECT_EQ("http://[::1]:8080/x", zyurl::WithPort("http://[::1]/x", 8080));
+    EXPECT_EQ("ftp://h:21/x", zyurl::WithPort("ftp://h:21/x", 99));
+    EXPECT_EQ("ftp://h:99", zyurl::WithPort("ftp://h", 99));
+    EXPECT_EQ("[::1]", zyurl::JoinHostPort("::1", 0));
+    EXPECT_EQ("h:8443", zyurl::JoinHostPort("h", 8443));
+    EXPECT_EQ("a b%zz%4\xC3\xA9 100%", zyurl::PercentDecode("a%20b%zz%4%c3%A9 100%"));
 }
 
 // A Windows-style server's LIST output with odd lines, as the class's entries.

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "ZyNetwork/Internal/ZyHTTPInternal.h"
+#include "ZyNetwork/Internal/ZyHTTPText.h"
 #include "support/UploadLayout.h"
 
 namespace
@@ -64,8 +64,7 @@ TEST(ZyHttpText, PathsAreEncodedForRequestsAndDecodedBack)
     const std::string encoded = zyhttp::EncodePath(plain);
     EXPECT_EQ("dir%20one/50%25%20%22x%22%23%3F%C3%A9/y", encoded);
     EXPECT_EQ("dir one/50% \"x\"#?\xc3\xa9/y", zyhttp::DecodePath(encoded));
-    EXPECT_EQ("100%", zyhttp::DecodePath("100%"));
-    EXPECT_EQ("%zz%4", zyhttp::DecodePath("%zz%4"));
+    // Broken escapes stay as written: ListingText.CivilDatesAndUrlPieces.
 }
 
 TEST(ZyHttpText, LinksEndAtTheirQuoteAndNeverPastThePage)

@@ -1,7 +1,9 @@
 // Parsers of the directory listings that FTP and SFTP servers send: the LIST
 // output of Unix-style servers (also SFTP's long names), of Windows-style
-// servers, and MLSD facts. Pure functions over bytes: every read is bounded
-// by the input, and a line that fits no format is skipped and counted.
+// servers, and MLSD facts; and the helpers every listing reader shares (the
+// listing entry, civil dates). HTML listing pages are read
+// in ListingHtml.h. Pure functions over bytes: every read is bounded by the
+// input, and a line that fits no format is skipped and counted.
 // Internal: not installed, not exported.
 #pragma once
 
@@ -13,11 +15,6 @@
 
 namespace zylisting
 {
-// The value of a hexadecimal digit, -1 for any other character.
-int HexValue(char c);
-// "%XX" becomes its byte; a '%' without two hex digits after it stays.
-std::string PercentDecode(const std::string& text);
-
 struct Entry
 {
     std::string name;
@@ -29,6 +26,7 @@ struct Entry
     bool hasTime = false;
     int64_t modified = 0;     // seconds since 1970-01-01 UTC, as the server shows it
     std::string permissions;  // "rwxr-xr-x" where the listing shows them
+    std::string timeText;     // the date and time as an HTML page wrote them ("" elsewhere)
 };
 
 struct Counts
@@ -50,7 +48,14 @@ bool ParseWindowsLine(const char* line, size_t size, Entry& entry);
 bool ParseMlsdLine(const char* line, size_t size, Entry& entry);
 void ParseMlsd(const char* data, size_t size, std::vector<Entry>& entries, Counts& counts);
 
-// Seconds since 1970-01-01 UTC of a civil date and time; no range checks
-// beyond what the parsers ensure.
+// Civil dates in the proleptic Gregorian calendar, UTC, no leap seconds; no
+// range checks beyond what the parsers ensure.
+// Days since 1970-01-01 of a date.
+int64_t DaysFromCivil(int64_t year, unsigned month, unsigned day);
+// The date of a day counted from 1970-01-01.
+void CivilFromDays(int64_t days, int64_t& year, unsigned& month, unsigned& day);
+// Seconds since 1970-01-01 of a date and time.
 int64_t SecondsFromCivil(int year, int month, int day, int hour, int minute, int second);
+// "YYYY-MM-DD HH:MM" of seconds since 1970-01-01.
+std::string TimeText(int64_t seconds);
 }  // namespace zylisting

@@ -35,4 +35,13 @@ constexpr int kNoData = 11004;             // WSANO_DATA
 constexpr int kErrnoIo = 5;                 // EIO: an exception on the accept wait
 constexpr int kErrnoNoFamily = 102;         // EAFNOSUPPORT as the C runtime numbers it
 constexpr int kErrnoTime = 137;             // ETIME (timer expired): the accept wait timed out
+
+// ---- transfer classes ------------------------------------------------------
+// The int error of the request classes: an argument or a state they refuse
+// (not initialised, no buffer, a bad path or size, an unknown info type) or
+// a step that gave nothing (encoding, a missing info string).
+constexpr int kTransferRefused = 1;
+constexpr int kUrlEmpty = 101;              // a request with no URL set
+// The transfer-domain code when curl gives no handle (no curl result exists).
+constexpr int kNoCurlHandle = -1;
 }  // namespace zyerr

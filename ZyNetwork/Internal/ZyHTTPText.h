@@ -1,12 +1,15 @@
 // The text work of the WinINet client (ZyHTTP) that needs no network: base
 // URL parsing, path encoding, the multipart log-upload form and the scanning
-// of HTML directory listings. Portable, so that it is tested on every target.
+// of HTML directory listings (ListingHtml.h). Portable, so that it is tested
+// on every target.
 #pragma once
 
 #include <stdint.h>
 
 #include <string>
 #include <vector>
+
+#include "ZyNetwork/Internal/ListingHtml.h"
 
 namespace zyhttp
 {
@@ -71,32 +74,8 @@ UploadForm BuildUploadForm(const UploadFields& fields);
 // "Basic " + base64(user ":" password).
 std::string BasicAuthorization(const std::string& user, const std::string& password);
 
-// The targets of every href=" in `html`, in page order: the text between the
-// opening quote and the next '"'. A link without a closing quote before the
-// end of the page is ignored. The marker is matched without regard to case.
-std::vector<std::string> ExtractLinks(const std::string& html);
-
-// What a link on a listing page of the directory `directoryPath` (an encoded
-// absolute path ending in '/') points to.
-struct ListingLink
-{
-    enum Kind
-    {
-        kIgnore,     // elsewhere: up, the page itself, another site, a query
-        kFile,
-        kDirectory
-    } kind = kIgnore;
-    std::string name;  // plain (decoded) path below the directory; a
-                       // directory's ends in '/'
-};
-
-// Classifies `link`: its query and fragment are dropped and HTML character
-// references (&amp; &lt; &gt; &quot; &#39; &#NN; &#xNN;) decoded; an absolute
-// path counts only when it lies below `directoryPath`; a link with a scheme
-// or "//" authority only when it names `origin` and a path below the
-// directory. Any "." or ".." segment, an empty segment, or a name that
-// decodes to a control character, '/' or '\' inside a segment makes the link
-// kIgnore, so a listing can never lead up or to the page itself.
-ListingLink ClassifyListingLink(const std::string& link, const std::string& origin,
-                                const std::string& directoryPath);
+// The listing-page helpers live with the other listing readers.
+using zylisting::ClassifyListingLink;
+using zylisting::ExtractLinks;
+using zylisting::ListingLink;
 }  // namespace zyhttp

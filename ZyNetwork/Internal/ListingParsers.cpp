@@ -1,39 +1,10 @@
 #include "ZyNetwork/Internal/ListingParsers.h"
 
+#include <stdio.h>
 #include <string.h>
 
 namespace zylisting
 {
-int HexValue(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
-std::string PercentDecode(const std::string& text)
-{
-    std::string out;
-    out.reserve(text.size());
-    for (size_t i = 0; i < text.size(); ++i)
-    {
-        if (text[i] == '%' && i + 2 < text.size() && HexValue(text[i + 1]) >= 0 && HexValue(text[i + 2]) >= 0)
-        {
-            out.push_back(static_cast<char>(HexValue(text[i + 1]) * 16 + HexValue(text[i + 2])));
-            i += 2;
-        }
-        else
-        {
-            out.push_back(text[i]);
-        }
-    }
-    return out;
-}
-
 namespace
 {
 // A read-only view of part of a line with bounded helpers.
@@ -106,16 +77,11 @@ bool ClockTime(const char* text, size_t length, int& hour, int& minute)
 
 void CivilFromSeconds(int64_t seconds, int& year, int& month)
 {
-    int64_t days = seconds >= 0 ? seconds / 86400 : (seconds - 86399) / 86400;
-    // Howard Hinnant's civil_from_days.
-    days += 719468;
-    int64_t era = (days >= 0 ? days : days - 146096) / 146097;
-    int64_t doe = days - era * 146097;
-    int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-    int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-    int64_t mp = (5 * doy + 2) / 153;
-    month = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
-    year = static_cast<int>(yoe + era * 400 + (month <= 2 ? 1 : 0));
+    int64_t y = 0;
+    unsigned m = 0, d = 0;
+    CivilFromDays(seconds >= 0 ? seconds / 86400 : (seconds - 86399) / 86400, y, m, d);
+    year = static_cast<int>(y);
+    month = static_cast<int>(m);
 }
 
 bool ValidDay(int day)
@@ -154,16 +120,47 @@ bool IsDotName(const std::string& name)
 }
 }  // namespace
 
+// Howard Hinnant's days_from_civil and civil_from_days.
+int64_t DaysFromCivil(int64_t year, unsigned month, unsigned day)
+{
+    const int64_t y = year - (month <= 2 ? 1 : 0);
+    const int64_t era = (y >= 0 ? y : y - 399) / 400;
+    const unsigned yoe = static_cast<unsigned>(y - era * 400);
+    const unsigned doy = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+    const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+    return era * 146097 + static_cast<int64_t>(doe) - 719468;
+}
+
+void CivilFromDays(int64_t days, int64_t& year, unsigned& month, unsigned& day)
+{
+    days += 719468;
+    const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
+    const unsigned doe = static_cast<unsigned>(days - era * 146097);
+    const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+    const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+    const unsigned mp = (5 * doy + 2) / 153;
+    day = doy - (153 * mp + 2) / 5 + 1;
+    month = mp < 10 ? mp + 3 : mp - 9;
+    year = static_cast<int64_t>(yoe) + era * 400 + (month <= 2 ? 1 : 0);
+}
+
 int64_t SecondsFromCivil(int year, int month, int day, int hour, int minute, int second)
 {
-    // Howard Hinnant's days_from_civil.
-    int64_t y = year - (month <= 2 ? 1 : 0);
-    int64_t era = (y >= 0 ? y : y - 399) / 400;
-    int64_t yoe = y - era * 400;
-    int64_t doy = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
-    int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-    int64_t days = era * 146097 + doe - 719468;
-    return days * 86400 + hour * 3600 + minute * 60 + second;
+    return DaysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day)) * 86400 + hour * 3600 +
+           minute * 60 + second;
+}
+
+std::string TimeText(int64_t seconds)
+{
+    const int64_t days = seconds >= 0 ? seconds / 86400 : (seconds - 86399) / 86400;
+    const int64_t rest = seconds - days * 86400;
+    int64_t year = 0;
+    unsigned month = 0, day = 0;
+    CivilFromDays(days, year, month, day);
+    char text[64];
+    snprintf(text, sizeof(text), "%04lld-%02u-%02u %02d:%02d", static_cast<long long>(year), month, day,
+             static_cast<int>(rest / 3600), static_cast<int>((rest / 60) % 60));
+    return text;
 }
 
 bool ParseUnixLine(const char* line, size_t size, int64_t now, Entry& entry)

@@ -1,0 +1,45 @@
+// The URL text work every client shares: percent escapes, and the split of
+// "scheme://authority/path" and the joins back (a port into an authority, a
+// host and port into one). Each client keeps its own rules on top (which
+// schemes it takes, what it validates); the mechanics are here once.
+// Internal: not installed, not exported.
+#pragma once
+
+#include <stddef.h>
+
+#include <string>
+
+namespace zyurl
+{
+// The value of a hexadecimal digit, -1 for any other character.
+int HexValue(char c);
+// "%XX" becomes its byte; a '%' without two hex digits after it stays.
+std::string PercentDecode(const std::string& text);
+// Appends "%XX" (upper-case hex digits) for the byte `c`.
+void AppendPercentEscape(std::string& out, unsigned char c);
+
+// Where the parts of a URL begin. The authority follows the first "://"
+// (without one the text starts with the authority); the path starts at the
+// first '/' after the authority, and everything from there (query and
+// fragment included) counts as path. `path` is the text's size when there
+// is no '/'.
+struct UrlSplit
+{
+    bool hasScheme = false;
+    size_t authority = 0;
+    size_t path = 0;
+};
+UrlSplit SplitUrl(const std::string& url);
+
+// True when an authority ("host", "host:port", "[v6]", "[v6]:port", with or
+// without user information) names a port.
+bool AuthorityHasPort(const std::string& authority);
+
+// `url` with ":port" at the end of its authority, unless the authority
+// names a port already.
+std::string WithPort(const std::string& url, long port);
+
+// "host" or "[host]" for an IPv6 literal (a host with ':'), then ":port"
+// unless `port` is 0.
+std::string JoinHostPort(const std::string& host, unsigned port);
+}  // namespace zyurl
