@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "ZyUtils/Internal/ErrorCodes.h"
 #include "ZyUtils/Internal/OsUtils.h"
 
 namespace
@@ -45,13 +46,13 @@ bool CZyFile::IsValid() const
 CZyError CZyFile::Open(const char* path, unsigned flags, unsigned mode)
 {
     if (!path || !*path)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Open"), 87, "Invalid file path");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Open"), zyerr::kInvalidParameter, "Invalid file path");
     if (IsValid())
         Close();
     zyutil::os::OpenMode open = {};
     unsigned access = flags & 3;
     if (access == 3)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Open"), 87, "Invalid open flags 0x%X for [%s]", flags, path);
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Open"), zyerr::kInvalidParameter, "Invalid open flags 0x%X for [%s]", flags, path);
     open.read = access != kFlagWriteOnly;
     open.write = access != 0;
     open.append = (flags & kFlagAppend) != 0;
@@ -74,9 +75,9 @@ CZyError CZyFile::Read(void* buffer, uint32_t size, uint32_t& bytesRead)
 {
     bytesRead = 0;
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Read"), 6, "File is not open");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Read"), zyerr::kInvalidHandle, "File is not open");
     if (!buffer && size)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Read"), 87, "Invalid read buffer");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Read"), zyerr::kInvalidParameter, "Invalid read buffer");
     uint32_t error = zyutil::os::FileRead(m_handle, buffer, size, &bytesRead);
     if (error)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Read"), error, "Failed to read file [%s]", m_path.c_str());
@@ -87,9 +88,9 @@ CZyError CZyFile::Read(void* buffer, uint32_t size, uint32_t& bytesRead)
 CZyError CZyFile::Write(const void* data, uint32_t size)
 {
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Write"), 6, "File is not open");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Write"), zyerr::kInvalidHandle, "File is not open");
     if (!data && size)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Write"), 87, "Invalid write buffer");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Write"), zyerr::kInvalidParameter, "Invalid write buffer");
     const char* bytes = static_cast<const char*>(data);
     while (size > 0)
     {
@@ -98,7 +99,7 @@ CZyError CZyFile::Write(const void* data, uint32_t size)
         if (error)
             return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Write"), error, "Failed to write file [%s]", m_path.c_str());
         if (written == 0)
-            return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Write"), 112, "Failed to write file [%s]", m_path.c_str());
+            return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Write"), zyerr::kDiskFull, "Failed to write file [%s]", m_path.c_str());
         bytes += written;
         size -= written;
     }
@@ -109,7 +110,7 @@ CZyError CZyFile::Size(uint64_t& size) const
 {
     size = 0;
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Size"), 6, "File is not open");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Size"), zyerr::kInvalidHandle, "File is not open");
     uint32_t error = zyutil::os::FileSize(m_handle, &size);
     if (error)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Size"), error, "Failed to get the size of [%s]", m_path.c_str());
@@ -119,9 +120,9 @@ CZyError CZyFile::Size(uint64_t& size) const
 CZyError CZyFile::Seek(int64_t offset, int origin, uint64_t* position)
 {
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Seek"), 6, "File is not open");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Seek"), zyerr::kInvalidHandle, "File is not open");
     if (origin < 0 || origin > 2)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Seek"), 87, "Invalid seek origin %d", origin);
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyFile::Seek"), zyerr::kInvalidParameter, "Invalid seek origin %d", origin);
     uint64_t at = 0;
     uint32_t error = zyutil::os::FileSeek(m_handle, offset, origin, &at);
     if (error)
@@ -172,7 +173,7 @@ namespace FXFile
 CZyError RemoveFile(const char* path)
 {
     if (!path || !*path)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("FXFile::RemoveFile"), 87, "Invalid file path");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXFile::RemoveFile"), zyerr::kInvalidParameter, "Invalid file path");
     uint32_t error = zyutil::os::FileRemove(path);
     if (error)
         return FXErrorUtil::ErrorWin32(ZY_LOC("FXFile::RemoveFile"), error, "Failed to remove file [%s]", path);

@@ -5,6 +5,13 @@
 #include <cstdio>
 #include <cstring>
 
+#include "ZyUtils/Internal/ErrorCodes.h"
+
+namespace
+{
+const char* const kZyFile = "ZyUtils/ZyString";
+}
+
 namespace FXString
 {
 std::string FormatArgList(const char* format, va_list args)
@@ -39,7 +46,7 @@ CZyError FormatArgList(std::string& text, const char* format, va_list args)
     int needed = vsnprintf(buffer, sizeof(buffer), format, copy);
     va_end(copy);
     if (needed < 0)
-        return FXErrorUtil::ErrorWin32(FXCodeLocation("ZyUtils/ZyString", "FXString::FormatArgList", __LINE__), 87,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXString::FormatArgList"), zyerr::kInvalidParameter,
                                        "Invalid format text");
     if (static_cast<size_t>(needed) < sizeof(buffer))
     {
@@ -47,7 +54,7 @@ CZyError FormatArgList(std::string& text, const char* format, va_list args)
         return CZyError::Success();
     }
     text.assign(buffer, sizeof(buffer) - 1);
-    return FXErrorUtil::ErrorWin32(FXCodeLocation("ZyUtils/ZyString", "FXString::FormatArgList", __LINE__), 111,
+    return FXErrorUtil::ErrorWin32(ZY_LOC("FXString::FormatArgList"), zyerr::kBufferOverflow,
                                    "Formatted text of %d bytes does not fit in %u", needed,
                                    static_cast<unsigned>(sizeof(buffer) - 1));
 }
