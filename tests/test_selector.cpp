@@ -3,7 +3,10 @@
 // with descriptors past 1024 work.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <memory>
 #include <set>
+#include <thread>
 #include <vector>
 
 #include "ZyNetwork/ZySocketSelector.h"
@@ -129,6 +132,76 @@ TEST(CZySocketSelector, ReportsExactlyTheReadySocketsAndKeepsRegistration)
     EXPECT_EQ(HandlesOf(selector.GetReadSelected()), (Handles{H(p.b[2])}));
 }
 
+// The getters report only sockets registered now that the last wait found
+// ready: clearing, registering again or registering anew between the wait
+// and the getter never reports a socket the wait did not see ready. Each
+// category has one ready socket and one idle listener registered.
+TEST(CZySocketSelector, GettersFollowRegistrationChangesAfterTheWait)
+{
+    typedef void (CZySocketSelector::*Change)(const CZySocket&);
+    struct Category
+    {
+        Change set, clear;
+        CZySocketSelector::SocketSet (CZySocketSelector::*get)();
+        int sendFlags;  // how the peer makes the socket ready; -1: it is writable already
+    };
+    const Category categories[] = {
+        {&CZySocketSelector::SetReadSocket, &CZySocketSelector::ClearReadSocket, &CZySocketSelector::GetReadSelected, 0},
+        {&CZySocketSelector::SetWriteSocket, &CZySocketSelector::ClearWriteSocket,
+         &CZySocketSelector::GetWriteSelected, -1},
+        {&CZySocketSelector::SetExceptionSocket, &CZySocketSelector::ClearExceptionSocket,
+         &CZySocketSelector::GetExceptionSelected, 1}};  // urgent data (MSG_OOB)
+    enum Case
+    {
+        kClearReady,
+        kRegisterReadyAgain,
+        kReplaceAllByNew,
+        kClearIdle
+    };
+    for (int c = 0; c < 3; ++c)
+    {
+        const Category& k = categories[c];
+        for (Case change : {kClearReady, kRegisterReadyAgain, kReplaceAllByNew, kClearIdle})
+        {
+            Pairs p(2);
+            CZySocket idle;
+            ASSERT_FALSE(HasFailure() || idle.Bind(CZyIPAddr("127.0.0.1")).IsError() || idle.Listen(1).IsError());
+            CZySocketSelector selector;
+            (selector.*k.set)(p.b[0]);
+            (selector.*k.set)(idle);
+            if (k.sendFlags >= 0)
+            {
+                int count = 0;
+                ZYTEST_ASSERT_OK(p.a[0].Send("u", 1, k.sendFlags, &count));
+            }
+            EXPECT_FALSE(Wait(selector, 5)) << c;
+            Handles expected;
+            switch (change)
+            {
+            case kClearReady:
+                (selector.*k.clear)(p.b[0]);
+                break;
+            case kRegisterReadyAgain:
+                (selector.*k.clear)(p.b[0]);
+                (selector.*k.set)(p.b[0]);
+                expected = {H(p.b[0])};
+                break;
+            case kReplaceAllByNew:
+                (selector.*k.clear)(p.b[0]);
+                (selector.*k.clear)(idle);
+                (selector.*k.set)(p.b[1]);
+                break;
+            case kClearIdle:
+                (selector.*k.clear)(idle);
+                expected = {H(p.b[0])};
+                break;
+            }
+            EXPECT_EQ(HandlesOf((selector.*k.get)()), expected) << "category " << c << ", case " << change;
+            idle.Close();
+        }
+    }
+}
+
 #if !defined(_WIN32)
 TEST(CZySocketSelector, ThreeThousandSocketsPastDescriptor1024)
 {
@@ -195,6 +268,70 @@ TEST(CZySocketSelector, RegisteredSocketClosedThroughTheLibraryFailsSelectUntilC
     EXPECT_FALSE(Wait(selector, 5));
     EXPECT_EQ(HandlesOf(selector.GetReadSelected()), (Handles{H(p.b[1])}));
     EXPECT_EQ(HandlesOf(selector.GetWriteSelected()), (Handles{H(p.a[2])}));
+}
+
+// Closes through the library from many threads while selectors wait on
+// sockets of their own: no close waits for another or for a selector, every
+// wait keeps reporting its one ready socket, and a registered socket closed
+// afterwards fails the next wait of its selector with 10038 although
+// another socket is ready.
+TEST(CZySocketSelector, ClosesFromManyThreadsWhileSelectorsWait)
+{
+    const int kSelectors = 3, kClosers = 3, kPairsEach = zytest::IsWindowsTarget() ? 60 : 200;
+    struct Watch
+    {
+        Pairs idle{8}, own{2};  // own.b[0] is kept readable, own.b[1] is closed in the end
+        CZySocketSelector selector;
+        int wrongResults = 0, code = 0;
+    };
+    std::vector<std::unique_ptr<Watch>> watches;
+    for (int i = 0; i < kSelectors; ++i)
+    {
+        watches.emplace_back(new Watch());
+        Watch& w = *watches.back();
+        ASSERT_FALSE(HasFailure());
+        AddIdle(w.selector, w.idle);
+        w.selector.SetReadSocket(w.own.b[0]);
+        w.selector.SetReadSocket(w.own.b[1]);
+        Transfer(w.own.a[0], true);
+    }
+    std::atomic<bool> doomedClosed{false};
+    std::vector<std::thread> selectors, closers;
+    for (const std::unique_ptr<Watch>& watch : watches)
+        selectors.emplace_back([&doomedClosed, w = watch.get()] {
+            const Handles expected{H(w->own.b[0])};
+            for (;;)
+            {
+                const bool closedBefore = doomedClosed.load();
+                const struct timeval limit = {0, 0};
+                CZyError err = w->selector.Select(&limit, nullptr);
+                if (err.IsError() || closedBefore)
+                {
+                    w->code = err.GetErrorCode();
+                    return;
+                }
+                w->wrongResults += HandlesOf(w->selector.GetReadSelected()) != expected;
+                std::this_thread::yield();
+            }
+        });
+    for (int i = 0; i < kClosers; ++i)
+        closers.emplace_back([kPairsEach] {
+            for (int n = 0; n < kPairsEach; ++n)
+            {
+                CZySocket a, b;
+                if (!CZySocket::CreateSocketPair(&a, &b).IsError())
+                    a.Close(), b.Close();
+            }
+        });
+    for (std::thread& t : closers)
+        t.join();
+    for (const std::unique_ptr<Watch>& w : watches)
+        w->own.b[1].Close();
+    doomedClosed = true;
+    for (std::thread& t : selectors)
+        t.join();
+    for (const std::unique_ptr<Watch>& w : watches)
+        EXPECT_TRUE(w->code == 10038 && w->wrongResults == 0) << w->code << " " << w->wrongResults;
 }
 
 #if !defined(_WIN32)
