@@ -2,11 +2,40 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <new>
 
+#include "ZyNetwork/RkCURLError.h"
 #include "ZyUtils/LogWriter.h"
 #include "ZyUtils/ZyError.h"
 #include "ZyUtils/ZyString.h"
 #include "support/LogCapture.h"
+
+// Non-throwing allocations in this program fail while this is set.
+static std::atomic<bool> g_failNothrowNew{false};
+
+void* operator new(std::size_t size)
+{
+    if (void* p = std::malloc(size ? size : 1))
+        return p;
+    throw std::bad_alloc();
+}
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    return g_failNothrowNew ? nullptr : std::malloc(size ? size : 1);
+}
+
+void operator delete(void* p) noexcept
+{
+    std::free(p);
+}
+
+void operator delete(void* p, std::size_t) noexcept
+{
+    std::free(p);
+}
 
 namespace
 {
@@ -34,6 +63,19 @@ TEST(ZyError, SuccessIsTheOnlyNonError)
     EXPECT_EQ(ok.AsString(), "Success");
     // An error whose code happens to be 0 is still an error.
     EXPECT_TRUE(FXErrorUtil::ErrorInt(ZY_LOC("T"), 0, "zero").IsError());
+
+    // Out of memory, a transfer error loses its item but stays an error.
+    g_failNothrowNew = true;
+    CZyError plain = RkCURL::ErrorRkCURL(ZY_LOC("T"), 28);
+    CZyError described = RkCURL::ErrorRkCURL(ZY_LOC("T"), 7, "connect to %s failed", "localhost");
+    g_failNothrowNew = false;
+    for (const CZyError& err : {plain, described, plain.Copy()})
+    {
+        EXPECT_TRUE(err.IsError() && err.GetItems().empty());
+        EXPECT_NE(err.AsString(), "Success");
+    }
+    EXPECT_TRUE(RkCURL::IsRkCURL(plain, 28) && RkCURL::GetRkCURL(described) == 7);
+    EXPECT_EQ(RkCURL::ErrorRkCURL(ZY_LOC("T"), 28).GetItems().size(), 1u);
 }
 
 TEST(ZyError, StackGrowsOutwardsFromThePlaceOfFailure)
