@@ -212,7 +212,8 @@ TEST(CZySocket, TimeLimitsHold)
             }
             const auto start = std::chrono::steady_clock::now();
             if (i == 0)
-                c.error = sender.SendWithTimeOut(big.data(), static_cast<int>(big.size()), kLimit, &c.timedOut, 0, &c.count);
+                c.error =
+                    sender.SendWithTimeOut(big.data(), static_cast<int>(big.size()), kLimit, &c.timedOut, 0, &c.count);
             else if (i == 1)
                 c.error = receiver.RecvWithTimeout(big.data(), 1, kLimit, &c.timedOut, 0, &c.count);
             else if (i == 2)
