@@ -191,6 +191,7 @@ TEST(CZySocket, TimeLimitsHold)
     ASSERT_FALSE(sender.SetToNonBlocking().IsError());
     struct Case
     {
+        Case(const char* name) : what(name) {}
         const char* what;
         CZyError error;
         int timedOut = -1, count = -1;
