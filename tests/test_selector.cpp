@@ -250,7 +250,8 @@ TEST(CZySocketSelector, ClosesFromManyThreadsWhileSelectorsWait)
     {
         Pairs idle{8}, own{2};  // own.b[0] is kept readable, own.b[1] is closed in the end
         CZySocketSelector selector;
-        int wrongResults = 0, code = 0;
+        int wrongResults = 0;
+        std::atomic<int> code{0}, rounds{0};
     };
     std::vector<std::unique_ptr<Watch>> watches;
     std::atomic<bool> doomedClosed{false};
@@ -275,6 +276,7 @@ TEST(CZySocketSelector, ClosesFromManyThreadsWhileSelectorsWait)
                 if ((w->code = err.GetErrorCode()) != 0)
                     return;
                 w->wrongResults += HandlesOf(w->selector.GetReadSelected()) != Handles{H(w->own.b[0])};
+                ++w->rounds;
             }
         });
     for (int i = 0; i < kClosers; ++i)
@@ -288,6 +290,12 @@ TEST(CZySocketSelector, ClosesFromManyThreadsWhileSelectorsWait)
         });
     for (std::thread& t : closers)
         t.join();
+    // Each selector first catches up with those closes: one that builds its
+    // event set afresh takes a new descriptor, which could otherwise get the
+    // number of a socket closed below (and be watched under that number).
+    for (const std::unique_ptr<Watch>& w : watches)
+        for (const int seen = w->rounds; w->rounds < seen + 2 && w->code == 0;)
+            std::this_thread::yield();
     for (const std::unique_ptr<Watch>& w : watches)
         w->own.b[1].Close();
     doomedClosed = true;
