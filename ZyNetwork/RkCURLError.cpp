@@ -28,15 +28,30 @@ std::string Describe(const char* format, va_list args)
     return text;
 }
 
+// An item that cannot be allocated is left out rather than thrown for; the
+// error made with it stays an error, without items.
+FXErrorItemPtr Own(FXErrorItem* item)
+{
+    if (item == nullptr)
+        return FXErrorItemPtr();
+    try
+    {
+        return FXErrorItemPtr(item);  // deletes the item when it throws
+    }
+    catch (const std::bad_alloc&)
+    {
+        return FXErrorItemPtr();
+    }
+}
+
 FXErrorItemPtr NewItem(const FXCodeLocation& location, int code)
 {
-    // An item that cannot be allocated is left out rather than thrown for.
-    return FXErrorItemPtr(new (std::nothrow) FXErrorItemRkCURL(location, code));
+    return Own(new (std::nothrow) FXErrorItemRkCURL(location, code));
 }
 
 FXErrorItemPtr NewItem(const FXCodeLocation& location, int code, const std::string& description)
 {
-    return FXErrorItemPtr(new (std::nothrow) FXErrorItemRkCURLDescription(location, code, description));
+    return Own(new (std::nothrow) FXErrorItemRkCURLDescription(location, code, description));
 }
 }  // namespace
 

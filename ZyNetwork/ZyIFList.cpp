@@ -67,7 +67,7 @@ CZyError ReadUsedAdapters(zyos::AdapterTable& table, const char* function, int f
         if (adapter.type == zyos::ADAPTER_TYPE_SOFTWARE_LOOPBACK || adapter.operStatus == zyos::ADAPTER_OPER_UP)
             used.push_back(adapter);
         else
-            ZY_LOG(2, function, "Skipping disabled interface '%s'", adapter.name.c_str());
+            ZY_LOG(-1, function, "Skipping disabled interface '%s'", adapter.name.c_str());
     }
     table.Release();
     return CZyError::Success();
@@ -142,7 +142,7 @@ CZyError CollectInterfacePairs(zyos::AdapterTable& table, std::vector<std::pair<
             if (MakeInterfacePair(unicast, pair))
                 list.push_back(pair);
             else
-                ZY_LOG(2, "CZyIPAddr::GetIFList", "Unknown address family (%d), skipping",
+                ZY_LOG(-1, "CZyIPAddr::GetIFList", "Unknown address family (%d), skipping",
                        static_cast<int>(unicast.address.family));
         }
     }

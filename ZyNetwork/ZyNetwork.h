@@ -1,9 +1,15 @@
-// Includes every public header of the library.
+// Includes every public header of the library that both platforms build
+// (the WinINet and WinHTTP clients, ZyHTTP.h and ZyHTTP2.h, are Windows-only
+// and included on their own).
 #pragma once
 
 #include "ZyNetwork/QosWaveApi.h"
 #include "ZyNetwork/CurlWrapper.h"
 #include "ZyNetwork/RkCURLError.h"
+#include "ZyNetwork/RkFTPReq.h"
+#include "ZyNetwork/RkHTTPReq.h"
+#include "ZyNetwork/RkProtocolReq.h"
+#include "ZyNetwork/RkSFTPReq.h"
 #include "ZyNetwork/ZyFdset.h"
 #include "ZyNetwork/ZyIPAddr.h"
 #include "ZyNetwork/ZyIPAddrBlacklist.h"

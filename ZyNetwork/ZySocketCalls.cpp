@@ -473,7 +473,7 @@ int ZYNET_socketpair(ZYNET_SOCKET pair[2])
             break;
         }
 
-        ZY_LOG(3, "ZYNET_socketpair", "Socket pair over %s failed with %d; trying the next address",
+        ZY_LOG(2, "ZYNET_socketpair", "Socket pair over %s failed with %d; trying the next address",
                ZYNET_family2str(family), rc);
         result = rc;
         // Closing may overwrite the thread's last error; keep the failing code.

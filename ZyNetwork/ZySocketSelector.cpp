@@ -56,6 +56,10 @@ struct CZySocketSelector::Mirror
     std::vector<const CZySocket*> index[3];
     uint64_t journalSeen = 0;  // closes of the journal already looked at
     size_t lastReady = 0;      // handles the previous wait kept, over the three sets
+    // Registration changes so far, and their number at the last wait: the
+    // getters may hand back a whole registered set only while they agree.
+    uint64_t changes = 0;
+    uint64_t changesAtWait = 0;
     std::vector<ZYNET_SOCKET> closed;
 
     ~Mirror() { Drop(); }
@@ -121,6 +125,8 @@ CZySocketSelector::CZySocketSelector(const CZySocketSelector& other)
       m_mirror(new Mirror())
 {
     m_mirror->lastReady = other.m_mirror->lastReady;
+    m_mirror->changes = other.m_mirror->changes;
+    m_mirror->changesAtWait = other.m_mirror->changesAtWait;
     const SocketSet* sets[3] = {&m_readSockets, &m_writeSockets, &m_exceptionSockets};
     m_mirror->Reindex(sets);
 }
@@ -142,6 +148,8 @@ CZySocketSelector& CZySocketSelector::operator=(const CZySocketSelector& other)
     m_changed = other.m_changed;
     m_mirror->Drop();
     m_mirror->lastReady = other.m_mirror->lastReady;
+    m_mirror->changes = other.m_mirror->changes;
+    m_mirror->changesAtWait = other.m_mirror->changesAtWait;
     const SocketSet* sets[3] = {&m_readSockets, &m_writeSockets, &m_exceptionSockets};
     m_mirror->Reindex(sets);
     return *this;
@@ -161,6 +169,7 @@ CZyError CZySocketSelector::SetSocket(SocketSet& sockets, ZyFdset& master, const
     if (err.IsError())
         return err.Push(ZY_LOC("CZySocketSelector::SetSocket"));
     const CZySocket& registered = *sockets.insert(socket).first;
+    ++m_mirror->changes;
     m_mirror->Index(category, handle, &registered);
     if (handle > m_highest)
         m_highest = handle;
@@ -184,6 +193,7 @@ void CZySocketSelector::ClearSocket(SocketSet& sockets, ZyFdset& master, const C
     {
         sockets.erase(socket);
         master.clr(socket.GetSocketDescriptor());
+        ++m_mirror->changes;
         m_mirror->Index(category, socket.GetSocketDescriptor(), nullptr);
         if (m_mirror->state == Mirror::kInStep)
             zyos::EventSetRemove(m_mirror->set, socket.GetSocketDescriptor(), 1u << category);
@@ -203,6 +213,7 @@ void CZySocketSelector::ClearCategory(SocketSet& sockets, ZyFdset& master, ZyFds
     else if (!sockets.empty())
         m_mirror->Changed();
     m_mirror->index[category].clear();
+    ++m_mirror->changes;
     master.zero();
     working.zero();
     sockets.clear();
@@ -381,6 +392,7 @@ CZyError CZySocketSelector::ListWait(const struct timeval* limit, bool* timedOut
 CZyError CZySocketSelector::Select(const struct timeval* limit, bool* timedOut)
 {
     int ready = 0;
+    m_mirror->changesAtWait = m_mirror->changes;
     // The event set serves a wait with a valid limit (converted as the list
     // wait converts it); everything else goes to the list wait, which
     // reports it as before.
@@ -454,10 +466,12 @@ CZySocketSelector::SocketSet CZySocketSelector::Selected(const SocketSet& socket
     const ZYNET_fd_set* ready = working.get_fdsetp();
     if (!ready || sockets.empty() || ready->fd_count == 0)
         return result;
-    // Every registered socket ready (each handle is listed once): the
-    // result is a copy of the ordered set, which copies the tree as it
-    // stands instead of inserting node by node.
-    if (ready->fd_count == sockets.size())
+    // Every registered socket ready (each handle is listed once) and the
+    // registration unchanged since the wait: the result is a copy of the
+    // ordered set, which copies the tree as it stands instead of inserting
+    // node by node. After a change, the handles are looked up one by one,
+    // so that only sockets registered now and found ready come back.
+    if (ready->fd_count == sockets.size() && m_mirror->changes == m_mirror->changesAtWait)
         return sockets;
     // A grown set keeps more slots than the record's declared array, so the
     // handles are read through a pointer to the storage. The scratch vector

@@ -1,5 +1,7 @@
 #include "ZyUtils/ZyError.h"
 
+#include <new>
+
 #include "ZyUtils/ZyString.h"
 
 FXCodeLocation::FXCodeLocation(const char* file, const char* function, int line)
@@ -64,12 +66,21 @@ FXErrorItem* FXErrorItem::Clone() const
     return new FXErrorItem(*this);
 }
 
-CZyError::CZyError() : m_code(0) {}
+CZyError::CZyError() : m_code(0), m_error(false) {}
 
-CZyError::CZyError(int32_t code, const FXErrorItemPtr& item) : m_code(code)
+CZyError::CZyError(int32_t code, const FXErrorItemPtr& item) : m_code(code), m_error(true)
 {
+    // Out of memory, the error is kept without its item rather than lost.
     if (item)
-        m_items.push_back(item);
+    {
+        try
+        {
+            m_items.push_back(item);
+        }
+        catch (const std::bad_alloc&)
+        {
+        }
+    }
 }
 
 EErrorKind CZyError::GetErrorKind() const
@@ -93,6 +104,7 @@ bool CZyError::HasMessage(const std::string& message) const
 CZyError& CZyError::Push(const FXCodeLocation& location)
 {
     m_items.push_back(FXErrorItemPtr(new FXErrorItem(location)));
+    m_error = true;
     return *this;
 }
 
@@ -103,13 +115,17 @@ CZyError& CZyError::Push(const FXCodeLocation& location, const char* format, ...
     std::string message = FXString::FormatArgList(format, args);
     va_end(args);
     m_items.push_back(FXErrorItemPtr(new FXErrorItem(location, EErrorKind::None, 0, std::move(message))));
+    m_error = true;
     return *this;
 }
 
 CZyError& CZyError::Push(const FXErrorItemPtr& item)
 {
     if (item)
+    {
         m_items.push_back(item);
+        m_error = true;
+    }
     return *this;
 }
 
@@ -117,6 +133,7 @@ CZyError CZyError::Copy() const
 {
     CZyError copy;
     copy.m_code = m_code;
+    copy.m_error = m_error;
     for (const FXErrorItemPtr& item : m_items)
         copy.m_items.push_back(FXErrorItemPtr(item->Clone()));
     return copy;
@@ -124,8 +141,10 @@ CZyError CZyError::Copy() const
 
 std::string CZyError::AsString() const
 {
-    if (m_items.empty())
+    if (!m_error)
         return "Success";
+    if (m_items.empty())
+        return FXString::Format("#0 error %d (no details: out of memory)", static_cast<int>(m_code));
     std::string text;
     for (size_t i = 0; i < m_items.size(); ++i)
     {

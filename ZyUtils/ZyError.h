@@ -82,10 +82,11 @@ public:
     // The no-error value.
     CZyError();
     static CZyError Success() { return CZyError(); }
-    // An error with a code and the item that raised it.
+    // An error with a code and the item that raised it. A null item (one
+    // that could not be allocated) still makes an error, without items.
     CZyError(int32_t code, const FXErrorItemPtr& item);
 
-    bool IsError() const { return !m_items.empty(); }
+    bool IsError() const { return m_error; }
     int32_t GetErrorCode() const { return m_code; }
     bool Is(int32_t code) const { return IsError() && m_code == code; }
     bool IsNot(int32_t code) const { return !Is(code); }
@@ -98,6 +99,7 @@ public:
     bool HasMessage(const std::string& message) const;
 
     // Passing on: each adds one item on top of the stack and returns *this.
+    // A value with an item is an error.
     CZyError& Push(const FXCodeLocation& location);
     CZyError& Push(const FXCodeLocation& location, const char* format, ...) ZY_PRINTF_LIKE(3, 4);
     CZyError& Push(const FXErrorItemPtr& item);
@@ -110,6 +112,7 @@ public:
 
 private:
     int32_t m_code;
+    bool m_error;
     std::vector<FXErrorItemPtr> m_items;
 };
 

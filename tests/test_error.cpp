@@ -2,11 +2,29 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <new>
 
+#include "ZyNetwork/RkCURLError.h"
 #include "ZyUtils/LogWriter.h"
 #include "ZyUtils/ZyError.h"
 #include "ZyUtils/ZyString.h"
 #include "support/LogCapture.h"
+
+// Non-throwing allocations in this program fail while this is set.
+static std::atomic<bool> g_failNothrowNew{false};
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    try
+    {
+        return g_failNothrowNew ? nullptr : ::operator new(size);
+    }
+    catch (const std::bad_alloc&)
+    {
+        return nullptr;
+    }
+}
 
 namespace
 {
@@ -34,6 +52,19 @@ TEST(ZyError, SuccessIsTheOnlyNonError)
     EXPECT_EQ(ok.AsString(), "Success");
     // An error whose code happens to be 0 is still an error.
     EXPECT_TRUE(FXErrorUtil::ErrorInt(ZY_LOC("T"), 0, "zero").IsError());
+
+    // Out of memory, a transfer error loses its item but stays an error.
+    g_failNothrowNew = true;
+    CZyError plain = RkCURL::ErrorRkCURL(ZY_LOC("T"), 28);
+    CZyError described = RkCURL::ErrorRkCURL(ZY_LOC("T"), 7, "connect to %s failed", "localhost");
+    g_failNothrowNew = false;
+    for (const CZyError& err : {plain, described, plain.Copy()})
+    {
+        EXPECT_TRUE(err.IsError() && err.GetItems().empty());
+        EXPECT_NE(err.AsString(), "Success");
+    }
+    EXPECT_TRUE(RkCURL::IsRkCURL(plain, 28) && RkCURL::GetRkCURL(described) == 7);
+    EXPECT_EQ(RkCURL::ErrorRkCURL(ZY_LOC("T"), 28).GetItems().size(), 1u);
 }
 
 TEST(ZyError, StackGrowsOutwardsFromThePlaceOfFailure)
@@ -105,10 +136,9 @@ TEST(LogWriter, WritesOnlyThroughAnInstalledWriter)
     EXPECT_EQ(ZyLogLevel(), -2);
     {
         zytest::LogCapture log(0);
-        ZY_LOG(-1, "CZyIPAddr::GetIFList", "Skipping disabled interface '%s'", "eth1");
+        ZY_LOG(-1, "F", "x%d", 1);
         EXPECT_EQ(ZyLogLevel(), 0);
-        EXPECT_EQ(log.lines, std::vector<std::string>{"-1|Skipping disabled interface 'eth1'"});
-        EXPECT_EQ(log.functions, std::vector<std::string>{"CZyIPAddr::GetIFList"});
+        EXPECT_TRUE(log.Has("-1|x1") && log.functions == std::vector<std::string>{"F"});
     }
     EXPECT_EQ(ZyLogLevel(), -2);
 }

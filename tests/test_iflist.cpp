@@ -172,6 +172,8 @@ TEST(IFListProtocol, UsesUpAdaptersAndLoopbackInTableOrder)
     EXPECT_EQ(Text(pairs[1].first) + " " + Text(pairs[1].second), "fd00::1234:0:0:7 0.0.0.0");
     EXPECT_EQ(Text(pairs[2].first) + " " + Text(pairs[2].second), "127.0.0.1 127.0.0.0");  // down loopback counts
     EXPECT_TRUE(t.released);
+    EXPECT_TRUE(log.Has("-1|Skipping disabled interface 'eth1'") &&
+                log.Has("-1|Unknown address family (17), skipping"));
 
     // The second call always lists every family; duplicates stay and the
     // list grows behind what it held.

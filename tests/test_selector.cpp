@@ -3,7 +3,10 @@
 // with descriptors past 1024 work.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <memory>
 #include <set>
+#include <thread>
 #include <vector>
 
 #include "ZyNetwork/ZySocketSelector.h"
@@ -129,6 +132,44 @@ TEST(CZySocketSelector, ReportsExactlyTheReadySocketsAndKeepsRegistration)
     EXPECT_EQ(HandlesOf(selector.GetReadSelected()), (Handles{H(p.b[2])}));
 }
 
+// The getters report only sockets registered now that the last wait found
+// ready, whatever was cleared, registered again or registered anew between
+// the wait and the getter. Each category has one ready socket (p.b[0]) and
+// one idle listener registered.
+TEST(CZySocketSelector, GettersFollowRegistrationChangesAfterTheWait)
+{
+    typedef CZySocketSelector S;
+    typedef void (S::*Change)(const CZySocket&);
+    const Change sets[] = {&S::SetReadSocket, &S::SetWriteSocket, &S::SetExceptionSocket};
+    const Change clears[] = {&S::ClearReadSocket, &S::ClearWriteSocket, &S::ClearExceptionSocket};
+    S::SocketSet (S::*const getters[])() = {&S::GetReadSelected, &S::GetWriteSelected, &S::GetExceptionSelected};
+    const int sendFlags[] = {0, -1, 1};  // the peer sends a byte, nothing (writable anyway), urgent data
+    // 0 clear the ready socket, 1 register it again, 2 replace both by a
+    // new socket, 3 clear the idle one.
+    for (int c = 0; c < 3; ++c)
+        for (int change = 0; change < 4; ++change)
+        {
+            Pairs p(2);
+            CZySocket idle;
+            ASSERT_FALSE(!p.b[1].IsValid() || idle.Bind(CZyIPAddr("127.0.0.1")).IsError() || idle.Listen(1).IsError());
+            S selector;
+            (selector.*sets[c])(p.b[0]);
+            (selector.*sets[c])(idle);
+            int count = 0;
+            if (sendFlags[c] >= 0)
+                ZYTEST_ASSERT_OK(p.a[0].Send("u", 1, sendFlags[c], &count));
+            EXPECT_FALSE(Wait(selector, 5)) << c;
+            (selector.*clears[c])(change == 3 ? idle : p.b[0]);
+            if (change == 1)
+                (selector.*sets[c])(p.b[0]);
+            if (change == 2)
+                (selector.*clears[c])(idle), (selector.*sets[c])(p.b[1]);
+            EXPECT_EQ(HandlesOf((selector.*getters[c])()), change % 2 ? Handles{H(p.b[0])} : Handles{})
+                << "category " << c << ", change " << change;
+            idle.Close();
+        }
+}
+
 #if !defined(_WIN32)
 TEST(CZySocketSelector, ThreeThousandSocketsPastDescriptor1024)
 {
@@ -195,6 +236,73 @@ TEST(CZySocketSelector, RegisteredSocketClosedThroughTheLibraryFailsSelectUntilC
     EXPECT_FALSE(Wait(selector, 5));
     EXPECT_EQ(HandlesOf(selector.GetReadSelected()), (Handles{H(p.b[1])}));
     EXPECT_EQ(HandlesOf(selector.GetWriteSelected()), (Handles{H(p.a[2])}));
+}
+
+// Closes through the library from many threads while selectors wait on
+// sockets of their own: no close waits for another or for a selector, every
+// wait keeps reporting its one ready socket, and a registered socket closed
+// afterwards fails the next wait of its selector with 10038 although
+// another socket is ready.
+TEST(CZySocketSelector, ClosesFromManyThreadsWhileSelectorsWait)
+{
+    const int kSelectors = 3, kClosers = 3, kPairsEach = zytest::IsWindowsTarget() ? 60 : 200;
+    struct Watch
+    {
+        Pairs idle{8}, own{2};  // own.b[0] is kept readable, own.b[1] is closed in the end
+        CZySocketSelector selector;
+        int wrongResults = 0;
+        std::atomic<int> code{0}, rounds{0};
+    };
+    std::vector<std::unique_ptr<Watch>> watches;
+    std::atomic<bool> doomedClosed{false};
+    std::vector<std::thread> selectors, closers;
+    for (int i = 0; i < kSelectors; ++i)
+    {
+        watches.emplace_back(new Watch());
+        Watch* w = watches.back().get();
+        ASSERT_FALSE(HasFailure());
+        AddIdle(w->selector, w->idle);
+        w->selector.SetReadSocket(w->own.b[0]);
+        w->selector.SetReadSocket(w->own.b[1]);
+        Transfer(w->own.a[0], true);
+    }
+    for (const std::unique_ptr<Watch>& watch : watches)
+        selectors.emplace_back([&doomedClosed, w = watch.get()] {
+            for (bool closedBefore = false; !closedBefore; std::this_thread::yield())
+            {
+                closedBefore = doomedClosed;
+                const struct timeval limit = {0, 0};
+                CZyError err = w->selector.Select(&limit, nullptr);
+                if ((w->code = err.GetErrorCode()) != 0)
+                    return;
+                w->wrongResults += HandlesOf(w->selector.GetReadSelected()) != Handles{H(w->own.b[0])};
+                ++w->rounds;
+            }
+        });
+    for (int i = 0; i < kClosers; ++i)
+        closers.emplace_back([kPairsEach] {
+            for (int n = 0; n < kPairsEach; ++n)
+            {
+                CZySocket a, b;
+                if (!CZySocket::CreateSocketPair(&a, &b).IsError())
+                    a.Close(), b.Close();
+            }
+        });
+    for (std::thread& t : closers)
+        t.join();
+    // Each selector first catches up with those closes: one that builds its
+    // event set afresh takes a new descriptor, which could otherwise get the
+    // number of a socket closed below (and be watched under that number).
+    for (const std::unique_ptr<Watch>& w : watches)
+        for (const int seen = w->rounds; w->rounds < seen + 2 && w->code == 0;)
+            std::this_thread::yield();
+    for (const std::unique_ptr<Watch>& w : watches)
+        w->own.b[1].Close();
+    doomedClosed = true;
+    for (std::thread& t : selectors)
+        t.join();
+    for (const std::unique_ptr<Watch>& w : watches)
+        EXPECT_TRUE(w->code == 10038 && w->wrongResults == 0) << w->code << " " << w->wrongResults;
 }
 
 #if !defined(_WIN32)

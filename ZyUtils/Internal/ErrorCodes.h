@@ -1,7 +1,8 @@
 // The error-code numbers that the library raises itself, named once. They
 // are the same numbers on every platform: Win32 codes, Winsock codes (the
 // portable socket codes; POSIX errno values are translated to them at the OS
-// boundary) and the few errno-kind codes the specified calls report.
+// boundary) and the few errno-kind codes that the accept wait and the address
+// family checks report.
 // Internal: not installed.
 #pragma once
 

@@ -1,11 +1,16 @@
-// Uses the installed library through its public headers: a flat address
-// function, a socket pair with time limits and an error value from the
-// address class. Prints "consumer: ok" and exits 0 when every check holds.
+// Uses the installed library through its umbrella header only: a flat
+// address function, a socket pair with time limits, an error value from the
+// address class and the transfer classes. Prints "consumer: ok" and exits 0 when every check holds.
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <type_traits>
 
 #include <ZyNetwork/ZyNetwork.h>
+
+static_assert(std::is_base_of<RkCURL::RkProtocolReq, RkCURL::RkHTTPReq>::value &&
+                  std::is_base_of<RkCURL::RkFTPReq, RkCURL::RkSFTPReq>::value,
+              "the umbrella header brings the transfer classes");
 
 static int failures = 0;
 
