@@ -2,8 +2,9 @@
 // (ZYNET_close, and so CZySocket::Close), so that a selector watching a
 // kernel event set learns cheaply that one of its registered sockets was
 // closed: the kernel drops a closed descriptor from the set without a word.
-// Lock-free (Internal/CloseJournal.cpp). Windows has no kernel event set for
-// the selector, so there the journal records nothing.
+// Lock-free (Posix/CloseJournalPosix.cpp). Windows has no kernel event set
+// for the selector, so there the journal records nothing
+// (Windows/CloseJournalWindows.cpp).
 // Internal: not installed, not exported.
 #pragma once
 
@@ -15,17 +16,6 @@
 
 namespace zyjournal
 {
-#ifdef _WIN32
-inline void NoteClosed(ZYNET_SOCKET) {}
-inline uint64_t Generation()
-{
-    return 0;
-}
-inline bool ClosedSince(uint64_t, uint64_t, std::vector<ZYNET_SOCKET>&)
-{
-    return true;
-}
-#else
 // Records a handle that has just been closed.
 void NoteClosed(ZYNET_SOCKET handle);
 
@@ -36,5 +26,4 @@ uint64_t Generation();
 // to generation `upTo` (a value Generation() returned); false when some of
 // them are no longer held, so that the caller must check everything.
 bool ClosedSince(uint64_t since, uint64_t upTo, std::vector<ZYNET_SOCKET>& out);
-#endif
 }  // namespace zyjournal

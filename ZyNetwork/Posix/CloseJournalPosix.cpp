@@ -7,8 +7,6 @@
 // closes). No close ever waits for another close or for a reader.
 #include "ZyNetwork/Internal/CloseJournal.h"
 
-#ifndef _WIN32
-
 #include <atomic>
 #include <cstddef>
 
@@ -60,5 +58,3 @@ bool ClosedSince(uint64_t since, uint64_t upTo, std::vector<ZYNET_SOCKET>& out)
     return true;
 }
 }  // namespace zyjournal
-
-#endif
