@@ -13,6 +13,7 @@ packages=(
   iproute2 util-linux procps python3
   nginx tinyproxy openssl apache2 curl
   python3-pyftpdlib python3-openssl openssh-server openssh-client passwd
+  doxygen
 )
 
 missing=()
