@@ -92,19 +92,23 @@ def build_consumers(args, root, work):
 
     by_cmake = os.path.join(work, "cmake-build")
     run([args.cmake, "-S", consumer, "-B", by_cmake, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
-         "-DCMAKE_TOOLCHAIN_FILE=" + args.toolchain, "-DCMAKE_PREFIX_PATH=" + root,
+         "-DCMAKE_TOOLCHAIN_FILE=" + args.toolchain, "-DZyNetwork_DIR=" + os.path.join(root, "lib", "cmake", "ZyNetwork"),
          "-DCMAKE_CXX_FLAGS=-isystem " + boost, "-DZYNET_EXAMPLES_DIR=" + examples])
     run([args.cmake, "--build", by_cmake])
 
     by_pc = os.path.join(work, "pkg-config-build")
     os.makedirs(by_pc)
     env = dict(os.environ, PKG_CONFIG_PATH=os.path.join(root, "lib", "pkgconfig"), PKG_CONFIG_LIBDIR="")
-    flags = run(["pkg-config", "--cflags", "--libs", "zynetwork"], env=env).split()
+    cflags = run(["pkg-config", "--cflags", "zynetwork"], env=env).split()
+    libs = run(["pkg-config", "--libs", "zynetwork"], env=env).split()
+    # The C++ runtime goes in statically (-static) while ZyNetwork stays the
+    # DLL: the import library is taken in dynamic mode.
+    libs = ["-static", "-Wl,-Bdynamic"] + libs + ["-Wl,-Bstatic"]
     sources = [os.path.join(consumer, "consumer.cpp")] + sorted(glob.glob(os.path.join(examples, "*.cpp")))
     for source in sources:
         name = os.path.splitext(os.path.basename(source))[0] + ".exe"
-        run(["x86_64-w64-mingw32-g++-posix", "-std=c++17", "-isystem", boost, source, "-o",
-             os.path.join(by_pc, name)] + flags + ["-static"])
+        run(["x86_64-w64-mingw32-g++-posix", "-std=c++17", "-isystem", boost] + cflags +
+            [source, "-o", os.path.join(by_pc, name)] + libs)
     # Each program finds the DLLs in its own directory, as the README says.
     for out in (by_cmake, by_pc):
         for dll in ("ZyNetwork.dll", "RKCurl.dll"):
