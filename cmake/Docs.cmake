@@ -19,9 +19,11 @@ list(SORT ZYNET_DOC_HEADERS)
 string(JOIN " " ZYNET_DOXYGEN_INPUT ${ZYNET_DOC_HEADERS} ${CMAKE_SOURCE_DIR}/docs/USING.md)
 set(ZYNET_DOXYGEN_OUTPUT ${CMAKE_BINARY_DIR}/docs/api)
 set(ZYNET_DOXYGEN_HTML YES)
+set(ZYNET_DOXYGEN_CHECK NO)
 configure_file(${CMAKE_SOURCE_DIR}/docs/api/Doxyfile.in ${CMAKE_BINARY_DIR}/docs/api/Doxyfile @ONLY)
 set(ZYNET_DOXYGEN_OUTPUT ${CMAKE_BINARY_DIR}/docs/api-check)
 set(ZYNET_DOXYGEN_HTML NO)
+set(ZYNET_DOXYGEN_CHECK YES)
 configure_file(${CMAKE_SOURCE_DIR}/docs/api/Doxyfile.in ${CMAKE_BINARY_DIR}/docs/api/Doxyfile-check @ONLY)
 
 add_custom_target(docs
