@@ -19,6 +19,7 @@
 struct sockaddr;
 struct _OVERLAPPED;
 
+// The qWAVE version a caller asks for (1.0).
 typedef struct _QOS_VERSION
 {
     unsigned short MajorVersion;

@@ -103,6 +103,8 @@ typedef CurlWrapper::rk_curl_debug_callback RkTraceCallback;
 typedef int (*RkProgressCallback)(void* userData, curl_off_t downloadTotal, curl_off_t downloadNow,
                                   curl_off_t uploadTotal, curl_off_t uploadNow);
 
+// The common request class described above; the protocol classes derive
+// from it.
 class ZYNET_API RkProtocolReq
 {
 public:

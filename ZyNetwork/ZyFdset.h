@@ -22,6 +22,8 @@ typedef struct ZYNET_fd_set
     uint32_t fd_array[ZYNET_FD_SETSIZE];
 } ZYNET_fd_set;
 
+// A growable descriptor set: inline room for ZYNET_FD_SETSIZE handles, then
+// one heap block up to `maxsize`.
 typedef struct rkfdset
 {
     ZYNET_fd_set* fdsetp;  // the active storage: &fds or a heap block; null when not allocated
@@ -50,6 +52,8 @@ ZYNET_API void rkfdset_maxsock_set(int maxsock);
 #ifdef __cplusplus
 }
 
+// A growable descriptor set as an object: allocated by init() or the first
+// set(), freed by the destructor.
 class ZYNET_API ZyFdset
 {
 public:

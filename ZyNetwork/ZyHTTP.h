@@ -35,6 +35,7 @@
 #include "ZyUtils/ZyExport.h"
 #include "ZyUtils/ZyString.h"
 
+// The WinINet client described above.
 class ZYNET_API ZyHTTP
 {
 public:

@@ -18,6 +18,7 @@
 
 class CZyFile;
 
+// The WinHTTP client described above: one object, one session.
 class ZYNET_API CZyHTTP2
 {
 public:

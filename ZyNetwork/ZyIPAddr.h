@@ -12,6 +12,8 @@
 #include "ZyUtils/ZyError.h"
 #include "ZyUtils/ZyString.h"
 
+// One address (IPv4, IPv6 or a Unix-domain path) with its port, plus the
+// static name, interface, CIDR and stack-probe operations.
 class ZYNET_API CZyIPAddr
 {
 public:
@@ -23,11 +25,13 @@ public:
         IP_FAMILY_IPV6 = ZYNET_AF_INET6
     };
 
+    // What GetAllInterfaces is asked to collect.
     struct GetAllInterfacesArgs_t
     {
         bool wantAddresses;
         bool wantHostNames;
     };
+    // What GetAllInterfaces collected.
     struct GetAllInterfacesRet_t
     {
         std::vector<std::string> addressTexts;

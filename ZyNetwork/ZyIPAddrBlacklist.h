@@ -32,6 +32,7 @@ public:
     int32_t time;       // seconds since 1970 of the last report, advanced by forgiven periods
 };
 
+// The blacklist described above: entries, their report counts and expiry.
 class ZYNET_API CZyIPAddrBlacklist
 {
 public:

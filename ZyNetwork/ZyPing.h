@@ -51,6 +51,7 @@ typedef struct _ZyPingResponse
     uint64_t timeMs = 0;    // this cycle's time
 } ZyPingResponse;
 
+// Receives each cycle's result and the progress text of a ping series.
 class ZYNET_API CZyPingCallback
 {
 public:
@@ -61,6 +62,7 @@ public:
     virtual void OnPingLog(char const* text) = 0;
 };
 
+// The ICMP echo client: sends a series of echo requests to one IPv4 host.
 class ZYNET_API CZyPing
 {
 public:

@@ -20,25 +20,45 @@ typedef void (*ZYNET_SocketCallback)(ZYNET_SOCKET handle);
 
 extern "C" {
 
+// A stream socket of `family` (ZYNET_AF_*) in *out; 0 or the error code
+// (the flat calls return Winsock numbers on every platform).
 ZYNET_API int ZYNET_socket(int family, ZYNET_SOCKET* out);
+// A UDP socket of `family` in *out.
 ZYNET_API int ZYNET_dgramsocket(int family, ZYNET_SOCKET* out);
+// A raw ICMP socket (protocol 1) of `family` in *out; needs privileges.
 ZYNET_API int ZYNET_icmpsocket(int family, ZYNET_SOCKET* out);
+// Binds to `addr` (its actual length is computed from its family).
 ZYNET_API int ZYNET_bind(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr);
+// Connects to `addr`.
 ZYNET_API int ZYNET_connect(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr);
+// Calls the listen callback (ZYNET_setlistencb) with the handle, then listens.
 ZYNET_API int ZYNET_listen(ZYNET_SOCKET handle, int backlog);
+// Accepts one client into *out and its address into *peer. A failed platform
+// accept still returns 0, with *out invalid and the code as the thread's last
+// socket error.
 ZYNET_API int ZYNET_accept(ZYNET_SOCKET listener, ZYNET_SOCKET* out, ZYNET_SockAddr* peer);
 // Returns closesocket's own result: 0, or -1 with the code left as the
 // thread's last socket error (the other calls return the code itself).
 ZYNET_API int ZYNET_close(ZYNET_SOCKET handle);
+// Shuts down one or both directions (the platform's `how`).
 ZYNET_API int ZYNET_shutdown(ZYNET_SOCKET handle, int how);
+// Sends the whole buffer (looping over partial sends); *count tells how much
+// went out.
 ZYNET_API int ZYNET_send(ZYNET_SOCKET handle, const void* buffer, int length, int* count, int flags);
+// Receives until the buffer is full or the peer shuts down (0 with *count
+// below `length`).
 ZYNET_API int ZYNET_recv(ZYNET_SOCKET handle, void* buffer, int length, int* count, int flags);
+// ZYNET_send with a limit of `seconds` (checked once a second; 0 or less: no
+// limit); when it runs out, 0 with *timedOut set to 1.
 ZYNET_API int ZYNET_sendwithtimeout(ZYNET_SOCKET handle, const void* buffer, int length, int* count, int seconds,
                                     int* timedOut, int flags);
+// ZYNET_recv with a limit, as ZYNET_sendwithtimeout.
 ZYNET_API int ZYNET_recvwithtimeout(ZYNET_SOCKET handle, void* buffer, int length, int* count, int seconds,
                                     int* timedOut, int flags);
+// Sends one ICMP datagram to `peer`, waiting up to `seconds` to be able to.
 ZYNET_API int ZYNET_sendtoicmpsocket(ZYNET_SOCKET handle, ZYNET_SockAddr* peer, const void* buffer, int length,
                                      int* count, int flags, int seconds, int* timedOut);
+// Receives one ICMP datagram and its sender, waiting up to `seconds`.
 ZYNET_API int ZYNET_recvfromicmpsocket(ZYNET_SOCKET handle, ZYNET_SockAddr* peer, void* buffer, int length,
                                        int* count, int flags, int seconds, int* timedOut);
 // Waits on list-form descriptor sets; each set is rewritten to the ready
@@ -47,20 +67,32 @@ ZYNET_API int ZYNET_select(int nfds, ZYNET_fd_set* readSet, ZYNET_fd_set* writeS
                            const struct timeval* timeout, int* count);
 // `command` is the platform's own ioctl command (FIONREAD, FIONBIO, ...).
 ZYNET_API int ZYNET_ioctl(ZYNET_SOCKET handle, long command, unsigned long* argument);
+// Puts the socket into blocking mode.
 ZYNET_API int ZYNET_setblocking(ZYNET_SOCKET handle);
+// Puts the socket into non-blocking mode.
 ZYNET_API int ZYNET_setnonblocking(ZYNET_SOCKET handle);
 // Levels and options are the platform's own.
 ZYNET_API int ZYNET_getsockopt(ZYNET_SOCKET handle, int level, int option, char* value, int* length);
 ZYNET_API int ZYNET_setsockopt(ZYNET_SOCKET handle, int level, int option, const char* value, int length);
+// The socket's own address.
 ZYNET_API int ZYNET_getsockname(ZYNET_SOCKET handle, ZYNET_SockAddr* out);
+// The connected peer's address.
 ZYNET_API int ZYNET_getpeername(ZYNET_SOCKET handle, ZYNET_SockAddr* out);
+// The socket's address family, or -1 with the code as the last socket error.
 ZYNET_API int ZYNET_getsockfamily(ZYNET_SOCKET handle);
+// Turns TCP keep-alive on with the idle time and probe interval in seconds.
 ZYNET_API int ZYNET_settcpkeepaliveoptions(ZYNET_SOCKET handle, int idleSeconds, int intervalSeconds);
+// Two connected loopback stream sockets in pair[0] and pair[1].
 ZYNET_API int ZYNET_socketpair(ZYNET_SOCKET pair[2]);
+// A function called with each handle just before ZYNET_close closes it (null:
+// none). Process-wide.
 ZYNET_API void ZYNET_setclosecb(ZYNET_SocketCallback callback);
+// A function called with each handle before ZYNET_listen (null: none).
+// Process-wide.
 ZYNET_API void ZYNET_setlistencb(ZYNET_SocketCallback callback);
 // The thread's last socket error (WSAGetLastError on Windows).
 ZYNET_API int ZYNET_getlasterror(void);
+// Sets the thread's last socket error.
 ZYNET_API void ZYNET_setlasterror(int code);
 
 }  // extern "C"

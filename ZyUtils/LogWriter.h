@@ -6,6 +6,7 @@
 
 #include "ZyUtils/ZyExport.h"
 
+// What a log writer provides: a level, line output and a flush.
 class ZYNET_API CLogWriterInterface
 {
 public:

@@ -51,6 +51,8 @@ enum class EErrorKind
 
 ZYNET_API const char* ErrorKindName(EErrorKind kind);
 
+// One entry of an error's stack: where, and for the raising item its kind,
+// code and message.
 class ZYNET_API FXErrorItem
 {
 public:
@@ -76,6 +78,8 @@ protected:
 
 typedef boost::shared_ptr<FXErrorItem> FXErrorItemPtr;
 
+// An error value: empty for success, otherwise the code and the stack of
+// items from the place that raised it outwards.
 class ZYNET_API CZyError
 {
 public:

@@ -16,6 +16,7 @@ packages=(
   python3-pyftpdlib python3-openssl openssh-server openssh-client passwd
   gcovr
   vsftpd lftp wget time
+  doxygen
 )
 
 missing=()

@@ -12,6 +12,15 @@ if ! command -v dpkg-deb >/dev/null; then
 fi
 out=$(mktemp -d "${TMPDIR:-/tmp}/zynet-debs.XXXXXX")
 trap 'rm -rf "$out"' EXIT
+# The API reference goes into the dev package when it has been built; build
+# it first wherever doxygen is installed.
+api=0
+if command -v doxygen >/dev/null && [ -f "$build/docs/api/Doxyfile" ]; then
+  cmake=$(dirname "$(command -v "$cpack")")/cmake
+  [ -x "$cmake" ] || cmake=cmake
+  "$cmake" --build "$build" --target docs >/dev/null
+  api=1
+fi
 (cd "$build" && "$cpack" -G DEB -B "$out" >/dev/null)
 
 fail() { echo "check-debs: $*"; exit 1; }
@@ -19,7 +28,9 @@ shopt -s nullglob
 debs=("$out"/*.deb)
 [ ${#debs[@]} -eq 3 ] || fail "expected 3 packages, got: ${debs[*]##*/}"
 
-contents() { dpkg-deb -c "$1" | awk '{print $6}'; }
+# The listing is read whole first: `grep -q` stops reading early, which would
+# kill dpkg-deb with a broken pipe.
+contents() { local list; list=$(dpkg-deb -c "$1" | awk '{print $6}'); printf '%s\n' "$list"; }
 find_deb() { for d in "${debs[@]}"; do [ "$(dpkg-deb -f "$d" Package)" = "$1" ] && { echo "$d"; return; }; done; fail "no package $1"; }
 
 runtime=$(find_deb libzynetwork1)
@@ -32,6 +43,9 @@ contents "$dev" | grep -q 'cmake/ZyNetwork/ZyNetworkConfig\.cmake$' || fail "dev
 contents "$dev" | grep -q 'pkgconfig/zynetwork\.pc$' || fail "dev lacks the pkg-config file"
 contents "$dev" | grep -q 'libZyNetwork\.so$' || fail "dev lacks the link library"
 contents "$dev" | grep -Eq '/(Internal|Posix|Windows)/|Os[A-Za-z]*\.h$' && fail "dev carries internal headers"
+if [ $api = 1 ]; then
+  contents "$dev" | grep -q 'share/doc/zynetwork/api/index\.html$' || fail "dev lacks the API reference"
+fi
 contents "$tool" | grep -q 'bin/zynet$' || fail "tool package lacks zynet"
 dpkg-deb -f "$tool" Depends | grep -q 'libzynetwork1 (= ' || fail "tool does not depend on the library"
 dpkg-deb -f "$dev" Depends | grep -q 'libzynetwork1 (= ' || fail "dev does not depend on the library"

@@ -19,23 +19,41 @@ ESSENTIAL_STEPS = ["socket pair echo", "TCP echo over IPv4", "selector over many
                    "interface list"]
 
 
+def curl_beside(tool):
+    """Whether the platform's curl library can be loaded: on Windows RKCurl.dll beside the tool."""
+    return not tool.windows or os.path.exists(os.path.join(os.path.dirname(tool.command[-1]), "RKCurl.dll"))
+
+
 def case_tour(tool):
-    doc = tool.json("tour")
+    env = dict(os.environ)
+    env.pop("ZYNET_CURL_LIBRARY", None)
+    doc = tool.json("tour", env=env)
     expect(doc["command"] == "tour" and doc["ok"] is True, "tour not ok: %r" % doc)
     steps = {step["name"]: step for step in doc["steps"]}
-    expect(len(steps) == 8, "expected 8 steps, got %r" % list(steps))
+    # Transfers: libcurl everywhere, and the Windows clients on Windows.
+    transfers = ["transfers over libcurl"] + (["transfers over WinHTTP", "transfers over WinINet"] if tool.windows else [])
+    count = 8 + len(transfers)
+    expect(len(steps) == count, "expected %d steps, got %r" % (count, list(steps)))
     for step in doc["steps"]:
         expect(step["status"] in ("ok", "skipped"), "step failed: %s" % json.dumps(step, indent=2))
-    for name in ESSENTIAL_STEPS:
+    for name in ESSENTIAL_STEPS + transfers[1:] + (transfers[:1] if curl_beside(tool) else []):
         expect(steps[name]["status"] == "ok", "step %r not ok: %r" % (name, steps[name]))
+    curl = steps["transfers over libcurl"]
+    if curl["status"] == "ok":
+        expect(re.match(r"^libcurl/\d+\.\d+\.\d+ from .*(RKCurl\.dll|libRKCurl\.so|libcurl\.so\.4), "
+                        r"2 GET, 1 PUT, 1 HEAD, \d+ bytes checked$", curl["detail"]), "curl step: %r" % curl)
     expect("127.0.0.1" in steps["resolve localhost"]["detail"], "localhost not 127.0.0.1")
-    expect(doc["passed"] + doc["skipped"] == 8 and doc["failed"] == 0, "counts wrong: %r" % doc)
+    expect(doc["passed"] + doc["skipped"] == count and doc["failed"] == 0, "counts wrong: %r" % doc)
     # Without a command the tour is the default job, printed for people.
-    out, _ = expect_run(tool, [], 0, r"^zynet tour")
+    # Without a curl library the curl step is skipped and says why.
+    missing = dict(os.environ, ZYNET_CURL_LIBRARY="zynet-no-such-curl-library")
+    out, _ = expect_run(tool, [], 0, r"^zynet tour", env=missing)
     lines = [line for line in out.splitlines() if line.strip()]
     steps = [line for line in lines if re.match(r"^\s+\[( ok |skip|FAIL)\] ", line)]
-    expect(len(steps) == 8, "expected 8 step lines:\n" + out)
-    expect(re.match(r"^8 steps: \d+ ok, \d+ skipped, 0 failed$", lines[-1]), "bad summary: " + lines[-1])
+    expect(len(steps) == count, "expected %d step lines:\n%s" % (count, out))
+    expect(re.search(r"^\s+\[skip\] transfers over libcurl\s+no libcurl could be loaded: Failed to load libcurl$",
+                     out, re.M), "no curl skip line:\n" + out)
+    expect(re.match(r"^%d steps: \d+ ok, \d+ skipped, 0 failed$" % count, lines[-1]), "bad summary: " + lines[-1])
 
 
 def case_addr(tool):

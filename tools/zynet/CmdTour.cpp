@@ -8,6 +8,7 @@
 
 #include "Platform.h"
 #include "Tool.h"
+#include "Tour.h"
 #include "ZyNetwork/ZyIPAddr.h"
 #include "ZyNetwork/ZySockAddr.h"
 #include "ZyNetwork/ZySocket.h"
@@ -20,7 +21,7 @@ namespace zynet
 {
 namespace
 {
-const int kLimitSeconds = 5;  // time limit of every transfer in the tour
+const int kLimitSeconds = kTourLimitSeconds;
 
 // Closes the sockets it was given when the step ends, however it ends.
 class SocketCloser
@@ -62,42 +63,6 @@ CZyError EchoOnce(CZySocket& client, CZySocket& server, const std::string& messa
         return FXErrorUtil::ErrorInt(ZY_LOC("zynet::EchoOnce"), 1, "the echo differs from the request");
     detail = FXString::Format("%d bytes echoed", length);
     return CZyError::Success();
-}
-
-struct StepResult
-{
-    enum Status
-    {
-        kOk,
-        kSkipped,
-        kFailed
-    } status = kOk;
-    std::string detail;
-    CZyError error;
-};
-
-StepResult Ok(const std::string& detail)
-{
-    StepResult result;
-    result.detail = detail;
-    return result;
-}
-
-StepResult Skipped(const std::string& reason)
-{
-    StepResult result;
-    result.status = StepResult::kSkipped;
-    result.detail = reason;
-    return result;
-}
-
-StepResult Failed(const CZyError& error, const std::string& what)
-{
-    StepResult result;
-    result.status = StepResult::kFailed;
-    result.detail = what;
-    result.error = error;
-    return result;
 }
 
 StepResult SocketPairEcho()
@@ -331,12 +296,6 @@ StepResult PingLoopback()
     }
 }
 
-struct Step
-{
-    const char* name;
-    StepResult (*run)();
-};
-
 const char* StatusName(StepResult::Status status)
 {
     switch (status)
@@ -351,7 +310,7 @@ const char* StatusName(StepResult::Status status)
 int RunTour(Output& out, const std::vector<std::string>& args)
 {
     ParseArgs(args, {}, {}, 0, 0);
-    const Step steps[] = {
+    std::vector<TourStep> steps = {
         {"socket pair echo", SocketPairEcho},
         {"TCP echo over IPv4", TcpEchoIPv4},
         {"TCP echo over IPv6", TcpEchoIPv6},
@@ -360,13 +319,16 @@ int RunTour(Output& out, const std::vector<std::string>& args)
         {"resolve localhost", ResolveLocalhost},
         {"interface list", Interfaces},
         {"ping 127.0.0.1", PingLoopback},
+        {"transfers over libcurl", TransfersOverCurl},
     };
+    for (const TourStep& step : PlatformTransferSteps())
+        steps.push_back(step);
     out.Line("zynet tour: the library on loopback");
     Json list = Json::array();
     int ok = 0;
     int skipped = 0;
     int failed = 0;
-    for (const Step& step : steps)
+    for (const TourStep& step : steps)
     {
         const CTimeStamp start = CTimeStamp::Now();
         StepResult result = step.run();
