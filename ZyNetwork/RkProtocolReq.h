@@ -87,6 +87,9 @@ struct FileDirInfo
     std::string fullPath;   // the listed directory's path joined with the name, no trailing '/'
     bool isDirectory = false;
     int64_t size = -1;      // bytes; -1 unknown. Listings that round (e.g. "1.2K") give the rounded value
+    // False when `size` is such a rounded value (HTML listing pages that
+    // show K, M, G); FTP LIST, MLSD and SFTP listings give exact sizes.
+    bool sizeExact = true;
     int64_t modificationTime = -1;  // seconds since 1970-01-01, reading the listed time as UTC; -1 unknown
     std::string modificationText;   // the date and time as the listing wrote them ("" unknown)
     std::string linkTarget;         // the target of a symbolic link where the listing names one

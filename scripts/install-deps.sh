@@ -12,7 +12,7 @@ packages=(
   clang libclang-rt-14-dev
   iproute2 util-linux procps python3
   nlohmann-json3-dev
-  nginx tinyproxy openssl apache2 curl
+  nginx tinyproxy openssl apache2 lighttpd curl
   python3-pyftpdlib python3-openssl openssh-server openssh-client passwd
   gcovr
   vsftpd lftp wget time

@@ -140,25 +140,60 @@ TEST(Listing, EveryPrefixStaysInBounds)
     }
 }
 
-TEST(ListingParser, CapturedApachePage)
+// Pages saved from the real servers over one tree (server time UTC): names
+// from the links, sizes exact or rounded, dates as each server writes them.
+TEST(ListingParser, SavedServerPages)
 {
-    std::string page;
-    const std::string file = zytest::HostPath(ZYTEST_SOURCE_DIR "/data/apache-autoindex-list.html");
-    ASSERT_FALSE(CZyFile::ReadWholeFile(file.c_str(), page).IsError()) << file;
-    const auto entries = Parse(page, "/list");
-    // The parent link ("/") and the four sort links are not entries.
-    ASSERT_EQ(7u, entries.size());
-    const FileDirInfo& dir = entries.at("\xC3\xA9t\xC3\xA9");
-    EXPECT_TRUE(dir.isDirectory && dir.size == -1);
-    EXPECT_EQ("/list/\xC3\xA9t\xC3\xA9", dir.fullPath);
-    const FileDirInfo& umlauts = entries.at("\xC3\xBC" "ber gr\xC3\xB6\xC3\x9F" "e.txt");
-    EXPECT_TRUE(!umlauts.isDirectory && umlauts.size == 45);
-    EXPECT_EQ("2026-11-23 14:14", umlauts.modificationText);
-    EXPECT_EQ(1795443240, umlauts.modificationTime);
-    EXPECT_EQ(15, entries.at("percent%sign & more.txt").size);
-    EXPECT_EQ(0, entries.at("empty.txt").size);
-    EXPECT_EQ(5, entries.at("a long file name that listing pages cut short when they show it.txt").size);
-    EXPECT_TRUE(entries.at("sub dir").isDirectory);
+    struct Case
+    {
+        const char* page;
+        const char* name;
+        bool directory;
+        int64_t size;
+        bool exact;
+        const char* time;
+        int month, day, hour, minute, second;  // of 2026
+    };
+    const char* const lighttpd = "lighttpd-dirlisting.html";
+    const char* const fancy = "apache-fancy.html";
+    const char* const table = "apache-htmltable.html";
+    const Case cases[] = {
+        {lighttpd, "big 3G.iso", false, 3LL << 30, false, "2026-Nov-24 07:02:25", 11, 24, 7, 2, 25},
+        {lighttpd, "mid.bin", false, 1258291, false, "2026-Feb-28 23:59:59", 2, 28, 23, 59, 59},
+        {lighttpd, "a file.txt", false, 102, false, "2026-Nov-23 14:14:07", 11, 23, 14, 14, 7},
+        {lighttpd, "empty.txt", false, 0, false, "2026-Nov-23 14:14:07", 11, 23, 14, 14, 7},
+        {lighttpd, "sub dir", true, -1, true, "2026-Nov-23 14:14:07", 11, 23, 14, 14, 7},
+        {lighttpd, "percent%sign & more.txt", false, 102, false, "2026-Nov-23 14:14:07", 11, 23, 14, 14, 7},
+        {fancy, "big 3G.iso", false, 3LL << 30, false, "2026-11-24 07:02", 11, 24, 7, 2, 0},
+        {fancy, "mid.bin", false, 1258291, false, "2026-02-28 23:59", 2, 28, 23, 59, 0},
+        {fancy, "\xC3\xBC" "ber gr\xC3\xB6\xC3\x9F" "e.txt", false, 45, true, "2026-11-23 14:14", 11, 23, 14, 14, 0},
+        {fancy, "\xC3\xA9t\xC3\xA9", true, -1, true, "2026-11-23 14:14", 11, 23, 14, 14, 0},
+        {table, "big 3G.iso", false, 3LL << 30, false, "2026-11-24 07:02", 11, 24, 7, 2, 0},
+        {table, "percent%sign & more.txt", false, 15, true, "2026-11-23 14:14", 11, 23, 14, 14, 0},
+        {table, "empty.txt", false, 0, true, "2026-11-23 14:14", 11, 23, 14, 14, 0},
+        {table, "sub dir", true, -1, true, "2026-11-23 14:14", 11, 23, 14, 14, 0},
+    };
+    std::map<std::string, std::map<std::string, FileDirInfo>> pages;
+    for (const char* page : {lighttpd, fancy, table})
+    {
+        std::string text;
+        const std::string file = zytest::HostPath(std::string(ZYTEST_SOURCE_DIR "/data/") + page);
+        ASSERT_FALSE(CZyFile::ReadWholeFile(file.c_str(), text).IsError()) << file;
+        // The parent, "..", the page's own sort links are not entries.
+        pages[page] = Parse(text, "/list");
+        EXPECT_EQ(8u, pages[page].size()) << page;
+    }
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(std::string(c.page) + ": " + c.name);
+        ASSERT_EQ(1u, pages[c.page].count(c.name));
+        const FileDirInfo& entry = pages[c.page].at(c.name);
+        EXPECT_TRUE(entry.isDirectory == c.directory && entry.size == c.size && entry.sizeExact == c.exact);
+        EXPECT_EQ(std::string("/list/") + c.name, entry.fullPath);
+        EXPECT_EQ(c.time, entry.modificationText);
+        EXPECT_EQ(zylisting::SecondsFromCivil(2026, c.month, c.day, c.hour, c.minute, c.second),
+                  entry.modificationTime);
+    }
 }
 
 TEST(ListingParser, PlainLinksTakenApartAndSkipped)
@@ -185,7 +220,7 @@ TEST(ListingParser, PlainLinksTakenApartAndSkipped)
     for (const char* name : {"notes.txt", "abs\xC3\xA9.txt", "caf\xC3\xA9&co.txt"})
         EXPECT_EQ(1u, entries.count(name)) << name;
     const FileDirInfo& big = entries.at("big.iso");
-    EXPECT_EQ(static_cast<int64_t>(1.5 * 1024 * 1024 * 1024), big.size);
+    EXPECT_TRUE(big.size == static_cast<int64_t>(1.5 * 1024 * 1024 * 1024) && !big.sizeExact);
     EXPECT_EQ(1709251140, big.modificationTime);
     // Text that is not a date and size leaves them unknown.
     EXPECT_TRUE(entries.at("text.txt").size == -1 && entries.at("text.txt").modificationTime == -1);

@@ -184,7 +184,8 @@ bool HrefOf(const std::string& text, size_t begin, size_t end, std::string& href
     }
     return false;
 }
-// The text with tags removed and references resolved.
+// The text with each tag turned into a space (table cells stay apart) and
+// references resolved.
 std::string VisibleText(const std::string& html)
 {
     std::string text;
@@ -195,8 +196,8 @@ std::string VisibleText(const std::string& html)
             inTag = true;
         else if (c == '>')
             inTag = false;
-        else if (!inTag)
-            text.push_back(c);
+        if (!inTag)
+            text.push_back(c == '>' ? ' ' : c);
     }
     text = DecodeEntities(text, EntitySet::kListingPage);
     FXString::ReplaceAll(text, "\xC2\xA0", " ");
@@ -221,35 +222,43 @@ int Number(const std::string& text, size_t begin, size_t end)
         value = value * 10 + (text[i] - '0');
     return value;
 }
-// "23-Nov-2026" (nginx) or "2026-11-23" (Apache).
+// The month whose English abbreviation (any case) starts at `at`: 1 to 12, or
+// 0.
+int MonthAt(const std::string& token, size_t at)
+{
+    static const std::string kMonths = "janfebmaraprmayjunjulaugsepoctnovdec";
+    const size_t found = kMonths.find(FXString::ToLower(token.substr(at, 3)));
+    return found != std::string::npos && found % 3 == 0 ? static_cast<int>(found / 3) + 1 : 0;
+}
+
+// "23-Nov-2026" (nginx), "2026-11-23" (Apache) or "2026-Nov-24" (lighttpd).
 bool ParseDate(const std::string& token, int& year, int& month, int& day)
 {
-    static const char* const kMonths[] = {"jan", "feb", "mar", "apr", "may", "jun",
-                                          "jul", "aug", "sep", "oct", "nov", "dec"};
     if (token.size() == 11 && token[2] == '-' && token[6] == '-' && AllDigits(token, 0, 2) && AllDigits(token, 7, 11))
     {
-        const std::string mon = FXString::ToLower(token.substr(3, 3));
-        for (int i = 0; i < 12; ++i)
-        {
-            if (mon == kMonths[i])
-            {
-                day = Number(token, 0, 2);
-                month = i + 1;
-                year = Number(token, 7, 11);
-                return day >= 1 && day <= 31;
-            }
-        }
-        return false;
+        day = Number(token, 0, 2);
+        month = MonthAt(token, 3);
+        year = Number(token, 7, 11);
     }
-    if (token.size() == 10 && token[4] == '-' && token[7] == '-' && AllDigits(token, 0, 4) && AllDigits(token, 5, 7) &&
-        AllDigits(token, 8, 10))
+    else if (token.size() == 11 && token[4] == '-' && token[8] == '-' && AllDigits(token, 0, 4) &&
+             AllDigits(token, 9, 11))
+    {
+        year = Number(token, 0, 4);
+        month = MonthAt(token, 5);
+        day = Number(token, 9, 11);
+    }
+    else if (token.size() == 10 && token[4] == '-' && token[7] == '-' && AllDigits(token, 0, 4) &&
+             AllDigits(token, 5, 7) && AllDigits(token, 8, 10))
     {
         year = Number(token, 0, 4);
         month = Number(token, 5, 7);
         day = Number(token, 8, 10);
-        return month >= 1 && month <= 12 && day >= 1 && day <= 31;
     }
-    return false;
+    else
+    {
+        return false;
+    }
+    return month >= 1 && month <= 12 && day >= 1 && day <= 31;
 }
 
 // "13:59" or "13:59:07".
@@ -273,8 +282,9 @@ bool ParseTime(const std::string& token, int& seconds)
     return true;
 }
 
-// "1234", "1.2K", "3M", "-" (unknown). Suffixes count in 1024s.
-bool ParseSize(const std::string& token, int64_t& size)
+// "1234", "1.2K", "3M", "-" (unknown). Suffixes count in 1024s; a size with
+// one is rounded by the page, so not exact.
+bool ParseSize(const std::string& token, int64_t& size, bool& exact)
 {
     if (token == "-")
     {
@@ -301,12 +311,13 @@ bool ParseSize(const std::string& token, int64_t& size)
     }
     if (i < token.size())
     {
-        static const char kUnits[] = "KMGTP";
+        static const char kUnits[] = "KMGTPE";
         const char* unit = strchr(kUnits, token[i] >= 'a' && token[i] <= 'z' ? token[i] - 'a' + 'A' : token[i]);
         if (!unit || !*unit || i + 1 != token.size())
             return false;
         for (const char* u = kUnits; u <= unit; ++u)
             value *= 1024;
+        exact = false;
     }
     if (value > 9.0e18)
         return false;
@@ -314,11 +325,13 @@ bool ParseSize(const std::string& token, int64_t& size)
     return true;
 }
 // Size and date from the text that follows a link on its line; only when
-// that text holds nothing else.
+// that text holds nothing else. lighttpd writes a directory's '/' after its
+// link and ends the line with a type column ("Directory", a MIME type): both
+// are left out.
 void ParseDetails(const std::string& html, Entry& entry)
 {
     std::vector<std::string> tokens;
-    const std::string text = VisibleText(html);
+    const std::string text = VisibleText(html.substr(0, FindNoCase(html, "<td class=\"t\"", 0)));
     size_t i = 0;
     while (i < text.size())
     {
@@ -330,10 +343,12 @@ void ParseDetails(const std::string& html, Entry& entry)
         if (i > start)
             tokens.push_back(text.substr(start, i - start));
     }
+    if (entry.isDirectory && !tokens.empty() && tokens[0] == "/")
+        tokens.erase(tokens.begin());
     if (tokens.empty() || tokens.size() > 4)
         return;
     int year = 0, month = 0, day = 0, seconds = 0;
-    bool haveDate = false, haveTime = false, haveSize = false;
+    bool haveDate = false, haveTime = false, haveSize = false, exact = true;
     int64_t size = -1;
     std::string dateText, timeText;
     for (const std::string& token : tokens)
@@ -348,7 +363,7 @@ void ParseDetails(const std::string& html, Entry& entry)
             haveTime = true;
             timeText = token;
         }
-        else if (!haveSize && ParseSize(token, size))
+        else if (!haveSize && ParseSize(token, size, exact))
         {
             haveSize = true;
         }
@@ -362,6 +377,7 @@ void ParseDetails(const std::string& html, Entry& entry)
     {
         entry.hasSize = true;
         entry.size = static_cast<uint64_t>(size);
+        entry.sizeExact = exact;
     }
     if (haveDate)
     {

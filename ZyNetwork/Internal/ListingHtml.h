@@ -32,8 +32,9 @@ std::string DirectoryPrefix(const std::string& path);
 // with leading and trailing '/'): every <a href> that names an entry directly
 // inside it, once, in page order, with the size and date that follow the
 // link on its line when that text holds nothing else ("1.2K", "-",
-// "23-Nov-2026 13:59", "2026-11-23 13:59:07"). Names are decoded; a
-// directory's name has no trailing '/'. Entries add to `entries`.
+// "23-Nov-2026 13:59", "2026-11-23 13:59:07", "2026-Nov-24 07:02:25"; a
+// size with a unit is not exact). Names are decoded; a directory's name has
+// no trailing '/'. Entries add to `entries`.
 void ReadHtmlListing(const std::string& page, const std::string& prefix, std::vector<Entry>& entries);
 
 // The targets of every href=" in `html`, in page order: the text between the

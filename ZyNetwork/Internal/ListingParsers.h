@@ -23,6 +23,7 @@ struct Entry
     std::string linkTarget;   // for a symbolic link shown as "name -> target"
     bool hasSize = false;
     uint64_t size = 0;
+    bool sizeExact = true;  // false where the listing rounds ("1.2K")
     bool hasTime = false;
     int64_t modified = 0;     // seconds since 1970-01-01 UTC, as the server shows it
     std::string permissions;  // "rwxr-xr-x" where the listing shows them

@@ -45,6 +45,7 @@ inline FileDirInfo ToFileDirInfo(const zylisting::Entry& entry, const std::strin
     info.fullPath = parent + "/" + entry.name;
     info.isDirectory = entry.isDirectory;
     info.size = entry.hasSize ? static_cast<int64_t>(entry.size) : -1;
+    info.sizeExact = entry.sizeExact;
     if (entry.hasTime)
     {
         info.modificationTime = entry.modified;

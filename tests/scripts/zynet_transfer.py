@@ -277,6 +277,59 @@ def case_ls_head(tool):
                       "%s:%s" % (s["proxyUser"], s["proxyPassword"])], 0, r"^status 200$")
 
 
+def case_listings(tool):
+    """ls on each server's own listing page: the names on disk, sizes exact
+    or flagged as rounded, dates (the servers write UTC); get byte for byte."""
+    s = servers()
+    # server, port key, directory, sizes ("exact", "rounded", "bytes below
+    # 1 KiB" or None), seconds a shown date may lie off the file's mtime
+    rows = [
+        ("nginx", "http", "list", "exact", 60),
+        ("nginx", "http", "sizes", "exact", 60),
+        ("nginx autoindex_exact_size off", "http", "rounded", "below 1K", 60),
+        ("apache HTMLTable", "apache", "list", "below 1K", 60),
+        ("apache HTMLTable", "apache", "sizes", "below 1K", 60),
+        ("apache FancyIndexing", "apacheFancy", "list", "below 1K", 60),
+        ("apache FancyIndexing", "apacheFancy", "sizes", "below 1K", 60),
+        ("apache plain", "apachePlain", "list", None, None),
+        ("lighttpd", "lighttpd", "list", "rounded", 1),
+        ("lighttpd", "lighttpd", "sizes", "rounded", 1),
+    ]
+    missing = []
+    for server, key, directory, sizes, precision in rows:
+        if not s.get(key):
+            missing.append(s.get(re.sub("(Fancy|Plain)$", "", key) + "Problem", "%s did not start" % server))
+            continue
+        disk = os.path.join(s["www"], "sizes" if directory == "rounded" else directory)
+        listed_as_on_disk(tool, url(s[key], "/%s/" % directory), disk)
+        for entry in tool.json("ls", url(s[key], "/%s/" % directory))["entries"]:
+            where = "%s /%s/%s: %r" % (server, directory, entry["name"], entry)
+            info = os.stat(os.path.join(disk, entry["name"]))
+            if precision is None:
+                expect(entry["size"] == -1 and entry["modified"] == -1, where)
+                continue
+            expect(abs(entry["modified"] - info.st_mtime) < precision, where + " mtime %d" % info.st_mtime)
+            if entry["directory"]:
+                expect(entry["size"] == -1, where)
+                continue
+            exact = sizes == "exact" or (sizes == "below 1K" and info.st_size < 1000)
+            expect(entry["size_exact"] == exact, where)
+            expect(entry["size"] == info.st_size if exact else
+                   abs(entry["size"] - info.st_size) <= max(info.st_size // 4, 103), where + " %d" % info.st_size)
+    with tempfile.TemporaryDirectory() as tmp:
+        back = os.path.join(tmp, "back")
+        for key in ("lighttpd", "apache"):
+            for name in ("a file.txt", "\u00fcber gr\u00f6\u00dfe.txt", "percent%sign & more.txt"):
+                if not s.get(key):
+                    continue
+                expect_run(tool, ["get", url(s[key], "/list/" + urllib.parse.quote(name)), "-o",
+                                  host_path(tool, back)], 0, r"bytes saved")
+                with open(back, "rb") as f, open(os.path.join(s["www"], "list", name), "rb") as g:
+                    expect(f.read() == g.read(), "%s: %s differs" % (key, name))
+    if missing:
+        raise Skip("; ".join(sorted(set(missing))))
+
+
 def case_usage(tool):
     s = servers()
     expect_run(tool, ["get", "gopher://127.0.0.1/x"], 2, None,
@@ -341,6 +394,33 @@ def case_ftp(tool):
             expect(f.read() == b"kept" and os.listdir(tmp) == ["kept.txt"], "a refused login changed the file")
     expect_run(tool, ["mkdir", "https://127.0.0.1:1/x"], 2, None, r"'https' URLs have no mkdir")
     expect_run(tool, ["get", "ftp://127.0.0.1:1/x", "--key", "k"], 2, None, r"--key and --known-hosts are for sftp")
+
+
+def case_vsftpd(tool):
+    """vsftpd with anonymous logins: the round trip, and names a URL must
+    escape through get, put, ls, mkdir and rm."""
+    s = servers("ZYTEST_FTP_SERVERS")
+    if not s.get("vsftpd"):
+        raise Skip(s.get("vsftpdProblem", "vsftpd did not start"))
+    base = "ftp://127.0.0.1:%d/" % s["vsftpd"]
+    round_trip(tool, s, base, [], "work-vsftpd")
+    odd = os.path.join(s["root"], "odd")
+    listed_as_on_disk(tool, base + "odd/", odd)
+    work = os.path.join(s["root"], "work-vsftpd")
+    with tempfile.TemporaryDirectory() as tmp:
+        back = os.path.join(tmp, "back")
+        for name in sorted(os.listdir(odd)):
+            quoted = urllib.parse.quote(name)
+            expect_run(tool, ["get", base + "odd/" + quoted, "-o", host_path(tool, back)], 0, r"bytes saved")
+            with open(back, "rb") as f:
+                expect(f.read() == name.encode() * 3, "get %r: other bytes" % name)
+            expect_run(tool, ["put", host_path(tool, back), base + "work-vsftpd/" + quoted], 0, r"bytes sent")
+            expect_run(tool, ["mkdir", base + "work-vsftpd/" + urllib.parse.quote(name + " dir")], 0, "made ")
+            expect(os.path.isdir(os.path.join(work, name + " dir")), "mkdir %r" % name)
+            with open(os.path.join(work, name), "rb") as f:
+                expect(f.read() == name.encode() * 3, "put %r: other bytes" % name)
+            expect_run(tool, ["rm", base + "work-vsftpd/" + quoted], 0, "removed ")
+            expect(not os.path.exists(os.path.join(work, name)), "rm %r left the file" % name)
 
 
 def case_sftp(tool):
@@ -410,7 +490,8 @@ def case_upload_log(tool):
         shutil.rmtree(workdir, ignore_errors=True)
 
 
-CASES = {"get_safety": case_get_safety, "credentials": case_credentials, "get_put": case_get_put, "ls_head": case_ls_head, "usage": case_usage, "ftp": case_ftp, "sftp": case_sftp, "upload_log": case_upload_log}
+CASES = {"get_safety": case_get_safety, "credentials": case_credentials, "get_put": case_get_put, "ls_head": case_ls_head,
+         "listings": case_listings, "vsftpd": case_vsftpd, "usage": case_usage, "ftp": case_ftp, "sftp": case_sftp, "upload_log": case_upload_log}
 
 
 if __name__ == "__main__":

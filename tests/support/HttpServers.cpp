@@ -19,7 +19,6 @@ HttpServers Load()
     servers.http = port("http");
     servers.https = port("https");
     servers.pythonHttp = port("pythonHttp");
-    servers.apache = port("apache");
     servers.proxy = port("proxy");
     servers.echo = port("echo");
     servers.hostile = port("hostile");

@@ -15,7 +15,6 @@ struct HttpServers
     int http = 0;         // nginx
     int https = 0;        // nginx with the test CA's certificate (localhost, 127.0.0.1)
     int pythonHttp = 0;   // Python's http.server over the listing tree
-    int apache = 0;       // Apache with mod_autoindex; 0 when apache2 is not installed
     int proxy = 0;        // tinyproxy with basic authentication
     int echo = 0;         // scripted: answers with the method, target and body it received
     int hostile = 0;         // hostile_server.py: misbehaves by path

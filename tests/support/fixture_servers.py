@@ -45,11 +45,11 @@ def run(args, **kwargs):
     subprocess.run(args, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, **kwargs)
 
 
-def spawn(args, state, name):
+def spawn(args, state, name, env=None):
     """Starts a server in a session of its own, its output in STATE/NAME.out."""
     log = open(os.path.join(state, name + ".out"), "wb")
     return subprocess.Popen(args, stdin=subprocess.DEVNULL, stdout=log, stderr=subprocess.STDOUT,
-                            start_new_session=True, cwd=state)
+                            start_new_session=True, cwd=state, env=env)
 
 
 def write_tree(root, tree):

@@ -6,8 +6,10 @@ usage: ftp_servers.py start STATE_DIR   start them, write STATE_DIR/servers.json
        ftp_servers.py ftpd ARGS.json    (internal) one pyftpdlib server
 
 root/tree is listed and downloaded, root/work-* is written; pyftpdlib serves
-plain FTP and explicit FTPS (TLS required); sshd runs as its own instance with
-key logins for the current user and, as root, a throwaway password account.
+plain FTP and explicit FTPS (TLS required); vsftpd, when installed, serves
+the same root to anonymous logins (uploads, mkdir and rm under work-vsftpd);
+sshd runs as its own instance with key logins for the current user and, as
+root, a throwaway password account.
 """
 import json
 import os
@@ -38,7 +40,10 @@ TREE = {
     "sub dir/nested/deep.txt": b"deep down\n" * 10,
     "\u00e9t\u00e9/": None,
 }
-WORK_DIRS = ["work-ftp", "work-ftps", "work-sftp", "work-tool"]
+WORK_DIRS = ["work-ftp", "work-ftps", "work-sftp", "work-tool", "work-vsftpd"]
+VSFTPD = "/usr/sbin/vsftpd"
+# Names a URL must escape, for vsftpd.
+ODD_NAMES = ["a b.txt", "\u00fc.txt", "#x", "?q", "%41"]
 
 
 def make_tree(root):
@@ -181,6 +186,60 @@ def start_sshd(state, info):
     return proc
 
 
+VSFTPD_CONFIG = """listen=YES
+listen_ipv6=NO
+listen_address=127.0.0.1
+listen_port={port}
+background=NO
+anonymous_enable=YES
+no_anon_password=YES
+anon_root={root}
+local_enable=NO
+write_enable=YES
+anon_upload_enable=YES
+anon_mkdir_write_enable=YES
+anon_other_write_enable=YES
+anon_umask=022
+secure_chroot_dir={empty}
+seccomp_sandbox=NO
+isolate=NO
+isolate_network=NO
+utf8_filesystem=YES
+xferlog_enable=NO
+vsftpd_log_file={state}/vsftpd.log
+"""
+
+
+def start_vsftpd(state, root, info):
+    # Anonymous logins chrooted to ROOT (which must not be writable by the
+    # ftp account); a local account would need PAM and a login shell.
+    if not os.path.exists(VSFTPD):
+        info["vsftpdProblem"] = "vsftpd is not installed (Debian package vsftpd)"
+        return None
+    if os.geteuid() != 0:
+        info["vsftpdProblem"] = "vsftpd runs as root only"
+        return None
+    try:
+        pwd.getpwnam("ftp")
+    except KeyError:
+        info["vsftpdProblem"] = "vsftpd's anonymous account 'ftp' does not exist"
+        return None
+    empty = os.path.join(state, "vsftpd-empty")
+    os.makedirs(empty, mode=0o755)
+    write_tree(os.path.join(root, "odd"), {name: name.encode() * 3 for name in ODD_NAMES})
+    conf = os.path.join(state, "vsftpd.conf")
+
+    def once():
+        port = free_port()
+        with open(conf, "w") as f:
+            f.write(VSFTPD_CONFIG.format(port=port, root=root, empty=empty, state=state))
+        proc = spawn([VSFTPD, conf], state, "vsftpd")
+        wait_port(port, proc, "vsftpd")
+        return proc, port
+    proc, info["vsftpd"] = retrying(once)
+    return proc
+
+
 def start(state):
     state = fresh_state(state, stop)
     root = os.path.join(state, "root")
@@ -194,9 +253,9 @@ def start(state):
         for tls in (False, True):
             proc, info["ftps" if tls else "ftp"] = start_ftp(state, root, tls, crt, key)
             info["pids"].append(proc.pid)
-        proc = start_sshd(state, info)
-        if proc:
-            info["pids"].append(proc.pid)
+        for proc in (start_sshd(state, info), start_vsftpd(state, root, info)):
+            if proc:
+                info["pids"].append(proc.pid)
     finally:
         write_info(state, info)
     return info

@@ -11,8 +11,9 @@ and files under STATE_DIR:
   openssl): static files, autoindex listings, WebDAV PUT/DELETE/MKCOL under
   /dav/, basic authentication under /auth/, a redirect, 404 and 503;
 - Python's http.server serving the listing tree;
-- Apache's httpd with mod_autoindex serving the listing tree, when apache2
-  is installed;
+- Apache's httpd with mod_autoindex on three ports (FancyIndexing with
+  HTMLTable, FancyIndexing alone, the plain list), when apache2 is installed;
+- lighttpd with mod_dirlisting, when lighttpd is installed;
 - tinyproxy with basic authentication;
 - in one more process, scripted servers for what nginx will not do: an echo
   of the request (method and body), a connection that stays silent, and the
@@ -37,6 +38,7 @@ PASSWORD = "zy pass:1"
 PROXY_USER = "proxyuser"
 PROXY_PASSWORD = "proxypass"
 BIG_SIZE = 1 << 30
+UTC = dict(os.environ, TZ="UTC")
 
 # nginx's root. The listing tree list/: names with spaces and non-ASCII
 # letters, an empty file, directories; sizes stay under 1 KiB so that every
@@ -54,7 +56,10 @@ WWW = {
     "dav/": None,
     "auth/secret.txt": b"authorised bytes\n",
     "big/": None,
+    # Sizes that pages round ("3.0G", "1.2M"); the large ones are made sparse.
+    "sizes/small.txt": b"eleven byte",
 }
+SPARSE = {"sizes/big 3G.iso": 3 << 30, "sizes/mid.bin": 1258291}
 
 
 def make_tree(root):
@@ -62,9 +67,10 @@ def make_tree(root):
     write_tree(www, WWW)
     # nginx's workers may run as another user than its master (root).
     os.chmod(os.path.join(www, "dav"), 0o777)
-    # Sparse: 1 GiB of zeros that takes no disk space.
-    with open(os.path.join(www, "big", "1GiB.bin"), "wb") as f:
-        f.truncate(BIG_SIZE)
+    # Sparse: zeros that take no disk space.
+    for path, size in dict(SPARSE, **{"big/1GiB.bin": BIG_SIZE}).items():
+        with open(os.path.join(www, path), "wb") as f:
+            f.truncate(size)
     return www
 
 
@@ -100,6 +106,8 @@ http {{
         ssl_protocols TLSv1.2 TLSv1.3;
         root {www};
         location /list/ {{ autoindex on; }}
+        location /sizes/ {{ autoindex on; }}
+        location /rounded/ {{ alias {www}/sizes/; autoindex on; autoindex_exact_size off; }}
         location /dav/ {{
             autoindex on;
             dav_methods PUT DELETE MKCOL;
@@ -119,13 +127,24 @@ http {{
     return write_config(state, "nginx.conf", conf)
 
 
-def apache_config(state, www, port):
+def apache_config(state, www, ports):
+    # One virtual host per port: FancyIndexing with HTMLTable, FancyIndexing
+    # alone, and the plain list of no IndexOptions.
     modules = "/usr/lib/apache2/modules"
+    options = ["FancyIndexing VersionSort HTMLTable NameWidth=* DescriptionWidth=* Charset=UTF-8",
+               "FancyIndexing NameWidth=* Charset=UTF-8", None]
+    hosts = "".join("""
+Listen 127.0.0.1:{port}
+<VirtualHost 127.0.0.1:{port}>
+    {index}
+</VirtualHost>
+""".format(port=port, index="<Location />\n        IndexOptions %s\n    </Location>" % o if o else "")
+                    for port, o in zip(ports, options))
     conf = """
 ServerRoot "{state}"
-Listen 127.0.0.1:{port}
 PidFile "{state}/apache.pid"
 ErrorLog "{state}/apache-error.log"
+Mutex file:{state}
 LoadModule mpm_event_module {m}/mod_mpm_event.so
 LoadModule authz_core_module {m}/mod_authz_core.so
 LoadModule dir_module {m}/mod_dir.so
@@ -137,13 +156,28 @@ DocumentRoot "{www}"
 TypesConfig /etc/mime.types
 StartServers 1
 ServerLimit 1
+MaxRequestWorkers 25
 <Directory "{www}">
     Options Indexes
     Require all granted
-    IndexOptions FancyIndexing VersionSort HTMLTable NameWidth=* DescriptionWidth=* Charset=UTF-8
 </Directory>
-""".format(state=state, port=port, m=modules, www=www)
+{hosts}
+""".format(state=state, m=modules, www=www, hosts=hosts)
     return write_config(state, "apache.conf", conf)
+
+
+def lighttpd_config(state, www, port):
+    conf = """
+server.document-root = "{www}"
+server.bind = "127.0.0.1"
+server.port = {port}
+server.pid-file = "{state}/lighttpd.pid"
+server.errorlog = "{state}/lighttpd-error.log"
+server.modules = ("mod_dirlisting")
+dir-listing.activate = "enable"
+dir-listing.encoding = "utf-8"
+""".format(state=state, www=www, port=port)
+    return write_config(state, "lighttpd.conf", conf)
 
 
 def tinyproxy_config(state, port):
@@ -174,9 +208,9 @@ def start(state):
     info = {"pids": [], "user": USER, "password": PASSWORD, "proxyUser": PROXY_USER,
             "proxyPassword": PROXY_PASSWORD, "bigSize": BIG_SIZE, "state": state}
 
-    def launch(name, args, **ports):
+    def launch(name, args, env=None, **ports):
         # Starts a server and waits until it listens on each port of PORTS.
-        proc = spawn(args, state, name)
+        proc = spawn(args, state, name, env)
         info["pids"].append(proc.pid)
         for key, port in ports.items():
             wait_port(port, proc, name)
@@ -196,9 +230,21 @@ def start(state):
                                    os.path.join(www, "list")], pythonHttp=port)
         retrying(start_python_http)
 
+        # Apache and lighttpd write listing dates in local time: UTC here.
         if os.path.exists("/usr/sbin/apache2"):
-            port = free_port()
-            launch("apache2", ["/usr/sbin/apache2", "-f", apache_config(state, www, port), "-DFOREGROUND"], apache=port)
+            ports = [free_port() for _ in range(3)]
+            launch("apache2", ["/usr/sbin/apache2", "-f", apache_config(state, www, ports), "-DFOREGROUND"],
+                   env=UTC, apache=ports[0], apacheFancy=ports[1], apachePlain=ports[2])
+        else:
+            info["apacheProblem"] = "apache2 is not installed (Debian package apache2)"
+        if os.path.exists("/usr/sbin/lighttpd"):
+            def start_lighttpd():
+                port = free_port()
+                launch("lighttpd", ["/usr/sbin/lighttpd", "-D", "-f", lighttpd_config(state, www, port)], env=UTC,
+                       lighttpd=port)
+            retrying(start_lighttpd)
+        else:
+            info["lighttpdProblem"] = "lighttpd is not installed (Debian package lighttpd)"
         port = free_port()
         launch("tinyproxy", ["tinyproxy", "-d", "-c", tinyproxy_config(state, port)], proxy=port)
 

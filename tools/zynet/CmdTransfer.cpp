@@ -283,9 +283,12 @@ int RunLs(Output& out, const std::vector<std::string>& args)
         item["path"] = entry.fullPath;
         item["directory"] = entry.isDirectory;
         item["size"] = static_cast<long long>(entry.size);
+        item["size_exact"] = entry.sizeExact;
         item["modified"] = static_cast<long long>(entry.modificationTime);
         list.push_back(item);
-        const std::string size = entry.size < 0 ? std::string("-") : std::to_string(entry.size);
+        // A size the listing rounded is shown as approximate: "~1258291".
+        const std::string size =
+            entry.size < 0 ? std::string("-") : (entry.sizeExact ? "" : "~") + std::to_string(entry.size);
         out.Line("%s %12s  %-16s  %s%s", entry.isDirectory ? "d" : "-", size.c_str(),
                  entry.modificationText.empty() ? "-" : entry.modificationText.c_str(), entry.name.c_str(),
                  entry.isDirectory ? "/" : "");
