@@ -48,3 +48,12 @@ configure_file(${CMAKE_SOURCE_DIR}/cmake/zynetwork.pc.in ${CMAKE_BINARY_DIR}/zyn
 install(FILES ${CMAKE_BINARY_DIR}/zynetwork.pc DESTINATION ${ZYNET_PC_DIR} COMPONENT dev)
 
 include(${CMAKE_CURRENT_LIST_DIR}/Packaging.cmake)
+
+# ---- zynet's manual page and bash completion ----
+# Made at build time by tools/zynet (target zynet-docs) from the tool's own
+# table of commands; installed with the tool.
+if(TARGET zynet-docs)
+  install(FILES ${CMAKE_BINARY_DIR}/tools/zynet/zynet.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+  install(FILES ${CMAKE_BINARY_DIR}/tools/zynet/zynet.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+          RENAME zynet COMPONENT tool)
+endif()

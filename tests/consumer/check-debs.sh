@@ -33,6 +33,8 @@ contents "$dev" | grep -q 'pkgconfig/zynetwork\.pc$' || fail "dev lacks the pkg-
 contents "$dev" | grep -q 'libZyNetwork\.so$' || fail "dev lacks the link library"
 contents "$dev" | grep -Eq '/(Internal|Posix|Windows)/|Os[A-Za-z]*\.h$' && fail "dev carries internal headers"
 contents "$tool" | grep -q 'bin/zynet$' || fail "tool package lacks zynet"
+contents "$tool" | grep -q 'share/man/man1/zynet\.1' || fail "tool package lacks the manual page"
+contents "$tool" | grep -q 'share/bash-completion/completions/zynet$' || fail "tool package lacks the bash completion"
 dpkg-deb -f "$tool" Depends | grep -q 'libzynetwork1 (= ' || fail "tool does not depend on the library"
 dpkg-deb -f "$dev" Depends | grep -q 'libzynetwork1 (= ' || fail "dev does not depend on the library"
 echo "check-debs: ok (${debs[*]##*/})"

@@ -92,7 +92,7 @@ std::string GetCause(const CZyError& error, const TransferArgs& transfer, RkProt
 
 int RunGet(Output& out, const std::vector<std::string>& args)
 {
-    TransferArgs transfer = ParseTransferArgs(out, args, {"-o", "--retry"}, 1, {"--continue", "-c"});
+    TransferArgs transfer = ParseTransferArgs(out, args, "get", 1, 1);
     const Args& parsed = transfer.parsed;
     const std::string output = parsed.HasValue("-o") ? parsed.values.at("-o") : std::string();
     const bool toStdout = output.empty() || output == "-";
