@@ -257,7 +257,7 @@ def case_help_clients(tool):
 def case_man_completion(tool):
     """Every command and option of --help is in the manual page and completes in bash."""
     table = help_table(tool)
-    expect(len(table) > 15 and {"--client", "--retry"} <= set(table["get"]) and "--json" in table[""],
+    expect(len(table) > 15 and {"-d", "--client", "--retry"} <= set(table["get"]) and "--json" in table[""],
            "--help lists too little: %r" % table)
     man = expect_run(tool, ["--man"], 0)[0]
     plain = re.sub(r"\\f[BIR]|\\&", "", man).replace("\\-", "-").replace("\\e", "\\")
@@ -286,7 +286,7 @@ def case_man_completion(tool):
         with open(script, "w") as f:
             f.write(expect_run(tool, ["--completion", "bash"], 0)[0])
         # One completion per line: what the line before it asks for.
-        queries = [["g"], ["get", "--client", ""], ["get", "-o", os.path.join(tmp, "zynet.b")]]
+        queries = [["g"], ["get", "--client", ""], ["get", "-d", os.path.join(tmp, "")]]
         queries += [[command] for command in table if command] + [[option] for option in table[""]]
         queries += [[command, option] for command, options in table.items() if command for option in options]
         lines = ["source %s" % shlex.quote(script), "complete -p zynet"]
@@ -299,8 +299,8 @@ def case_man_completion(tool):
         expect(proc.returncode == 0 and replies[0].startswith("complete ") and len(replies) == len(queries) + 2,
                "bash: %d\n%s%s" % (proc.returncode, proc.stdout, proc.stderr))
         clients = " ".join(["curl", "winhttp", "wininet"] if tool.windows else ["curl"])
-        expect(replies[1:4] == ["get", clients, os.path.join(tmp, "zynet.bash")],
-               "completions of g, --client, -o: %r" % replies[1:4])
+        expect(replies[1:4] == ["get", clients, os.path.join(tmp, "subdir")],
+               "completions of g, --client, -d: %r" % replies[1:4])
         for words, reply in zip(queries[3:], replies[4:]):
             expect(words[-1] in reply.split(" "), "zynet %s<TAB> gives %r" % (" ".join(words), reply))
 

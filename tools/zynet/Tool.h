@@ -50,6 +50,10 @@ public:
     int Fail(const std::string& what, const CZyError& error, const std::string& cause = std::string());
     // Reports a failure that is not a library error (e.g. a failed check).
     int Fail(const std::string& what);
+    // As the two above for one item of several results: in JSON mode the
+    // "error" member goes into `item`.
+    int Fail(Json& item, const std::string& what, const CZyError& error, const std::string& cause = std::string());
+    int Fail(Json& item, const std::string& what);
     // Prints the JSON document (JSON mode only).
     void Finish(int exitCode);
     // A text that must never be printed (a password): the tool writes

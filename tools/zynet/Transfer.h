@@ -68,6 +68,13 @@ public:
         return 0;
     }
 
+    // The next transfer's rate is measured from now.
+    void Restart()
+    {
+        Finish();
+        m_start = m_last = Clock::now();
+    }
+
     void Finish()
     {
         if (m_drawn)

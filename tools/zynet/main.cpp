@@ -138,12 +138,20 @@ const std::vector<Command>& Commands()
          RunPing,
          {Valued({"-c"}, "N", "number of requests (default 4)"), Valued({"-s"}, "SIZE", "payload bytes (default 56)"),
           Valued({"-W"}, "SEC", "seconds to wait for each reply (default 1)")}},
-        {"get", "URL [-o FILE [-c]] [OPTIONS]", "download a URL to a file or stdout",
-         "Downloads URL into FILE (or to stdout without -o; --json needs -o), following redirects.\n"
-         "FILE is replaced only when the download succeeds (the body goes to a temporary file\n"
-         "beside it first); the body of a failed answer never reaches stdout.",
+        {"get", "URL... [-o FILE | -d DIR] [OPTIONS]", "download URLs to a file, a directory or stdout",
+         "Downloads URL into FILE (or to stdout without -o; --json needs -o or -d), following\n"
+         "redirects. FILE is replaced only when the download succeeds (the body goes to a temporary\n"
+         "file beside it first); the body of a failed answer never reaches stdout.\n"
+         "With -d DIR, each URL is saved in DIR under its remote name: the last segment of its path,\n"
+         "percent-decoded. A name that is empty, \".\" or \"..\", or that holds a '/' or '\\', is refused,\n"
+         "as is a second URL of a name already taken; the other URLs are fetched all the same. The\n"
+         "URLs of one scheme go through one request, so their connections are reused; URLs of\n"
+         "several schemes may be mixed (one request for each scheme). A line for each file, then a\n"
+         "summary; the exit status is 1 when any file failed.",
          RunGet,
-         ClientOptions({Valued({"-o"}, "FILE", "save into FILE (\"-\": stdout, the default)", Option::kFiles),
+         ClientOptions({Valued({"-o"}, "FILE", "save into FILE (\"-\": stdout, the default for one URL)", Option::kFiles),
+                        Valued({"-d"}, "DIR", "save each URL into the existing directory DIR under its remote name",
+                               Option::kDirectories),
                         Flag({"--continue", "-c"}, "the file holds the start: ask for the rest and append it (HTTP);\n"
                                                    "after a failure the file keeps what arrived"),
                         Valued({"--retry"}, "N", "try again up to N times after refused, reset, cut or timed-out\n"
