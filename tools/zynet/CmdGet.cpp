@@ -123,8 +123,8 @@ std::string GetCause(const CZyError& error, const TransferArgs& transfer, RkProt
 // One download through `request` (which may have served others before:
 // its connections are reused) into `sink`, tried again after transient
 // failures up to `retries` times.
-bool Fetch(RkProtocolReq& request, const TransferArgs& transfer, BodySink& sink, const std::string& output,
-           int retries, Progress& progress, Fetched& result)
+bool Fetch(RkProtocolReq& request, const TransferArgs& transfer, BodySink& sink, const std::string& output, int retries,
+           Progress& progress, Fetched& result)
 {
     const std::string scheme = Scheme(transfer.url);
     const std::string what = "download of " + transfer.shown + " failed";
@@ -229,8 +229,7 @@ bool RemoteName(const std::string& url, std::string& name, std::string& why)
     name.clear();
     for (size_t i = 0; i < segment.size(); ++i)
     {
-        if (segment[i] == '%' && i + 2 < segment.size() && Percent(segment[i + 1]) >= 0 &&
-            Percent(segment[i + 2]) >= 0)
+        if (segment[i] == '%' && i + 2 < segment.size() && Percent(segment[i + 1]) >= 0 && Percent(segment[i + 2]) >= 0)
         {
             name += static_cast<char>(Percent(segment[i + 1]) * 16 + Percent(segment[i + 2]));
             i += 2;
@@ -239,7 +238,7 @@ bool RemoteName(const std::string& url, std::string& name, std::string& why)
             name += segment[i];
     }
     if (name.empty())
-        why = "its path ends in '/'";
+        why = "its path names no file (it is empty or ends in '/')";
     else if (name == "." || name == "..")
         why = "\"" + name + "\" is not a file name";
     else if (name.find_first_of(std::string("/\\\0", 3)) != std::string::npos)
@@ -298,7 +297,7 @@ int GetMany(Output& out, const TransferArgs& options, const std::string& directo
         Fetched result;
         std::string name, why;
         if (!RemoteName(transfer.url, name, why))
-            result.Fail("no file name for " + transfer.shown, why);
+            result.Fail("not saving " + transfer.shown, why);
         else if (!names.insert(name).second)
             result.Fail("not saving " + transfer.shown, "an earlier URL of this run has the name " + name);
         else

@@ -103,10 +103,10 @@ struct Option
     // What the completion offers for the option's value.
     enum Values
     {
-        kAnyText,    // nothing: a value of the user's own
-        kFiles,      // file names
+        kAnyText,  // nothing: a value of the user's own
+        kFiles,    // file names
         kDirectories,
-        kWords       // the words of `words`
+        kWords  // the words of `words`
     };
     std::vector<std::string> names;  // "--continue", "-c": the long name first
     std::string value;               // the value's placeholder ("N", "FILE"); "" for a flag
@@ -123,7 +123,7 @@ struct Command
     const char* help;      // what the command does, before its options
     int (*run)(Output& out, const std::vector<std::string>& args);
     std::vector<Option> options = {};  // every option the command accepts
-    const char* notes = "";       // text after the options ("" for none)
+    const char* notes = "";            // text after the options ("" for none)
 };
 
 // Every subcommand, in the order the help lists them, and the options

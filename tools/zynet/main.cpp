@@ -110,29 +110,41 @@ const std::vector<Command>& Commands()
          "the interface list and a ping of 127.0.0.1 (when raw sockets are permitted). Each step is\n"
          "reported with its timing. The default when no subcommand is given.",
          RunTour},
-        {"resolve", "NAME [--all] [-4|-6]", "host name to addresses",
+        {"resolve",
+         "NAME [--all] [-4|-6]",
+         "host name to addresses",
          "Resolves NAME and prints the first IPv4 or IPv6 address in resolver order.\n"
          "A NAME holding '/' or '\\' is a Unix-domain path and is not looked up.",
          RunResolve,
          {Flag({"--all"}, "print every address"), Flag({"-4"}, "IPv4 only"), Flag({"-6"}, "IPv6 only")}},
         {"reverse", "ADDR", "address to host name", "Looks up the host name of the numeric address ADDR.", RunReverse},
-        {"addr", "TEXT [-p PORT]", "parse an address and show its record",
+        {"addr",
+         "TEXT [-p PORT]",
+         "parse an address and show its record",
          "Converts the numeric address or Unix path TEXT into an address record and shows its\n"
          "family, port, length and text.",
-         RunAddr, {Valued({"-p"}, "PORT", "set the port (0-65535) before showing the record")}},
-        {"ifaces", "[--macs] [--names]", "interface addresses, hardware addresses, host names",
-         "Lists the interface addresses with their network addresses.", RunIfaces,
+         RunAddr,
+         {Valued({"-p"}, "PORT", "set the port (0-65535) before showing the record")}},
+        {"ifaces",
+         "[--macs] [--names]",
+         "interface addresses, hardware addresses, host names",
+         "Lists the interface addresses with their network addresses.",
+         RunIfaces,
          {Flag({"--macs"}, "also list the adapters' hardware addresses"),
           Flag({"--names"}, "also list the host names of the non-loopback addresses")}},
-        {"cidr", "ADDR BLOCK", "is an IPv4 address within a block", "Tells whether the IPv4 address ADDR lies within BLOCK (address/prefix).", RunCidr},
-        {"mask", "PREFIX", "IPv4 subnet mask of a prefix length", "Prints the IPv4 subnet mask of a prefix length from 1 to 32.", RunMask},
-        {"probe", "", "which protocol stacks are present", "Lists which protocol stacks this machine has: IPv4, IPv6 and Unix-domain sockets.",
-         RunProbe},
+        {"cidr", "ADDR BLOCK", "is an IPv4 address within a block",
+         "Tells whether the IPv4 address ADDR lies within BLOCK (address/prefix).", RunCidr},
+        {"mask", "PREFIX", "IPv4 subnet mask of a prefix length",
+         "Prints the IPv4 subnet mask of a prefix length from 1 to 32.", RunMask},
+        {"probe", "", "which protocol stacks are present",
+         "Lists which protocol stacks this machine has: IPv4, IPv6 and Unix-domain sockets.", RunProbe},
         {"blacklist", "FILE [ADDR...]", "load a blacklist file and check addresses",
          "Loads a blacklist file (one host name, address or Unix path per line), lists its\n"
          "entries and tells for each ADDR whether it is blacklisted.",
          RunBlacklist},
-        {"ping", "HOST [-c N] [-s SIZE] [-W SEC]", "ICMP echo with per-reply lines and a summary",
+        {"ping",
+         "HOST [-c N] [-s SIZE] [-W SEC]",
+         "ICMP echo with per-reply lines and a summary",
          "Sends ICMP echo requests to the IPv4 host HOST, one a second, and prints a line per reply\n"
          "and a summary. Needs raw-socket permission (root or CAP_NET_RAW).",
          RunPing,
@@ -149,13 +161,16 @@ const std::vector<Command>& Commands()
          "several schemes may be mixed (one request for each scheme). A line for each file, then a\n"
          "summary; the exit status is 1 when any file failed.",
          RunGet,
-         ClientOptions({Valued({"-o"}, "FILE", "save into FILE (\"-\": stdout, the default for one URL)", Option::kFiles),
-                        Valued({"-d"}, "DIR", "save each URL into the existing directory DIR under its remote name",
-                               Option::kDirectories),
-                        Flag({"--continue", "-c"}, "the file holds the start: ask for the rest and append it (HTTP);\n"
-                                                   "after a failure the file keeps what arrived"),
-                        Valued({"--retry"}, "N", "try again up to N times after refused, reset, cut or timed-out\n"
-                                                 "connections and 5xx answers (pauses 1, 2, 4 ... s)")}),
+         ClientOptions(
+             {Valued({"-o"}, "FILE", "save into FILE (\"-\": stdout, the default for one URL)", Option::kFiles),
+              Valued({"-d"}, "DIR", "save each URL into the existing directory DIR under its remote name",
+                     Option::kDirectories),
+              Flag({"--continue", "-c"},
+                   "the file holds the start: ask for the rest and append it (HTTP);\n"
+                   "after a failure the file keeps what arrived"),
+              Valued({"--retry"}, "N",
+                     "try again up to N times after refused, reset, cut or timed-out\n"
+                     "connections and 5xx answers (pauses 1, 2, 4 ... s)")}),
          kTransferNotes},
         {"put", "FILE URL [OPTIONS]", "upload a file to a URL",
          "Sends the local FILE to URL (HTTP PUT, FTP STOR, SFTP write; missing directories are\n"
@@ -180,20 +195,26 @@ const std::vector<Command>& Commands()
          "ZyNetwork.dll on Windows, and on Linux \"libRKCurl.so\" beside libZyNetwork.so when it\n"
          "exists, else the system's libcurl.so.4.",
          RunCurlVersion},
-        {"proxy", "[URL [--pac PAC_URL]]", "proxy settings WinHTTP reports (Windows only)",
+        {"proxy",
+         "[URL [--pac PAC_URL]]",
+         "proxy settings WinHTTP reports (Windows only)",
          "Prints WinHTTP's default proxy configuration and the current user's (proxy, bypass list,\n"
          "auto-configuration URL, auto-detection), and with URL the proxy for that URL.\n"
          "Elsewhere than on Windows it reports that it is not available.",
          RunProxy,
-         {Valued({"--pac"}, "PAC_URL", "take the proxy for URL from this auto-configuration script; without\n"
-                                       "it the proxy is auto-detected (DHCP and DNS look-ups on the network)")}},
-        {"upload-log", "FILE URL [--ccid ID] [--jsp]", "upload a log file as a multipart form (Windows)",
+         {Valued({"--pac"}, "PAC_URL",
+                 "take the proxy for URL from this auto-configuration script; without\n"
+                 "it the proxy is auto-detected (DHCP and DNS look-ups on the network)")}},
+        {"upload-log",
+         "FILE URL [--ccid ID] [--jsp]",
+         "upload a log file as a multipart form (Windows)",
          "Uploads FILE to the log-collecting server at URL (the directory that holds the upload\n"
          "handler) as a multipart form, over WinINet. Windows only.",
          RunUploadLog,
          {Valued({"--ccid"}, "ID", "the client identifier sent with the file (default \"NO CCID\")"),
-          Flag({"--jsp"}, "post to httplogupload.do with the user name and password in the form\n"
-                          "(otherwise upload.asp)"),
+          Flag({"--jsp"},
+               "post to httplogupload.do with the user name and password in the form\n"
+               "(otherwise upload.asp)"),
           Valued({"--user"}, "USER:PASS", "Basic authorization"), Flag({"--insecure"}, "accept any server certificate"),
           Valued({"--timeout"}, "SEC", "time limit for connecting and each wait for the server")}},
     };
