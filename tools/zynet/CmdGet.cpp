@@ -330,15 +330,17 @@ int GetMany(Output& out, const TransferArgs& options, const std::string& directo
             ReportFailure(out, json, result);
         files.push_back(json);
     }
-    const size_t failed = transfers.size() - saved;
+    // %llu: mingw's printf checks know no %zu.
+    const unsigned long long total = transfers.size();
+    const unsigned long long failed = total - saved;
     out.Result()["files"] = files;
     out.Result()["saved"] = saved;
     out.Result()["failed"] = failed;
-    out.Line("%zu of %zu files saved into %s%s", saved, transfers.size(), directory.c_str(),
-             failed ? FXString::Format(", %zu failed", failed).c_str() : "");
+    out.Line("%llu of %llu files saved into %s%s", total - failed, total, directory.c_str(),
+             failed ? FXString::Format(", %llu failed", failed).c_str() : "");
     if (failed)
     {
-        out.Result()["error"]["what"] = FXString::Format("%zu of %zu files failed", failed, transfers.size());
+        out.Result()["error"]["what"] = FXString::Format("%llu of %llu files failed", failed, total);
         return kExitFailure;
     }
     return kExitOk;
