@@ -84,3 +84,12 @@ endif()
 
 include(${CMAKE_CURRENT_LIST_DIR}/Docs.cmake)
 include(${CMAKE_CURRENT_LIST_DIR}/Packaging.cmake)
+
+# ---- zynet's manual page and bash completion ----
+# Made at build time by tools/zynet (target zynet-docs) from the tool's own
+# table of commands; installed with the tool.
+if(TARGET zynet-docs)
+  install(FILES ${CMAKE_BINARY_DIR}/tools/zynet/zynet.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+  install(FILES ${CMAKE_BINARY_DIR}/tools/zynet/zynet.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+          RENAME zynet COMPONENT tool)
+endif()

@@ -9,6 +9,7 @@ packages=(
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   g++-mingw-w64-x86-64-posix wine64
   dpkg-dev
+  man-db groff-base
   clang libclang-rt-14-dev
   iproute2 util-linux procps python3
   nlohmann-json3-dev

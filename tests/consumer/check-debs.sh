@@ -47,6 +47,8 @@ if [ $api = 1 ]; then
   contents "$dev" | grep -q 'share/doc/zynetwork/api/index\.html$' || fail "dev lacks the API reference"
 fi
 contents "$tool" | grep -q 'bin/zynet$' || fail "tool package lacks zynet"
+contents "$tool" | grep -q 'share/man/man1/zynet\.1' || fail "tool package lacks the manual page"
+contents "$tool" | grep -q 'share/bash-completion/completions/zynet$' || fail "tool package lacks the bash completion"
 dpkg-deb -f "$tool" Depends | grep -q 'libzynetwork1 (= ' || fail "tool does not depend on the library"
 dpkg-deb -f "$dev" Depends | grep -q 'libzynetwork1 (= ' || fail "dev does not depend on the library"
 echo "check-debs: ok (${debs[*]##*/})"

@@ -5,11 +5,11 @@ if(TARGET zynet)
   find_package(Python3 COMPONENTS Interpreter)
   if(Python3_Interpreter_FOUND)
     set(zynet_cli_cases tour addr json_escaping resolve reverse cidr mask probe ifaces blacklist
-        ping curl_version usage proxy)
+        ping curl_version usage help_clients man_completion proxy)
     if(WIN32)
       # What Wine can run cheaply; name look-ups and interface lists under
       # Wine go to the host and are covered by the Linux run.
-      set(zynet_cli_cases tour addr cidr mask probe curl_version usage proxy)
+      set(zynet_cli_cases tour addr cidr mask probe curl_version usage help_clients proxy)
     endif()
     foreach(case ${zynet_cli_cases})
       add_test(NAME zynet.${case}

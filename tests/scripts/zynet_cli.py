@@ -8,6 +8,9 @@ Traffic stays on loopback; names come from /etc/hosts.
 import json
 import os
 import re
+import shlex
+import shutil
+import subprocess
 import sys
 import tempfile
 
@@ -238,6 +241,86 @@ def case_usage(tool):
     for args in odd:
         code, _, err = tool.run(*args)
         expect(code in (0, 1, 2), "zynet %r ended with %d:\n%s" % ([a[:40] for a in args], code, err))
+
+
+def help_table(tool):
+    """The commands and the options of each as --help shows them: {"": global options, command: options}."""
+    out, _ = expect_run(tool, ["--help"], 0)
+    head, commands = out.split("\ncommands:\n")
+    table = {"": option_names(head)}
+    for command in re.findall(r"^  (\S+)", commands.split("\n\n")[0], re.M):
+        text, _ = expect_run(tool, [command, "--help"], 0)
+        table[command] = option_names(text.split("\noptions:\n")[1].split("\n\n")[0]) if "\noptions:\n" in text else []
+    return table
+
+
+def option_names(text):
+    names = []
+    for title in re.findall(r"^  (-.{26})", text + " " * 28, re.M):
+        names += [name.split(" ")[0] for name in title.strip().split(", ")]
+    return names
+
+
+def case_help_clients(tool):
+    """--help of a transfer command names the clients that --client accepts here."""
+    _, err = expect_run(tool, ["get", "http://127.0.0.1:1/x", "--client", "nosuch"], 2)
+    accepted = re.search(r"available: ([^)]*)\)", err).group(1).split(", ")
+    expect(accepted == (["curl", "winhttp", "wininet"] if tool.windows else ["curl"]), "clients: %r" % accepted)
+    for command in ("get", "put", "ls"):
+        out, _ = expect_run(tool, [command, "--help"], 0)
+        shown = re.search(r"^  --client NAME\s+the client that transfers: (.*)$", out, re.M).group(1)
+        expect(re.findall(r"\b(curl|winhttp|wininet)\b", shown) == accepted, "%s --help: %r" % (command, shown))
+
+
+def case_man_completion(tool):
+    """Every command and option of --help is in the manual page and completes in bash."""
+    table = help_table(tool)
+    expect(len(table) > 15 and {"-d", "--client", "--retry"} <= set(table["get"]) and "--json" in table[""],
+           "--help lists too little: %r" % table)
+    man = expect_run(tool, ["--man"], 0)[0]
+    plain = re.sub(r"\\f[BIR]|\\&", "", man).replace("\\-", "-").replace("\\e", "\\")
+    sections = {"": plain.split("\n.SH OPTIONS\n")[1].split("\n.SH COMMANDS\n")[0]}
+    for part in plain.split("\n.SS ")[1:]:
+        name, body = part.split("\n", 1)
+        sections[name] = body.split("\n.SH ")[0]
+    expect(sorted(sections) == sorted(table), "man page commands %r, --help %r" % (sorted(sections), sorted(table)))
+    for command, options in table.items():
+        for option in options:
+            expect(re.search(r"^(\S+, )*%s\b" % re.escape(option), sections[command], re.M),
+                   "the man page lacks %s of %r" % (option, command))
+    with tempfile.TemporaryDirectory() as tmp:
+        page = os.path.join(tmp, "zynet.1")
+        with open(page, "w") as f:
+            f.write(man)
+        if shutil.which("man"):
+            proc = subprocess.run(["man", "--warnings", "-l", page], capture_output=True, text=True, timeout=60,
+                                  env=dict(os.environ, MANWIDTH="80"))
+            expect(proc.returncode == 0 and proc.stderr == "" and "--continue" in proc.stdout,
+                   "man -l: %d %s" % (proc.returncode, proc.stderr))
+        else:
+            print("man is not installed: the page is not rendered")
+        os.mkdir(os.path.join(tmp, "subdir"))
+        script = os.path.join(tmp, "zynet.bash")
+        with open(script, "w") as f:
+            f.write(expect_run(tool, ["--completion", "bash"], 0)[0])
+        # One completion per line: what the line before it asks for.
+        queries = [["g"], ["get", "--client", ""], ["get", "-d", os.path.join(tmp, "")]]
+        queries += [[command] for command in table if command] + [[option] for option in table[""]]
+        queries += [[command, option] for command, options in table.items() if command for option in options]
+        lines = ["source %s" % shlex.quote(script), "complete -p zynet"]
+        for words in queries:
+            lines.append("COMP_WORDS=(zynet %s); COMP_CWORD=%d; _zynet; echo \"${COMPREPLY[*]}\""
+                         % (" ".join(shlex.quote(w) for w in words), len(words)))
+        proc = subprocess.run(["bash", "--norc", "--noprofile", "-c", "\n".join(lines)], capture_output=True,
+                              text=True, timeout=60)
+        replies = proc.stdout.split("\n")
+        expect(proc.returncode == 0 and replies[0].startswith("complete ") and len(replies) == len(queries) + 2,
+               "bash: %d\n%s%s" % (proc.returncode, proc.stdout, proc.stderr))
+        clients = " ".join(["curl", "winhttp", "wininet"] if tool.windows else ["curl"])
+        expect(replies[1:4] == ["get", clients, os.path.join(tmp, "subdir")],
+               "completions of g, --client, -d: %r" % replies[1:4])
+        for words, reply in zip(queries[3:], replies[4:]):
+            expect(words[-1] in reply.split(" "), "zynet %s<TAB> gives %r" % (" ".join(words), reply))
 
 
 def case_proxy(tool):

@@ -3,7 +3,7 @@
 # of the ftp_servers fixture (tests/CMakeLists.txt), and upload-log (on
 # Windows against a recording server of its own, on Linux its refusal).
 if(TARGET zynet)
-  foreach(case get_put get_safety credentials ls_head listings usage ftp vsftpd sftp upload_log)
+  foreach(case get_put get_many get_safety credentials ls_head listings usage ftp vsftpd sftp upload_log)
     set(name zynet.transfer.${case})
     set(fixture)
     set(environment "WINEDEBUG=-all")

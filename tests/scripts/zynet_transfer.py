@@ -341,6 +341,67 @@ def case_usage(tool):
     expect_run(tool, ["put", "only-one-argument"], 2)
 
 
+def case_get_many(tool):
+    """get URL... -d DIR: 20 files from nginx through one connection, a
+    missing one failing on its own without touching the file of its name,
+    names that are no file names refused, --continue and --json per file."""
+    s = servers()
+    run = "run%d" % os.getpid()
+    served = os.path.join(s["www"], "many", run)
+    os.makedirs(served)
+    names = ["file %02d.bin" % i for i in range(20)]
+    data = {}
+    for name in names:
+        data[name] = os.urandom(20000 + 997 * len(data))
+        with open(os.path.join(served, name), "wb") as f:
+            f.write(data[name])
+    base = url(s["http"], "/many/%s/" % run)
+    urls = [base + urllib.parse.quote(name) for name in names]
+    with tempfile.TemporaryDirectory() as tmp:
+        precious = b"kept as it was\n"
+        with open(os.path.join(tmp, "missing.bin"), "wb") as f:
+            f.write(precious)
+        refused = [(base, r"its path names no file \(it is empty or ends in '/'\)"), (base + "%2e%2E", r'"\.\." is not a file name'),
+                   (base + "a%2Fb", r'"a/b" holds a path separator'),
+                   (base + "sub/" + urllib.parse.quote(names[0]), r"an earlier URL of this run has the name file 00\.bin")]
+        args = ["get", "-d", host_path(tool, tmp)] + urls[:10] + [base + "missing.bin"] + urls[10:]
+        out, err = expect_run(tool, args + [u for u, _ in refused], 1, r"^20 of 25 files saved into .*, 5 failed$",
+                              r"^zynet get: download of .*/missing\.bin failed: HTTP 404 Not Found$")
+        for address, cause in refused:
+            expect(re.search(r"^zynet get: not saving %s: %s$" % (re.escape(address), cause), err, re.M),
+                   "no refusal of %s:\n%s" % (address, err))
+        expect(len(re.findall(r"^\d+ bytes saved to ", out, re.M)) == 20, "a line for each file:\n" + out)
+        for name in names:
+            with open(os.path.join(tmp, name), "rb") as f:
+                expect(f.read() == data[name], "%s has the wrong bytes" % name)
+        with open(os.path.join(tmp, "missing.bin"), "rb") as f:
+            expect(f.read() == precious, "the failed download changed the file of its name")
+        expect(sorted(os.listdir(tmp)) == sorted(names + ["missing.bin"]), "left behind: %r" % os.listdir(tmp))
+        # One request, so one connection for all 21 requests.
+        with open(s["manyLog"]) as f:
+            logged = [line.split() for line in f if "/many/%s/" % run in line]
+        expect(len(logged) == 21 and len({fields[0] for fields in logged}) == 1,
+               "connections (serial, path, status): %r" % logged)
+        # --continue: a cut file gets its rest, a whole one stays, a missing one comes whole.
+        with open(os.path.join(tmp, names[1]), "r+b") as f:
+            f.truncate(5000)
+        os.remove(os.path.join(tmp, names[2]))
+        doc = tool.json("get", "--continue", "-d", host_path(tool, tmp), *urls[:3])
+        results = [(r["ok"], r["offset"], r["bytes"], r["status"]) for r in doc["files"]]
+        expect(results == [(True, len(data[names[0]]), 0, 416), (True, 5000, len(data[names[1]]) - 5000, 206),
+                           (True, 0, len(data[names[2]]), 200)] and doc["saved"] == 3 and doc["failed"] == 0,
+               "--continue -d --json: %r" % doc)
+        for name in names[:3]:
+            with open(os.path.join(tmp, name), "rb") as f:
+                expect(f.read() == data[name], "--continue: %s has the wrong bytes" % name)
+        doc = tool.json("get", "-d", host_path(tool, tmp), base + "missing.bin", expect_rc=1)
+        expect(doc["failed"] == 1 and doc["files"][0]["error"]["cause"] == "HTTP 404 Not Found",
+               "--json failure: %r" % doc)
+    expect_run(tool, ["get", urls[0], urls[1]], 2, None, r"several URLs need -d DIR")
+    expect_run(tool, ["get", "-d", ".", "-o", "x", urls[0]], 2, None, r"-o FILE and -d DIR exclude each other")
+    shutil.rmtree(served, ignore_errors=True)
+
+
 def round_trip(tool, s, base, extra, work):
     """put, get, head, ls, mkdir and rm through one kind of URL."""
     data = os.urandom(200000)
@@ -490,8 +551,9 @@ def case_upload_log(tool):
         shutil.rmtree(workdir, ignore_errors=True)
 
 
-CASES = {"get_safety": case_get_safety, "credentials": case_credentials, "get_put": case_get_put, "ls_head": case_ls_head,
-         "listings": case_listings, "vsftpd": case_vsftpd, "usage": case_usage, "ftp": case_ftp, "sftp": case_sftp, "upload_log": case_upload_log}
+CASES = {"get_many": case_get_many, "get_safety": case_get_safety, "credentials": case_credentials, "get_put": case_get_put,
+         "ls_head": case_ls_head, "listings": case_listings, "vsftpd": case_vsftpd, "usage": case_usage, "ftp": case_ftp,
+         "sftp": case_sftp, "upload_log": case_upload_log}
 
 
 if __name__ == "__main__":

@@ -67,7 +67,8 @@ def _reset(conn):
 _WHOLE = {
     "/short-body": b"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n0123456789",
     "/long-body": b"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n0123456789" + b"y" * 4096,
-    "/redirect-loop": b"HTTP/1.1 302 Found\r\nLocation: /redirect-loop\r\nContent-Length: 0\r\n\r\n",
+    # Says that it closes: a client that reused the connection would race the close.
+    "/redirect-loop": b"HTTP/1.1 302 Found\r\nLocation: /redirect-loop\r\nContent-Length: 0\r\nConnection: close\r\n\r\n",
 }
 
 

@@ -54,6 +54,7 @@ WWW = {
     "list/\u00e9t\u00e9/": None,
     "hello.txt": b"hello from nginx\n",
     "dav/": None,
+    "many/": None,
     "auth/secret.txt": b"authorised bytes\n",
     "big/": None,
     # Sizes that pages round ("3.0G", "1.2M"); the large ones are made sparse.
@@ -90,6 +91,9 @@ pid {state}/nginx.pid;
 events {{ worker_connections 256; }}
 http {{
     access_log off;
+    # /many/: each request with nginx's serial number of its connection, so a
+    # test can count the connections that several downloads took.
+    log_format connections '$connection $request_uri $status';
     default_type application/octet-stream;
     sendfile on;
     client_body_temp_path {temp}/body;
@@ -118,6 +122,7 @@ http {{
             auth_basic "zynetwork tests";
             auth_basic_user_file {htpasswd};
         }}
+        location /many/ {{ access_log {state}/many-access.log connections; }}
         location = /redirect {{ return 302 /hello.txt; }}
         location = /unavailable {{ return 503; }}
     }}
@@ -219,6 +224,7 @@ def start(state):
 
     try:
         info["www"] = www = make_tree(state)
+        info["manyLog"] = os.path.join(state, "many-access.log")
         info["caFile"], crt, key, info["wrongCaFile"] = make_certificates(state)
         http_port, https_port = free_port(), free_port()
         conf = nginx_config(state, www, http_port, https_port, crt, key)

@@ -26,7 +26,7 @@ Json AddressJson(const CZyIPAddr& address)
 
 int RunAddr(Output& out, const std::vector<std::string>& args)
 {
-    Args parsed = ParseArgs(args, {}, {"-p"}, 1, 1);
+    Args parsed = ParseCommandArgs(args, "addr", 1, 1);
     const std::string& text = parsed.positional[0];
     int port = -1;
     if (parsed.HasValue("-p"))
@@ -61,7 +61,7 @@ int RunAddr(Output& out, const std::vector<std::string>& args)
 
 int RunResolve(Output& out, const std::vector<std::string>& args)
 {
-    Args parsed = ParseArgs(args, {"--all", "-4", "-6"}, {}, 1, 1);
+    Args parsed = ParseCommandArgs(args, "resolve", 1, 1);
     if (parsed.Has("-4") && parsed.Has("-6"))
         throw UsageError("-4 and -6 exclude each other");
     CZyIPAddr::IP_FAMILY family = CZyIPAddr::IP_FAMILY_UNSPEC;
@@ -106,7 +106,7 @@ int RunResolve(Output& out, const std::vector<std::string>& args)
 
 int RunReverse(Output& out, const std::vector<std::string>& args)
 {
-    Args parsed = ParseArgs(args, {}, {}, 1, 1);
+    Args parsed = ParseCommandArgs(args, "reverse", 1, 1);
     const std::string& text = parsed.positional[0];
     CZyIPAddr address;
     CZyError error = address.SetAddressString(text.c_str());
@@ -124,7 +124,7 @@ int RunReverse(Output& out, const std::vector<std::string>& args)
 
 int RunCidr(Output& out, const std::vector<std::string>& args)
 {
-    Args parsed = ParseArgs(args, {}, {}, 2, 2);
+    Args parsed = ParseCommandArgs(args, "cidr", 2, 2);
     const std::string& address = parsed.positional[0];
     const std::string& block = parsed.positional[1];
     bool within = false;
@@ -140,7 +140,7 @@ int RunCidr(Output& out, const std::vector<std::string>& args)
 
 int RunMask(Output& out, const std::vector<std::string>& args)
 {
-    Args parsed = ParseArgs(args, {}, {}, 1, 1);
+    Args parsed = ParseCommandArgs(args, "mask", 1, 1);
     const int prefix = static_cast<int>(ParseInteger(parsed.positional[0], 1, 32, "PREFIX"));
     CZyString mask;
     CZyError error = CZyIPAddr::ConvertCIDRPrefixToSubnetMaskString(prefix, mask);
@@ -154,7 +154,7 @@ int RunMask(Output& out, const std::vector<std::string>& args)
 
 int RunProbe(Output& out, const std::vector<std::string>& args)
 {
-    ParseArgs(args, {}, {}, 0, 0);
+    ParseCommandArgs(args, "probe", 0, 0);
     struct Probe
     {
         const char* name;
@@ -179,7 +179,7 @@ int RunProbe(Output& out, const std::vector<std::string>& args)
 
 int RunIfaces(Output& out, const std::vector<std::string>& args)
 {
-    Args parsed = ParseArgs(args, {"--macs", "--names"}, {}, 0, 0);
+    Args parsed = ParseCommandArgs(args, "ifaces", 0, 0);
 
     std::vector<std::pair<CZyIPAddr, CZyIPAddr>> pairs;
     CZyError error = CZyIPAddr::GetIFList(pairs, CZyIPAddr::IP_FAMILY_UNSPEC);

@@ -16,7 +16,7 @@ const int kNoMoreItems = 259;
 
 int RunBlacklist(Output& out, const std::vector<std::string>& args)
 {
-    Args parsed = ParseArgs(args, {}, {}, 1, static_cast<size_t>(-1));
+    Args parsed = ParseCommandArgs(args, "blacklist", 1, static_cast<size_t>(-1));
     const std::string& file = parsed.positional[0];
 
     // Addresses to check are converted first, so that a bad one is reported

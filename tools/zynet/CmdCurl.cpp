@@ -12,7 +12,7 @@ namespace zynet
 {
 int RunCurlVersion(Output& out, const std::vector<std::string>& args)
 {
-    ParseArgs(args, {}, {}, 0, 0);
+    ParseCommandArgs(args, "curl-version", 0, 0);
     // The first wrapper call loads the library; the path is "" when no file
     // could be loaded (or curl's global initialisation failed).
     const std::string file = CurlWrapper::rk_curl_library_path();

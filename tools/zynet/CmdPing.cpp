@@ -83,7 +83,7 @@ private:
 
 int RunPing(Output& out, const std::vector<std::string>& args)
 {
-    Args parsed = ParseArgs(args, {}, {"-c", "-s", "-W"}, 1, 1);
+    Args parsed = ParseCommandArgs(args, "ping", 1, 1);
     const std::string& host = parsed.positional[0];
     unsigned count = 4;
     unsigned size = 56;

@@ -52,20 +52,12 @@ void SplitUserPassword(const std::string& text, std::string& user, std::string& 
 
 const char kDefaultClient[] = "curl";
 
-TransferArgs ParseTransferArgs(Output& out, const std::vector<std::string>& args,
-                               const std::vector<std::string>& extraValues, size_t positional,
-                               const std::vector<std::string>& extraFlags)
+TransferArgs ParseTransferArgs(Output& out, const std::vector<std::string>& args, const char* command,
+                               size_t minPositional, size_t maxPositional)
 {
-    std::vector<std::string> values = {"--user",  "--proxy", "--proxy-user",  "--cacert", "--timeout",
-                                       "--client", "--key",  "--known-hosts", "--pass"};
-    values.insert(values.end(), extraValues.begin(), extraValues.end());
     TransferArgs transfer;
-    std::vector<std::string> flags = {"--insecure", "-k"};
-    flags.insert(flags.end(), extraFlags.begin(), extraFlags.end());
-    transfer.parsed = ParseArgs(args, flags, values, positional, positional);
+    transfer.parsed = ParseCommandArgs(args, command, minPositional, maxPositional);
     const Args& parsed = transfer.parsed;
-    transfer.url = parsed.positional.back();
-    transfer.shown = MaskCredentials(transfer.url);
     if (parsed.HasValue("--user"))
         SplitUserPassword(parsed.values.at("--user"), transfer.options.user, transfer.options.password);
     if (parsed.HasValue("--proxy-user"))
@@ -90,19 +82,25 @@ TransferArgs ParseTransferArgs(Output& out, const std::vector<std::string>& args
     out.AddSecret(transfer.options.password);
     out.AddSecret(transfer.options.proxyPassword);
     out.AddSecret(transfer.passphrase);
-    if (transfer.shown != transfer.url)
-    {
-        const size_t colon = transfer.url.find(':', transfer.url.find("://") + 3);
-        out.AddSecret(transfer.url.substr(colon + 1, transfer.url.find('@', colon) - colon - 1));
-    }
+    SetTransferUrl(out, transfer, parsed.positional.back());
+    return transfer;
+}
 
-    const size_t schemeEnd = transfer.url.find("://");
+void SetTransferUrl(Output& out, TransferArgs& transfer, const std::string& url)
+{
+    transfer.url = url;
+    transfer.shown = MaskCredentials(url);
+    if (transfer.shown != url)
+    {
+        const size_t colon = url.find(':', url.find("://") + 3);
+        out.AddSecret(url.substr(colon + 1, url.find('@', colon) - colon - 1));
+    }
+    const size_t schemeEnd = url.find("://");
     if (schemeEnd == std::string::npos || schemeEnd == 0)
         throw UsageError("'" + transfer.shown + "' is not a URL (scheme://host[:port]/path)");
-    const size_t pathStart = transfer.url.find('/', schemeEnd + 3);
-    transfer.server = transfer.url.substr(0, pathStart);
-    transfer.path = pathStart == std::string::npos ? std::string("/") : transfer.url.substr(pathStart);
-    return transfer;
+    const size_t pathStart = url.find('/', schemeEnd + 3);
+    transfer.server = url.substr(0, pathStart);
+    transfer.path = pathStart == std::string::npos ? std::string("/") : url.substr(pathStart);
 }
 
 std::string Scheme(const std::string& url)
@@ -213,7 +211,7 @@ bool ShowProgress(const Output& out)
 
 int RunPut(Output& out, const std::vector<std::string>& args)
 {
-    TransferArgs transfer = ParseTransferArgs(out, args, {}, 2);
+    TransferArgs transfer = ParseTransferArgs(out, args, "put", 2, 2);
     const std::string file = transfer.parsed.positional[0];
     out.Result()["url"] = transfer.shown;
     out.Result()["file"] = file;
@@ -247,7 +245,7 @@ int RunPut(Output& out, const std::vector<std::string>& args)
 
 int RunLs(Output& out, const std::vector<std::string>& args)
 {
-    TransferArgs transfer = ParseTransferArgs(out, args, {}, 1);
+    TransferArgs transfer = ParseTransferArgs(out, args, "ls", 1, 1);
     out.Result()["url"] = transfer.shown;
     Json list = Json::array();
     if (const TransferClient* client = ChooseClient(transfer))
@@ -299,9 +297,7 @@ int RunLs(Output& out, const std::vector<std::string>& args)
 
 int RunHead(Output& out, const std::vector<std::string>& args)
 {
-    TransferArgs transfer = ParseTransferArgs(out, args, {}, 1);
-    if (transfer.client != kDefaultClient)
-        throw UsageError("head uses the library's own client only");
+    TransferArgs transfer = ParseTransferArgs(out, args, "head", 1, 1);
     out.Result()["url"] = transfer.shown;
     std::unique_ptr<RkProtocolReq> request;
     CZyError error = OpenRequest(transfer, request, nullptr);
@@ -333,9 +329,7 @@ namespace
 {
 int RunFileCommand(Output& out, const std::vector<std::string>& args, bool makeDirectory)
 {
-    TransferArgs transfer = ParseTransferArgs(out, args, {}, 1);
-    if (transfer.client != kDefaultClient)
-        throw UsageError("rm and mkdir use the library's own client only");
+    TransferArgs transfer = ParseTransferArgs(out, args, makeDirectory ? "mkdir" : "rm", 1, 1);
     out.Result()["url"] = transfer.shown;
     std::unique_ptr<RkProtocolReq> request;
     CZyError error = OpenRequest(transfer, request, nullptr);

@@ -11,6 +11,9 @@ namespace zynet
 std::string TempDirectory();
 char PathSeparator();
 
+// Whether `path` names an existing directory.
+bool IsDirectory(const std::string& path);
+
 // Moves the file `from` over `to`, replacing `to` in one step when it exists
 // (rename on POSIX, where `to` keeps its permissions; MoveFileExW with
 // MOVEFILE_REPLACE_EXISTING on Windows).

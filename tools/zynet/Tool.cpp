@@ -49,13 +49,23 @@ Json ErrorJson(const CZyError& error)
 
 int Output::Fail(const std::string& what, const CZyError& error, const std::string& cause)
 {
+    return Fail(m_result, what, error, cause);
+}
+
+int Output::Fail(const std::string& what)
+{
+    return Fail(m_result, what);
+}
+
+int Output::Fail(Json& item, const std::string& what, const CZyError& error, const std::string& cause)
+{
     const std::string because = cause.empty() ? error.GetErrorMessage() : cause;
     if (m_json)
     {
         Json failure = ErrorJson(error);
         failure["what"] = what;
         failure["cause"] = because;
-        m_result["error"] = failure;
+        item["error"] = failure;
         return kExitFailure;
     }
     std::string text = "zynet " + m_command + ": " + what + (because.empty() ? "" : ": " + because) + "\n";
@@ -70,13 +80,13 @@ int Output::Fail(const std::string& what, const CZyError& error, const std::stri
     return kExitFailure;
 }
 
-int Output::Fail(const std::string& what)
+int Output::Fail(Json& item, const std::string& what)
 {
     if (m_json)
     {
         Json failure = Json::object();
         failure["what"] = what;
-        m_result["error"] = failure;
+        item["error"] = failure;
     }
     else
     {

@@ -2,6 +2,7 @@
 // subcommand, argument parsing and the table of subcommands.
 #pragma once
 
+#include <cstdio>
 #include <map>
 #include <set>
 #include <stdexcept>
@@ -49,6 +50,10 @@ public:
     int Fail(const std::string& what, const CZyError& error, const std::string& cause = std::string());
     // Reports a failure that is not a library error (e.g. a failed check).
     int Fail(const std::string& what);
+    // As the two above for one item of several results: in JSON mode the
+    // "error" member goes into `item`.
+    int Fail(Json& item, const std::string& what, const CZyError& error, const std::string& cause = std::string());
+    int Fail(Json& item, const std::string& what);
     // Prints the JSON document (JSON mode only).
     void Finish(int exitCode);
     // A text that must never be printed (a password): the tool writes
@@ -90,17 +95,54 @@ Args ParseArgs(const std::vector<std::string>& args, const std::vector<std::stri
 // naming `what`.
 long long ParseInteger(const std::string& text, long long minimum, long long maximum, const char* what);
 
+// One option of a command, as the argument parser accepts it and as --help,
+// the man page and the bash completion show it: all of them read the table
+// of commands, so none can list what another does not.
+struct Option
+{
+    // What the completion offers for the option's value.
+    enum Values
+    {
+        kAnyText,  // nothing: a value of the user's own
+        kFiles,    // file names
+        kDirectories,
+        kWords  // the words of `words`
+    };
+    std::vector<std::string> names;  // "--continue", "-c": the long name first
+    std::string value;               // the value's placeholder ("N", "FILE"); "" for a flag
+    std::string help;                // its help; '\n' starts another line
+    Values values = kAnyText;
+    std::vector<std::string> words;  // kWords: the values to offer
+};
+
 struct Command
 {
     const char* name;
     const char* synopsis;  // arguments after the name, for the usage line
     const char* summary;   // one line for the command list
-    const char* help;      // the rest of --help
+    const char* help;      // what the command does, before its options
     int (*run)(Output& out, const std::vector<std::string>& args);
+    std::vector<Option> options = {};  // every option the command accepts
+    const char* notes = "";            // text after the options ("" for none)
 };
 
-// Every subcommand, in the order the help lists them.
+// Every subcommand, in the order the help lists them, and the options
+// accepted before any command (--json, --verbose, --help, --version).
 const std::vector<Command>& Commands();
+const std::vector<Option>& GlobalOptions();
+const Command* FindCommand(const std::string& name);
+
+// ParseArgs with the options that the table lists for `command`.
+Args ParseCommandArgs(const std::vector<std::string>& args, const char* command, size_t minPositional,
+                      size_t maxPositional);
+
+// What `zynet --help`, `zynet COMMAND --help`, `zynet --man` and
+// `zynet --completion bash` print (Help.cpp).
+void PrintUsageLine(FILE* stream, const Command& command);
+void PrintMainHelp(FILE* stream);
+void PrintCommandHelp(const Command& command);
+void PrintManPage(FILE* stream);
+void PrintBashCompletion(FILE* stream);
 
 int RunAddr(Output& out, const std::vector<std::string>& args);
 int RunResolve(Output& out, const std::vector<std::string>& args);

@@ -33,12 +33,16 @@ struct TransferArgs
     Args parsed;
 };
 
-// The options every transfer command takes plus `extraValues` and
-// `extraFlags`; the URL is the last of `positional` arguments. Passwords
+// The options that the table of commands lists for `command` (get, put,
+// ls, head, rm, mkdir); the URL is the last positional argument. Passwords
 // are handed to `out` as texts never to print.
-TransferArgs ParseTransferArgs(Output& out, const std::vector<std::string>& args,
-                               const std::vector<std::string>& extraValues, size_t positional,
-                               const std::vector<std::string>& extraFlags = std::vector<std::string>());
+TransferArgs ParseTransferArgs(Output& out, const std::vector<std::string>& args, const char* command,
+                               size_t minPositional, size_t maxPositional);
+
+// Points `transfer` at `url`: the URL as typed, as shown and cut into server
+// and path; the password of its user-info becomes a text never to print.
+// A text that is no URL is a usage error.
+void SetTransferUrl(Output& out, TransferArgs& transfer, const std::string& url);
 
 // The URL's scheme in lower case.
 std::string Scheme(const std::string& url);
@@ -62,6 +66,13 @@ public:
         else
             progress->Update(downNow, downTotal);
         return 0;
+    }
+
+    // The next transfer's rate is measured from now.
+    void Restart()
+    {
+        Finish();
+        m_start = m_last = Clock::now();
     }
 
     void Finish()

@@ -8,7 +8,7 @@ namespace zynet
 {
 int RunProxy(Output& out, const std::vector<std::string>& args)
 {
-    Args parsed = ParseArgs(args, {}, {"--pac"}, 0, 1);
+    Args parsed = ParseCommandArgs(args, "proxy", 0, 1);
     if (parsed.HasValue("--pac") && parsed.positional.empty())
         throw UsageError("--pac needs a URL to look up");
     return out.Fail("not available on this platform: proxy discovery uses WinHTTP (Windows only)");

@@ -8,7 +8,7 @@ namespace zynet
 {
 int RunUploadLog(Output& out, const std::vector<std::string>& args)
 {
-    ParseArgs(args, {"--jsp", "--insecure"}, {"--ccid", "--user", "--timeout"}, 2, 2);
+    ParseCommandArgs(args, "upload-log", 2, 2);
     return out.Fail("upload-log is available on Windows only (it uses the WinINet client)");
 }
 }  // namespace zynet

@@ -23,6 +23,12 @@ char PathSeparator()
     return '/';
 }
 
+bool IsDirectory(const std::string& path)
+{
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 bool MoveOver(const std::string& from, const std::string& to, std::string& why)
 {
     // The file replaced keeps its permissions.

@@ -17,7 +17,7 @@ const char* OrNone(const std::string& text)
 
 int RunProxy(Output& out, const std::vector<std::string>& args)
 {
-    Args parsed = ParseArgs(args, {}, {"--pac"}, 0, 1);
+    Args parsed = ParseCommandArgs(args, "proxy", 0, 1);
     if (parsed.HasValue("--pac") && parsed.positional.empty())
         throw UsageError("--pac needs a URL to look up");
 

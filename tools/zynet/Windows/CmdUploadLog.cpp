@@ -11,7 +11,7 @@ namespace zynet
 {
 int RunUploadLog(Output& out, const std::vector<std::string>& args)
 {
-    Args parsed = ParseArgs(args, {"--jsp", "--insecure"}, {"--ccid", "--user", "--timeout"}, 2, 2);
+    Args parsed = ParseCommandArgs(args, "upload-log", 2, 2);
     const std::string& file = parsed.positional[0];
     const std::string& url = parsed.positional[1];
     long timeout = 0;

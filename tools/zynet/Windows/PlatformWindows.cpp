@@ -61,6 +61,12 @@ BOOL WINAPI RemoveOnControl(DWORD)
 }
 }  // namespace
 
+bool IsDirectory(const std::string& path)
+{
+    const DWORD attributes = GetFileAttributesW(Wide(path).c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
 bool MoveOver(const std::string& from, const std::string& to, std::string& why)
 {
     if (MoveFileExW(Wide(from).c_str(), Wide(to).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED))
