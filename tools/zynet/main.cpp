@@ -107,8 +107,10 @@ const std::vector<Command>& Commands()
         {"tour", "", "a walk through the library on loopback (the default)",
          "Exercises the library on loopback with no setup: a socket pair echo, TCP echo with time\n"
          "limits over IPv4, IPv6 and a Unix path, a selector over many sockets, resolving localhost,\n"
-         "the interface list and a ping of 127.0.0.1 (when raw sockets are permitted). Each step is\n"
-         "reported with its timing. The default when no subcommand is given.",
+         "the interface list, a ping of 127.0.0.1 (when raw sockets are permitted), and HTTP\n"
+         "downloads, an upload and a HEAD from a server the tour runs on loopback, through the\n"
+         "loaded libcurl (and WinHTTP and WinINet on Windows). Each step is reported with its\n"
+         "timing. The default when no subcommand is given.",
          RunTour},
         {"resolve",
          "NAME [--all] [-4|-6]",
