@@ -26,9 +26,8 @@ public:
     CZySocketSelector& operator=(const CZySocketSelector& other);
     ~CZySocketSelector();
 
-    // Registers `socket` for reading, writing or exceptional conditions (once: a
-    // second registration of the same handle changes nothing). A full descriptor
-    // set drops the registration silently.
+    // Registers `socket` for reading, writing or exceptional conditions, once
+    // per handle. A full descriptor set drops the registration silently.
     // @{
     void SetReadSocket(const CZySocket& socket);
     void SetWriteSocket(const CZySocket& socket);
