@@ -37,8 +37,9 @@ def main():
         own = OWN_LINE.match(line)
         if opening:
             if own:
-                prefix = "/// @file\n" if not out else ""
-                out.append(prefix + "/// " + text(own.group(2)))
+                # "@file" closes the first line rather than taking one of its
+                # own, so that line numbers stay as they are.
+                out.append("/// " + text(own.group(2)) + ("" if out else " @file"))
                 continue
             opening = False
         if own and not RULER.match(line) and depth == 0:
