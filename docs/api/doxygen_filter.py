@@ -5,7 +5,8 @@ without changing the headers:
 
 - the comment block that opens a file becomes the file's description;
 - a `//` line on its own documents the declaration below it (`///`);
-- a `//` comment after code on the same line documents that member (`///<`);
+- a `//` comment after code on the same line documents that member (`///<`),
+  except after a closing brace;
 - '<' and '>' in comments are text, not HTML tags;
 - section rulers (`// ---- ... ----`) and comments inside function bodies
   stay plain.
@@ -46,7 +47,9 @@ def main():
             out.append("%s/// %s" % (own.group(1), text(own.group(2))))
             continue
         after = AFTER_CODE.match(line)
-        if after and depth == 0 and not RULER.match(line):
+        # A comment after a closing brace ("}  // namespace X") names what
+        # closes; as a member comment doxygen would give it to the next class.
+        if after and depth == 0 and not RULER.match(line) and not after.group(1).lstrip().startswith("}"):
             out.append("%s%s///< %s" % (after.group(1), after.group(2), text(after.group(3))))
         else:
             out.append(line)
