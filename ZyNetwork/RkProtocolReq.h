@@ -168,7 +168,7 @@ public:
     void setURLPath(const std::string& path) { m_urlPath = path; }
     const std::string& getURLPath() const { return m_urlPath; }
     // @}
-    // The port to connect to; 0 uses the URL's own or the scheme's.
+    // A port for base URLs that name none (0, the default: none added).
     // @{
     void setPortNumber(long port) { m_port = port; }
     long getPortNo() const { return m_port; }

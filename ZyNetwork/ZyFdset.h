@@ -49,7 +49,7 @@ ZYNET_API void rkfdset_zero(rkfdset* set);
 ZYNET_API int rkfdset_set(ZYNET_SOCKET handle, rkfdset* set);
 // Removes `handle`, keeping the order of the others; an absent handle is 0.
 ZYNET_API int rkfdset_clr(ZYNET_SOCKET handle, rkfdset* set);
-// Nonzero when `handle` is listed; -2 for a set not allocated.
+// 1 when `handle` is listed, else 0; -2 for a set not allocated.
 ZYNET_API int rkfdset_isset(ZYNET_SOCKET handle, rkfdset* set);
 // The active storage, to pass to ZYNET_select (null for a null `set`).
 ZYNET_API ZYNET_fd_set* rkfdset_get_fdsetp(rkfdset* set);

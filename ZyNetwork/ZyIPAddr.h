@@ -138,8 +138,10 @@ public:
                                                         bool& within);
 
     // Interface and hardware address lists.
-    // This machine's unicast interface addresses of `family` (UNSPEC: all), each
-    // with its IPv4 network address as the second member. `list` is emptied first.
+    // This machine's unicast interface addresses of `family` (UNSPEC: all).
+    // The second member is, for IPv4, the network address (host bits cleared);
+    // for IPv6, an IPv4 record holding the address's fourth 16-bit group.
+    // `list` is emptied first.
     static CZyError GetIFList(std::vector<std::pair<CZyIPAddr, CZyIPAddr>>& list, IP_FAMILY family);
     // The addresses alone, appended to `list`.
     static CZyError GetIFList(std::vector<CZyIPAddr>& list, IP_FAMILY family);

@@ -97,7 +97,7 @@ ZYNET_API unsigned int ZYNET_getport(const ZYNET_SockAddr* addr);
 // families are left alone.
 ZYNET_API void ZYNET_setport(ZYNET_SockAddr* addr, unsigned short port);
 // The length to hand to the system for this address (16 for IPv4, 28 for
-// IPv6, the path's length for Unix-domain, else 112).
+// IPv6, 2 + the path with its terminator for Unix-domain, else 112).
 ZYNET_API int ZYNET_GetActualSockAddrLen(const ZYNET_SockAddr* addr);
 // The largest record length of `family`, the room to offer when the system
 // writes an address.
