@@ -81,6 +81,7 @@ namespace FXQWaveDll
 {
 // A handle for the calls below; close it with QOSCloseHandle.
 ZYNET_API CZyError QOSCreateHandle(_QOS_VERSION* version, void** handle);
+// Closes a handle from QOSCreateHandle.
 ZYNET_API CZyError QOSCloseHandle(void* handle);
 // Changes a flow: its traffic type, outgoing rate or DSCP value.
 ZYNET_API CZyError QOSSetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, unsigned long size,
@@ -89,6 +90,7 @@ ZYNET_API CZyError QOSSetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW 
 // non-adaptive flow (*flowId that flow) and returns the flow's id.
 ZYNET_API CZyError QOSAddSocketToFlow(void* handle, unsigned int socket, sockaddr* destination,
                                       _QOS_TRAFFIC_TYPE trafficType, unsigned long flags, unsigned long* flowId);
+// Takes `socket` out of flow `flowId`.
 ZYNET_API CZyError QOSRemoveSocketFromFlow(void* handle, unsigned int socket, unsigned long flowId,
                                            unsigned long flags);
 }  // namespace FXQWaveDll

@@ -19,6 +19,7 @@ const uint32_t kRkCURLDomainMark = 0xEDD00000u;
 class ZYNET_API FXErrorItemRkCURL : public FXErrorItem
 {
 public:
+    // An item for curl result `code` raised or passed on at `location`.
     FXErrorItemRkCURL(const FXCodeLocation& location, int code);
     std::string AsString() const override;
     std::string AsString(EErrorOutputFormat format) const override;
@@ -31,6 +32,7 @@ public:
 class ZYNET_API FXErrorItemRkCURLDescription : public FXErrorItemRkCURL
 {
 public:
+    // The same with a description.
     FXErrorItemRkCURLDescription(const FXCodeLocation& location, int code, const std::string& description);
     std::string AsString() const override;
     std::string AsString(EErrorOutputFormat format) const override;
@@ -39,16 +41,25 @@ public:
     std::string description;
 };
 
+// A new transfer error for curl result `code`; its error code is `code` OR-ed
+// with kRkCURLDomainMark.
 ZYNET_API CZyError ErrorRkCURL(const FXCodeLocation& location, int code);
 // printf-style description; a null or empty format gives the form above. A
 // text too long for the formatter is kept, prefixed with "[BUFFEROVERFLOW]".
 ZYNET_API CZyError ErrorRkCURL(const FXCodeLocation& location, int code, const char* format, ...)
     ZY_PRINTF_LIKE(3, 4);
+// Passes `error` on with an item carrying curl result `code` (and a
+// printf-style description); the error's own code stays. Returns `error`.
+// @{
 ZYNET_API CZyError& PushRkCURL(CZyError& error, const FXCodeLocation& location, int code);
 ZYNET_API CZyError& PushRkCURL(CZyError& error, const FXCodeLocation& location, int code, const char* format, ...)
     ZY_PRINTF_LIKE(4, 5);
+// @}
 // 0 for success, -1 for an error of another domain, else the curl code.
 ZYNET_API int GetRkCURL(const CZyError& error);
+// Whether `error` is (or is not) the transfer error of curl result `code`.
+// @{
 ZYNET_API bool IsRkCURL(const CZyError& error, int code);
 ZYNET_API bool IsNotRkCURL(const CZyError& error, int code);
+// @}
 }  // namespace RkCURL

@@ -56,11 +56,18 @@ enum FTPProtocol
 class ZYNET_API RkFTPReq : public RkProtocolReq
 {
 public:
+    // A request object for plain FTP or explicit FTPS; call initialize before use.
     explicit RkFTPReq(FTPProtocol protocol = FTP);
+    // Copies the settings as RkProtocolReq does, with the FTP ones (protocol,
+    // active mode, directory creation, listing command). The last listing's
+    // results are not copied.
+    // @{
     RkFTPReq(const RkFTPReq& other);
     RkFTPReq& operator=(const RkFTPReq& other);
+    // @}
     ~RkFTPReq() override;
 
+    // FTP or FTPS, as constructed.
     FTPProtocol getProtocol() const { return m_protocol; }
 
     // Active mode: the server connects back to `address` (curl's FTPPORT
@@ -69,6 +76,7 @@ public:
     CZyError setActiveMode(bool active, const std::string& address = "-");
     // Uploads make the missing directories of their path first.
     CZyError setCreateMissingDirs(bool create);
+    // Whether uploads create missing directories.
     bool getCreateMissingDirs() const { return m_createMissingDirs; }
 
     enum ListingCommand
@@ -77,6 +85,7 @@ public:
         LISTING_LIST = 1,
         LISTING_MLSD = 2
     };
+    // Which command fetches listings (LISTING_AUTO by default).
     void setListingCommand(ListingCommand command) { m_listingCommand = command; }
     // Whether the last listing was MLSD output (collectFilesAndDir reads it
     // as such).
@@ -84,11 +93,16 @@ public:
     // Lines of the last parsed listing that fit no format.
     size_t getSkippedListingLines() const { return m_skippedLines; }
 
-    // File and directory commands on paths relative to the base URL.
+    // File and directory commands on paths relative to the base URL: DELE,
+    // MKD, RMD, and RNFR with RNTO (the SFTP class sends its own forms). An
+    // empty path or one with a line break is refused with int error 1; a
+    // command the server refuses fails with curl's code 21 (quote error).
+    // @{
     CZyError deleteFile(const std::string& path);
     CZyError makeDirectory(const std::string& path);
     CZyError removeDirectory(const std::string& path);
     CZyError renameFile(const std::string& from, const std::string& to);
+    // @}
 
     CZyError isOperationSuccess(bool& success) override;
     // FTP has no headers: an empty map is accepted, anything else refused.
@@ -112,14 +126,17 @@ public:
 protected:
     // What the subclasses change: the URL scheme, the command texts, the
     // path commands refer to, and whether FEAT/MLSD exist.
+    // @{
     virtual const char* scheme() const;
     virtual std::string deleteCommand(const std::string& path) const;
     virtual std::string makeDirectoryCommand(const std::string& path) const;
     virtual std::string removeDirectoryCommand(const std::string& path) const;
     virtual std::vector<std::string> renameCommands(const std::string& from, const std::string& to) const;
+    // @}
     // The path a command names for a request path: relative to the login
     // directory for FTP.
     virtual std::string commandPath(const std::string& path) const;
+    // Whether the protocol has FEAT and MLSD at all (FTP: yes).
     virtual bool offersMlsd() const { return true; }
     // The options of a directory-existence request (FTP: CWD without a
     // transfer).
@@ -130,6 +147,8 @@ protected:
     // The decoded base path joined with `path`, with single '/' separators,
     // no leading or trailing '/'.
     std::string joinedPath(const std::string& path) const;
+    // Sends `commands` on the connection, without a transfer, as one request;
+    // `function` names the caller in errors.
     CZyError runCommands(const std::vector<std::string>& commands, const char* function);
     // The next request opens a new connection instead of reusing a live one
     // (after a change that curl checks only when it connects).

@@ -49,11 +49,18 @@ enum HTTPProtocol
 class ZYNET_API RkHTTPReq : public RkProtocolReq
 {
 public:
+    // A request object whose URLs without a scheme use HTTP or HTTPS; call
+    // initialize before use.
     explicit RkHTTPReq(HTTPProtocol protocol = HTTP);
+    // Copies the settings as RkProtocolReq does, with the protocol and the headers
+    // of setHeaders.
+    // @{
     RkHTTPReq(const RkHTTPReq& other);
     RkHTTPReq& operator=(const RkHTTPReq& other);
+    // @}
     ~RkHTTPReq() override;
 
+    // HTTP or HTTPS, as constructed.
     HTTPProtocol getProtocol() const { return m_protocol; }
 
     CZyError isOperationSuccess(bool& success) override;

@@ -73,6 +73,7 @@ struct commandInfo
     std::string value;
 
     commandInfo() : kind(CMD_HEADER) {}
+    // A parameter of kind `k` with its name and value.
     commandInfo(Kind k, std::string n, std::string v = std::string())
         : kind(k), name(std::move(n)), value(std::move(v))
     {
@@ -143,59 +144,114 @@ public:
     // not initialised (isInitialized() tells). Callbacks and their user data
     // are copied as pointers.
     RkProtocolReq(const RkProtocolReq& other);
+    // The same for assignment; this object's own handle is released first.
     RkProtocolReq& operator=(const RkProtocolReq& other);
 
     // Error buffer, easy handle and the default settings, then the
     // protocol's defaults. Call once before anything else.
     CZyError initialize(unsigned int useCAFile);
+    // True after a successful initialize.
     bool isInitialized() const { return m_initialized; }
     // Process-wide curl initialisation (kept for callers; the binding does
     // the real one on first use).
     static void initializeCurlLibrary();
+    // Does nothing: curl's global clean-up belongs to the binding.
     static void deinitializeCurlLibrary();
 
     // ---- plain accessors ----------------------------------------------------
+    // The base URL of every request ("scheme://host[:port]/..."); an empty one
+    // makes requests fail with int error 101 "URL is empty".
+    // @{
     void setURL(const std::string& url) { m_url = url; }
     const std::string& getURL() const { return m_url; }
+    // @}
+    // The path of the current request under the base URL (the request
+    // operations set it).
+    // @{
     void setURLPath(const std::string& path) { m_urlPath = path; }
     const std::string& getURLPath() const { return m_urlPath; }
+    // @}
+    // A port for base URLs that name none (0, the default: none added).
+    // @{
     void setPortNumber(long port) { m_port = port; }
     long getPortNo() const { return m_port; }
+    // @}
+    // The local file of the current upload (uploadFile sets it).
+    // @{
     void setSourceFile(const std::string& path) { m_sourceFile = path; }
     const std::string& getSourceFile() const { return m_sourceFile; }
+    // @}
+    // The body text of a POST with a text (doPostOperation sets it).
+    // @{
     void setPostString(const std::string& text) { m_postString = text; }
     const std::string& getPostString() const { return m_postString; }
-    // The buffer is not copied: it must stay valid until the request ends.
+    // @}
+    // The buffer being sent by a POST or PUT with a buffer (the buffer
+    // operations set it). It is not copied: it must stay valid until the
+    // request ends.
+    // @{
     void setPostBuffer(const char* buffer) { m_postBuffer = buffer; }
     const char* getPostBuffer() const { return m_postBuffer; }
+    // @}
+    // The size in bytes of the buffer being sent (the buffer operations set it).
+    // @{
     void setDataSizeInBytes(int64_t size) { m_dataSize = size; }
     int64_t getDataSizeInBytes() const { return m_dataSize; }
+    // @}
+    // The kind of the current request (each request operation sets it).
+    // @{
     void setOperationType(operationType type) { m_operationType = type; }
     operationType getOperationType() const { return m_operationType; }
+    // @}
+    // The method name of the current request ("GET", "POST", "HEAD", ...).
+    // @{
     void setOperationName(const std::string& name) { m_operationName = name; }
     const std::string& getOperationName() const { return m_operationName; }
+    // @}
+    // A flag for the caller's own use: whether it configured a proxy.
+    // @{
     void setIsProxySet(bool set) { m_proxySet = set; }
     bool getIsProxySet() const { return m_proxySet; }
+    // @}
+    // A user name and password kept with the object (and copied with it); no
+    // request reads them: setCredentials sets the ones curl sends.
+    // @{
     void setURLUserName(const std::string& user) { m_userName = user; }
     void setURLPassword(const std::string& password) { m_password = password; }
+    // @}
+    // The CA-file mode given to initialize, kept as given; no request reads
+    // it (setSecured chooses the verification).
+    // @{
     void setUseCAFile(unsigned int useCAFile) { m_useCAFile = useCAFile; }
     unsigned int getUseCAFile() const { return m_useCAFile; }
+    // @}
+    // Uploads do not wait for the server's "100 Continue" before sending the body.
     void skipExpectContinue100(bool skip) { m_skipExpectContinue = skip; }
     // The caller's callbacks, used by every later request (a protocol class
     // may put its own in place for one operation, such as a download into a
     // file). Without a write or header callback the bytes are discarded;
     // without a read callback an upload sends nothing.
+    // @{
     void setWriteFunctionPointer(void* userData, RkDataCallback callback);
     void setReadFunctionPointer(void* userData, RkDataCallback callback);
     void setHeaderWriteFunctionPointer(void* userData, RkDataCallback callback);
+    // @}
     // An extra request header sent with every later request.
     void addRequestedHeaders(const std::string& name, const std::string& value);
+    // The extra parameters of the current request (each request operation sets
+    // them from its `commands`).
+    // @{
     void setCommandInfo(const std::vector<commandInfo>& commands) { m_commands = commands; }
     const std::vector<commandInfo>& getCommandInfo() const { return m_commands; }
+    // @}
+    // The response code of the last request (HTTP status, FTP reply; 0 when none
+    // came).
     void getLastServerResponseCode(int& code) const { code = static_cast<int>(m_responseCode); }
     // The last curl result and the error buffer's text.
     void getLastCurlErrorCodeAndErrorMsg(int& code, std::string& message) const;
+    // Clears the last curl result and the error buffer.
     void resetCurlErrorCodeAndErrorMsg();
+    // Clears the error buffer only.
     void resetCurlErrorBuffer();
 
     // A write callback that takes every byte and keeps none (for requests
@@ -203,18 +259,33 @@ public:
     static size_t getContentSize(char* data, size_t size, size_t count, void* userData);
 
     // ---- settings -----------------------------------------------------------
+    // The user name and password that curl sends (CURLOPT_USERPWD). The settings
+    // below fail with int error 1 before initialize, and with the curl code when
+    // curl refuses the option.
     CZyError setCredentials(const std::string& user, const std::string& password);
+    // The limit for a whole request in seconds (0: none); running out is curl
+    // code 28.
     CZyError SetTimeOut(long seconds);
+    // The limit for connecting in seconds (0: curl's default).
     CZyError SetConnectionTimeOut(long seconds);
+    // TCP keep-alive on the connections, with the idle time and probe interval.
     CZyError setKeepAlive(bool on, long idleSeconds, long intervalSeconds);
+    // Whether redirects are followed (at most 30; a POST stays a POST). Before
+    // initialize only the choice is kept; initialize applies it.
     CZyError setLinkRedirects(bool follow);
+    // Whether redirects are followed.
     bool getLinkRedirects() const { return m_followRedirects; }
+    // curl's verbose output (CURLOPT_VERBOSE): to the trace callback when one
+    // is set, else to stderr.
     CZyError setLogging(bool on);
+    // The TLS version setting (a CURL_SSLVERSION_* value, may include a
+    // CURL_SSLVERSION_MAX_* cap) for the server and the proxy.
     CZyError setMaxSSLVersion(int version);
     // secure: the server's certificate and name are verified against
     // `caFile` (an empty name means the default bundle of initialize).
     // Not secure: any certificate is accepted.
     CZyError setSecured(bool secure, const std::string& caFile);
+    // An HTTP proxy "host:port" with its user name and password.
     CZyError setProxyDetails(const std::string& host, const std::string& port, const std::string& user,
                              const std::string& password);
     // Hosts that bypass the proxy (comma-separated); an empty list means the
@@ -222,8 +293,11 @@ public:
     CZyError setProxyBypass(const std::string& list);
     // No proxy at all, also none from the environment.
     CZyError DisableProxy();
+    // The authentication methods offered to the proxy (CURLAUTH_* bits).
     CZyError setProyAuth(long mask);
+    // Whether TLS session ids are reused (non-zero: on).
     CZyError setSessionIDCaching(long on);
+    // curl's debug callback and its user data; both must be non-null (int error 1).
     CZyError setTraceCallBack(void* userData, RkTraceCallback callback);
     // Progress reports during transfers; a null callback turns them off.
     CZyError setProgressCallBack(void* userData, RkProgressCallback callback);
@@ -231,11 +305,19 @@ public:
     // ---- requests -------------------------------------------------------------
     // Paths are relative to the base URL (setURL) and given unencoded; the
     // protocol class encodes them.
+    // GET `urlPath` into the write callback. The request operations refuse a null
+    // or empty path or a null buffer with int error 1, and fail with the curl code
+    // or the protocol's verdict on the response (see Execute).
     CZyError doGetOperation(const char* urlPath, const std::vector<commandInfo>& commands);
+    // POST the text `postString`.
     CZyError doPostOperation(const char* urlPath, const char* postString, const std::vector<commandInfo>& commands);
+    // POST `size` bytes of `buffer` (which must stay valid during the call).
     CZyError doPostOperation(const char* urlPath, const char* buffer, long size,
                              const std::vector<commandInfo>& commands);
+    // PUT `size` bytes of `data`.
     CZyError doPutOperation(const char* urlPath, const char* data, long size, const std::vector<commandInfo>& commands);
+    // DELETE `urlPath`, sending `size` bytes of `data` as the body (`data` must
+    // not be null; `size` 0 sends none).
     CZyError doDeleteOperation(const char* urlPath, const char* data, long size,
                                const std::vector<commandInfo>& commands);
     // Fetches `sourceURL` (a path under the base URL, or a whole URL with
@@ -256,6 +338,8 @@ public:
     // Fetches the listing of `sourcePath` (kept, see getListing); the
     // protocol class parses it.
     CZyError getFilesAndDirsInfoInFile(const std::string& sourcePath);
+    // A request without a body (HEAD) for the stored URL: succeeds when the
+    // server answers as the protocol counts success.
     CZyError checkConnection();
 
     // Downloads `sourceURL` (as download) into the local file `localFile`,
@@ -271,17 +355,30 @@ public:
     // error (23).
     static const size_t kMaxListingSize = 64u << 20;
 
+    // Percent-encodes every byte but letters, digits and "-._~".
     CZyError URLEncode(const std::string& in, std::string& out);
+    // Decodes %XX sequences.
     CZyError URLDecode(const std::string& in, std::string& out);
     // URLEncode that keeps '/' and '\' as they are.
     CZyError URLEncodePath(const std::string& in, std::string& out);
+    // The same as URLDecode.
     CZyError URLDecodePath(const std::string& in, std::string& out);
 
     // ---- the request steps ------------------------------------------------------
+    // Sets the request's URL (getFullWorkingURL), the protocol's method options
+    // (setMethodParameter) and the callbacks. "URL is empty" (int 101) without a
+    // base URL.
     CZyError PrepareForRequest();
+    // PrepareForRequest, Execute, then unSetMethodParameter whatever happened.
+    // The request operations run this.
     CZyError SendReqest();
+    // Performs the prepared request and reads the response code. A curl failure is
+    // its curl code; a response the protocol does not count as success is an error
+    // with the last curl result (0) and the message naming the response code.
     CZyError Execute();
+    // Reads the response code of the last request into the object.
     CZyError getResponseCode();
+    // Removes the operation's callbacks and method options after a request.
     CZyError unSetMethodParameter();
 
 protected:
@@ -289,18 +386,28 @@ protected:
     // can apply the same settings to its own handle. Stores the result as the
     // last curl result.
     CURLcode applyOption(CURLoption option, long value);
+    // The same for a text option.
     CURLcode applyOption(CURLoption option, const std::string& value);
     // Per-operation callbacks that a protocol class sets in
     // setMethodParameter; they take the place of the caller's for the
     // current request and are cleared by unSetMethodParameter.
     void setOperationWriteCallback(void* userData, RkDataCallback callback);
+    // The same for the read callback.
     void setOperationReadCallback(void* userData, RkDataCallback callback);
+    // The curl easy handle (null before initialize).
     void* handle() const;
+    // The text curl wrote into the error buffer for the last request.
     const char* errorBufferText() const;
+    // The response code of the last request.
     long responseCode() const { return m_responseCode; }
+    // The last curl result, as getLastCurlErrorCodeAndErrorMsg reports it.
+    // @{
     int lastCurlResult() const { return m_lastResult; }
     void setLastCurlResult(int result) { m_lastResult = result; }
+    // @}
+    // The headers added with addRequestedHeaders, in order.
     const std::vector<std::pair<std::string, std::string>>& requestedHeaders() const { return m_requestedHeaders; }
+    // Whether skipExpectContinue100 was asked for.
     bool skipExpectContinue() const { return m_skipExpectContinue; }
     // Copies up to `room` bytes of a caller's buffer that is being sent,
     // advancing `position` and `remaining`; what a read callback returns.

@@ -42,8 +42,12 @@ class ZYNET_API RkSFTPReq : public RkFTPReq
 {
 public:
     RkSFTPReq();
+    // Copies the settings as RkFTPReq does, with the host-key checking and the
+    // known-hosts file.
+    // @{
     RkSFTPReq(const RkSFTPReq& other);
     RkSFTPReq& operator=(const RkSFTPReq& other);
+    // @}
     ~RkSFTPReq() override;
 
     // The private key file (OpenSSH or PEM format), its passphrase ("" for
@@ -51,10 +55,14 @@ public:
     // private one).
     CZyError setPrivateKey(const std::string& privateKeyFile, const std::string& passphrase,
                            const std::string& publicKeyFile = std::string());
+    // The known-hosts file that host keys are checked against (see above).
     CZyError setKnownHostsFile(const std::string& path);
     // Off: any host key is accepted. Only an explicit call turns it off.
     CZyError setHostKeyChecking(bool check);
+    // Whether host keys are checked.
     bool getHostKeyChecking() const { return m_checkHostKey; }
+    // Pins the host key by its SHA-256 fingerprint (see above). Int error 1
+    // before initialize.
     CZyError setHostKeySHA256(const std::string& base64);
     // The known-hosts file used when none was set ("" when neither HOME nor
     // USERPROFILE is set).

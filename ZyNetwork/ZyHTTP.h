@@ -43,8 +43,11 @@ public:
     // without a server: requests and GetWorkingURL then fail with Win32 87
     // until SetBaseURL succeeds.
     explicit ZyHTTP(const char* baseUrl);
+    // Copies every setting; the client holds no open handles between requests.
+    // @{
     ZyHTTP(const ZyHTTP& other);
     ZyHTTP& operator=(const ZyHTTP& other);
+    // @}
     ~ZyHTTP();
 
     // Parses and stores the server URL (see above). A URL that cannot be
@@ -57,8 +60,11 @@ public:
     // Replaces the path of the working URL (URL text; a leading and a
     // trailing '/' are added when missing).
     void SetPath(const char* path);
+    // The server credentials (see above); null clears.
+    // @{
     void SetUser(const char* user);
     void SetPassword(const char* password);
+    // @}
     // The User-Agent of every request ("ZyHTTP" unless set).
     void SetUserAgent(const char* userAgent);
     // The upload mode: "Use_JSP_for_Upload" sends uploads to
@@ -70,6 +76,7 @@ public:
     // except to the hosts of `bypass` (may be null). A null or empty proxy
     // means a direct connection.
     void SetProxyAccess(const char* proxy, const char* bypass);
+    // The credentials for the proxy's authentication challenges; null clears.
     void SetProxyCreds(const char* user, const char* password);
     // The time limit in milliseconds for connecting, sending and each wait
     // for data; a request that exceeds it fails with WinINet's error (Win32

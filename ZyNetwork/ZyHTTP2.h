@@ -34,25 +34,37 @@ public:
     // fresh set keeps copying as cheap and as safe as for any other value.
     // The connection's host and port stay with the original too.
     CZyHTTP2(const CZyHTTP2& other);
+    // The same for assignment: this object's handles are closed first.
     CZyHTTP2& operator=(const CZyHTTP2& other);
     // Closes the request, connection and session handles, in that order.
     virtual ~CZyHTTP2();
 
     // Opens the session if needed and a connection to the URL's host and
     // port; a connection to the same host and port is kept.
+    // @{
     CZyError Connect(const char* url);
     CZyError Connect(const wchar_t* url);
+    // @}
     // GET `url` into `destination` (created or truncated). On failure the
     // destination file is deleted.
+    // @{
     CZyError DownloadFile(const char* destination, const char* url);
     CZyError DownloadFile(const char* destination, const wchar_t* url);
+    // @}
     // PUT (or POST, see SetPostUpload) the bytes of `source` to `url`.
+    // @{
     CZyError UploadFile(const char* source, const char* url);
     CZyError UploadFile(const char* source, const wchar_t* url);
+    // @}
 
+    // The server credentials, answered when the server asks for authentication.
+    // @{
     void SetUser(const char* user);
     void SetPassword(const char* password);
+    // @}
+    // Whether request URLs are escaped first (on by default).
     void SetAutoEscapeUrl(bool escape) { m_autoEscape = escape; }
+    // Uploads with POST instead of PUT.
     void SetPostUpload(bool post) { m_postUpload = post; }
     // Every URL split overwrites this from the scheme (https: true).
     void SetSecured(bool secured) { m_secured = secured; }
@@ -61,6 +73,8 @@ public:
     // A named proxy ("host:port"). Null keeps the stored name but still
     // switches to a named proxy. Takes effect when the session is made.
     void SetProxyAccess(const char* proxy);
+    // The hosts reached without the proxy (WinHTTP's bypass list). Null keeps the
+    // stored list but still marks a list as given.
     void SetProxyBypass(const char* list);
     // Stores each of the two that is not null.
     void SetProxyCredentials(const char* user, const char* password);
@@ -68,6 +82,7 @@ public:
     void SetRequestHeader(std::string name, std::string value);
     // Replaces all headers.
     void SetRequestHeader(const HeaderMap& headers);
+    // Removes all headers set with SetRequestHeader.
     void ClearRequestHeader();
 
     // WinHTTP's default proxy configuration (registry or environment).

@@ -23,8 +23,11 @@ class ZYNET_API CZyIPAddrBlacklistNode
 {
 public:
     CZyIPAddrBlacklistNode();
+    // Copies every field.
+    // @{
     CZyIPAddrBlacklistNode(const CZyIPAddrBlacklistNode& other);
     CZyIPAddrBlacklistNode& operator=(const CZyIPAddrBlacklistNode& other);
+    // @}
 
     CZyIPAddr address;
     CZyString reason;   // given when the entry was first added
@@ -43,14 +46,17 @@ public:
     // Copies take the entries, settings and time source; their iteration
     // cursor starts at the end of their own list.
     CZyIPAddrBlacklist(const CZyIPAddrBlacklist& other);
+    // The same for assignment.
     CZyIPAddrBlacklist& operator=(const CZyIPAddrBlacklist& other);
     ~CZyIPAddrBlacklist();
 
     // Reports an address: a known one (ports ignored) gets time now and one
     // more attempt, capped at the grace attempts, and keeps its first reason;
     // an unknown one is appended with attempts 1. Always succeeds.
+    // @{
     CZyError AddAddressToBlacklist(const CZyIPAddr& address);
     CZyError AddAddressToBlacklist(const CZyIPAddr& address, const CZyString& reason);
+    // @}
 
     // True when the address is known, still counted after expiry, and has
     // at least the grace attempts. Fills reason and attempts (either may be
@@ -62,17 +68,22 @@ public:
     // cursor and advances; at the end: error 259 "End of blacklist reached".
     // secondsLeft is time + expiration - now (at least 0), or -1 when
     // expiration is off. Iteration neither applies expiry nor removes.
+    // @{
     CZyError GetFirstBlacklistEntry(CZyIPAddr& address, CZyString* reason, unsigned int* attempts, long* lastTime,
                                     long* secondsLeft);
     CZyError GetNextBlacklistEntry(CZyIPAddr& address, CZyString* reason, unsigned int* attempts, long* lastTime,
                                    long* secondsLeft);
+    // @}
 
     // Adds every address of every line of a text file (host names, literals
     // or local socket paths, one a line). Lines that do not resolve are
     // skipped.
     CZyError LoadBlacklistFromFile(const char* path);
 
+    // How long a report counts, in seconds: each whole period since an entry's
+    // last report forgives one attempt. 0 (the default): reports never expire.
     void SetExpirationTime(int seconds);
+    // How many reports make an address blacklisted (1, the default: the first).
     void SetGraceAttempts(unsigned int count);
 
     // The clock of expiry; an empty function restores the default, the

@@ -70,6 +70,7 @@ public:
     // A copy takes the settings, strings and buffers but never the socket:
     // each object closes only the socket it opened itself.
     CZyPing(const CZyPing& other);
+    // The same for assignment, which first closes this object's own socket.
     CZyPing& operator=(const CZyPing& other);
     ~CZyPing();
 

@@ -68,24 +68,57 @@ typedef struct ZYNET_HostEnt
 extern "C" {
 #endif
 
+// The family's name ("IPv4", "IPv6", "UNIX", ...), a constant text. The
+// functions below that return int give 0 or an error code: the resolver's or
+// a Winsock code, ZYNET_ERR_PATH_TOO_LONG or ZYNET_ERR_NO_MEMORY.
 ZYNET_API const char* ZYNET_family2str(int family);
+// Converts a numeric IPv4 or IPv6 text (port 0), or a Unix-domain path (any
+// text with '/' or '\\'), without a look-up. 127.0.53.53 is refused with 11001.
 ZYNET_API int ZYNET_str2ip(const char* text, ZYNET_SockAddr* out);
+// The address as numeric text (the path for a Unix-domain address).
 ZYNET_API int ZYNET_ip2str(const ZYNET_SockAddr* addr, char* buffer, int length);
+// Resolves `name` into every IPv4 and IPv6 address (port 0) of `family` (0:
+// the process-wide preference); a path gives one Unix-domain record. A name
+// that resolves to 127.0.53.53 gives 11001. Release `out` with
+// ZYNET_freehostent, also after that error.
 ZYNET_API int ZYNET_name2ip(const char* name, ZYNET_HostEnt* out, int family);
+// The host name of the address by reverse look-up; an address without a name
+// fails rather than coming back as digits.
 ZYNET_API int ZYNET_ip2name(const ZYNET_SockAddr* addr, char* buffer, int length);
+// Frees the records and empties `hostent`.
 ZYNET_API void ZYNET_freehostent(ZYNET_HostEnt* hostent);
+// 1 when the addresses are equal in their first `prefixBits` bits (0 or the
+// full length: the whole address), and in their ports when `comparePorts` is
+// nonzero; else 0. Paths are compared whole. Different families are unequal.
 ZYNET_API int ZYNET_addrequal(const ZYNET_SockAddr* a, const ZYNET_SockAddr* b, int prefixBits, int comparePorts);
+// The port in host order; 0 for families without ports.
 ZYNET_API unsigned int ZYNET_getport(const ZYNET_SockAddr* addr);
+// Sets the port (given in host order) of an IPv4 or IPv6 address; other
+// families are left alone.
 ZYNET_API void ZYNET_setport(ZYNET_SockAddr* addr, unsigned short port);
+// The length to hand to the system for this address (16 for IPv4, 28 for
+// IPv6, 2 + the path with its terminator for Unix-domain, else 112).
 ZYNET_API int ZYNET_GetActualSockAddrLen(const ZYNET_SockAddr* addr);
+// The largest record length of `family`, the room to offer when the system
+// writes an address.
 ZYNET_API int ZYNET_GetMaxSockAddrLen(int family);
+// Sets the process-wide preferred family once, at start-up; a later different
+// value is ignored (and stops in an attached debugger). UNIX is ignored.
 ZYNET_API void ZYNET_SetFamilyPreference(int family);
+// The preferred family, 0 until set.
 ZYNET_API int ZYNET_GetFamilyPreference(void);
+// 1 when the system supports Unix-domain sockets, else 0; found out once.
 ZYNET_API int ZYNET_AreUnixSocketsSupported(void);
+// Makes ZYNET_AreUnixSocketsSupported answer 0 from now on.
 ZYNET_API void ZYNET_DisableUnixSockets(void);
+// This machine's host name.
 ZYNET_API int ZYNET_gethostname(char* buffer, int length);
+// The system's service entry for a name or a port (network order) and
+// protocol, in *out; the system owns it (do not free it).
+// @{
 ZYNET_API int ZYNET_getservbyname(const char* service, const char* protocol, struct servent** out);
 ZYNET_API int ZYNET_getservbyport(int port, const char* protocol, struct servent** out);
+// @}
 
 #ifdef __cplusplus
 }

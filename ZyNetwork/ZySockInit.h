@@ -12,10 +12,18 @@ class ZYNET_API CZySockInit
 public:
     CZySockInit() : m_started(false) {}
     ~CZySockInit() { CleanUp(); }
+    // See the class comment: a copy or assignment starts or stops this guard to
+    // match `other` (a failed start leaves it stopped, without an error).
+    // @{
     CZySockInit(const CZySockInit& other);
     CZySockInit& operator=(const CZySockInit& other);
+    // @}
 
+    // Starts the socket library (WSAStartup on Windows; nothing to start on
+    // Linux). A started guard succeeds at once. On failure the platform's code,
+    // also stored as the thread's last socket error.
     CZyError Init();
+    // Gives the start back, if this guard holds one (also done by the destructor).
     void CleanUp();
 
 private:

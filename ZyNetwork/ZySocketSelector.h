@@ -22,27 +22,43 @@ public:
     // A copy has the same registrations and results; it builds its own
     // kernel event set at its first Select.
     CZySocketSelector(const CZySocketSelector& other);
+    // Takes `other`'s registrations and results, as the copy constructor.
     CZySocketSelector& operator=(const CZySocketSelector& other);
     ~CZySocketSelector();
 
+    // Registers `socket` for reading, writing or exceptional conditions, once
+    // per handle. A full descriptor set drops the registration silently.
+    // @{
     void SetReadSocket(const CZySocket& socket);
     void SetWriteSocket(const CZySocket& socket);
     void SetExceptionSocket(const CZySocket& socket);
+    // @}
+    // Unregisters `socket` from one category; an unregistered socket is ignored.
+    // @{
     void ClearReadSocket(const CZySocket& socket);
     void ClearWriteSocket(const CZySocket& socket);
     void ClearExceptionSocket(const CZySocket& socket);
+    // @}
+    // Unregisters every socket of one category.
+    // @{
     void ClearAllReadSockets();
     void ClearAllWriteSockets();
     void ClearAllExceptionSockets();
+    // @}
+    // Unregisters every socket of every category.
     void ClearAll();
 
     // A null limit waits until something is ready; *timedOut (when given)
     // tells whether the limit passed with nothing ready.
     CZyError Select(const struct timeval* limit, bool* timedOut);
 
+    // The registered sockets that the last Select found ready to read, to write or
+    // with an exceptional condition (sockets cleared since are left out).
+    // @{
     SocketSet GetReadSelected();
     SocketSet GetWriteSelected();
     SocketSet GetExceptionSelected();
+    // @}
 
 private:
     // The kernel event set, its state and an index of the registered

@@ -14,7 +14,9 @@ public:
     // The writer's current level; notices of level N are written only when
     // the level is at least N. Level -1 lines are always written.
     virtual int GetLogLevel() const = 0;
+    // Sets the level GetLogLevel returns.
     virtual void SetLogLevel(int level) = 0;
+    // Writes out whatever the writer has buffered.
     virtual void Flush() = 0;
     // One line: level, qualified function name, line, three reserved
     // arguments (the library passes 0), printf-style format and arguments.

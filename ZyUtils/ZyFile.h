@@ -40,8 +40,12 @@ public:
     ~CZyFile();
     CZyFile(const CZyFile&) = delete;
     CZyFile& operator=(const CZyFile&) = delete;
+    // Moving hands the open file over; the moved-from object is closed. Assigning
+    // closes this object's file first.
+    // @{
     CZyFile(CZyFile&& other) noexcept;
     CZyFile& operator=(CZyFile&& other) noexcept;
+    // @}
 
     // Opens `path` (UTF-8). An open file is closed first. A write-create open
     // without kFlagAppend truncates an existing file.
@@ -50,13 +54,17 @@ public:
     CZyError Read(void* buffer, uint32_t size, uint32_t& bytesRead);
     // Writes all `size` bytes or fails.
     CZyError Write(const void* data, uint32_t size);
+    // The file's size in bytes (0 with error 6 when it is not open).
     CZyError Size(uint64_t& size) const;
     // origin: 0 from the start, 1 from the current position, 2 from the end.
     CZyError Seek(int64_t offset, int origin, uint64_t* position = nullptr);
     // True once a read has returned 0 bytes.
     bool IsEOF() const { return m_eof; }
+    // Closes the file; closing a file that is not open succeeds.
     CZyError Close();
+    // True while a file is open.
     bool IsValid() const;
+    // The path given to the last Open.
     const std::string& Path() const { return m_path; }
 
     // The whole file as bytes.

@@ -35,10 +35,14 @@ public:
         function = reinterpret_cast<Function>(reinterpret_cast<void (*)()>(address));
         return error;
     }
+    // True while a module is loaded.
     bool IsLoaded() const { return m_module != nullptr; }
     // The system's handle of the loaded module (HMODULE, dlopen handle), or null.
     void* Handle() const { return m_module; }
+    // The path given to Load ("" when nothing is loaded).
     const std::string& Path() const { return m_path; }
+    // Unloads the module, if any (also done by the destructor unless
+    // `unloadOnDestruction` was false).
     void Unload();
     // Keeps the loaded module mapped until the process ends, even after
     // Unload: for modules whose own exit handlers or global state must

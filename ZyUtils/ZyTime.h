@@ -12,7 +12,9 @@ class ZYNET_API CTimeStamp
 {
 public:
     CTimeStamp() : m_sec(0), m_nsec(0) {}
+    // The current point on the monotonic clock.
     static CTimeStamp Now();
+    // The same point as seconds and nanoseconds.
     struct timespec AsTimeSpec() const;
     // Milliseconds as seconds * 1000 + nanoseconds / 1e6.
     double AsMilliseconds() const { return static_cast<double>(m_sec) * 1000.0 + static_cast<double>(m_nsec) / 1e6; }
@@ -24,6 +26,7 @@ private:
 
 namespace FXProcess
 {
+// The id of the calling process.
 ZYNET_API unsigned long getProcessId();
 }
 
@@ -42,4 +45,5 @@ ZYNET_API void ZYSLEEP_InTeRnAl(unsigned int milliseconds, const char* file, int
 // instead of sleeping (so a retry policy can be observed without waiting).
 // Null restores the real sleep. Install it before the code under test runs.
 typedef void (*ZySleepHook)(unsigned int milliseconds, const char* file, int line, void* context);
+// Installs (or with null removes) the sleep hook; `context` is passed to it.
 ZYNET_API void ZySetSleepHook(ZySleepHook hook, void* context);

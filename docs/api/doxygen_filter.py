@@ -5,7 +5,8 @@ without changing the headers:
 
 - the comment block that opens a file becomes the file's description;
 - a `//` line on its own documents the declaration below it (`///`);
-- a `//` comment after code on the same line documents that member (`///<`);
+- a `//` comment after code on the same line documents that member (`///<`),
+  except after a closing brace;
 - '<' and '>' in comments are text, not HTML tags;
 - section rulers (`// ---- ... ----`) and comments inside function bodies
   stay plain.
@@ -37,15 +38,18 @@ def main():
         own = OWN_LINE.match(line)
         if opening:
             if own:
-                prefix = "/// @file\n" if not out else ""
-                out.append(prefix + "/// " + text(own.group(2)))
+                # "@file" closes the first line rather than taking one of its
+                # own, so that line numbers stay as they are.
+                out.append("/// " + text(own.group(2)) + ("" if out else " @file"))
                 continue
             opening = False
         if own and not RULER.match(line) and depth == 0:
             out.append("%s/// %s" % (own.group(1), text(own.group(2))))
             continue
         after = AFTER_CODE.match(line)
-        if after and depth == 0 and not RULER.match(line):
+        # A comment after a closing brace ("}  // namespace X") names what
+        # closes; as a member comment doxygen would give it to the next class.
+        if after and depth == 0 and not RULER.match(line) and not after.group(1).lstrip().startswith("}"):
             out.append("%s%s///< %s" % (after.group(1), after.group(2), text(after.group(3))))
         else:
             out.append(line)
