@@ -7,7 +7,7 @@
 // - Linux: socket marking (IP_TOS, IPV6_TCLASS, SO_PRIORITY,
 //   SO_MAX_PACING_RATE); every call is offered. Handles live in a lock-free
 //   table; a handle's flows belong to that handle alone.
-// Conventions: argument and record types are qWAVE's (QosWaveApi.h); a
+// Conventions: argument and record types are qWAVE's (QosWaveTypes.h); a
 // failure carries the Win32 code Windows gives it; the socket is the
 // library's 32-bit handle (widened on Windows).
 // Internal: not installed, not exported.
@@ -15,7 +15,7 @@
 
 #include <stdint.h>
 
-#include "ZyNetwork/QosWaveApi.h"
+#include "ZyNetwork/QosWaveTypes.h"
 
 namespace zyos
 {
