@@ -84,7 +84,9 @@ public:
     // Lines of the last parsed listing that fit no format.
     size_t getSkippedListingLines() const { return m_skippedLines; }
 
-    // File and directory commands on paths relative to the base URL.
+    // File and directory commands on paths relative to the base URL, or on
+    // the path of a whole URL ("ftp://host/dir/name", escapes decoded) on
+    // that URL's server. renameFile takes the server of `from`.
     CZyError deleteFile(const std::string& path);
     CZyError makeDirectory(const std::string& path);
     CZyError removeDirectory(const std::string& path);
@@ -130,6 +132,9 @@ protected:
     // The decoded base path joined with `path`, with single '/' separators,
     // no leading or trailing '/'.
     std::string joinedPath(const std::string& path) const;
+    // A whole URL as it goes to curl (zyurl::WireUrl; "ftps" written "ftp"
+    // for explicit TLS).
+    std::string wireUrl(const std::string& whole) const;
     CZyError runCommands(const std::vector<std::string>& commands, const char* function);
     // The next request opens a new connection instead of reusing a live one
     // (after a change that curl checks only when it connects).

@@ -79,6 +79,7 @@ RkProtocolReq::RkProtocolReq()
       m_followRedirects(false),
       m_configState(0),
       m_skipExpectContinue(false),
+      m_resumeFrom(0),
       m_writeData(nullptr),
       m_writeFunction(nullptr),
       m_readData(nullptr),
@@ -150,6 +151,7 @@ void RkProtocolReq::copySettings(const RkProtocolReq& other)
     m_useCAFile = other.m_useCAFile;
     m_followRedirects = other.m_followRedirects;
     m_skipExpectContinue = other.m_skipExpectContinue;
+    m_resumeFrom = other.m_resumeFrom;
     m_writeData = other.m_writeData;
     m_writeFunction = other.m_writeFunction;
     m_readData = other.m_readData;

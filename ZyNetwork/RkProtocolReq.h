@@ -176,6 +176,15 @@ public:
     void setUseCAFile(unsigned int useCAFile) { m_useCAFile = useCAFile; }
     unsigned int getUseCAFile() const { return m_useCAFile; }
     void skipExpectContinue100(bool skip) { m_skipExpectContinue = skip; }
+    // Where the body of later downloads (download, downloadToFile,
+    // doGetOperation) starts, in bytes; 0 (the default) for the whole body.
+    // curl asks for the rest (HTTP: a range; FTP: REST; SFTP: a read from
+    // that offset) and fails when the server cannot give it: 33 (HTTP
+    // without ranges), 31 (FTP without REST) or 36 (an offset past the
+    // end). An offset at the end is an empty, successful download over FTP
+    // and SFTP; HTTP answers it with 416. Other requests ignore it.
+    void setResumeFrom(int64_t offset) { m_resumeFrom = offset < 0 ? 0 : offset; }
+    int64_t getResumeFrom() const { return m_resumeFrom; }
     // The caller's callbacks, used by every later request (a protocol class
     // may put its own in place for one operation, such as a download into a
     // file). Without a write or header callback the bytes are discarded;
@@ -225,7 +234,11 @@ public:
 
     // ---- requests -------------------------------------------------------------
     // Paths are relative to the base URL (setURL) and given unencoded; the
-    // protocol class encodes them.
+    // protocol class encodes them. Every operation that takes a path also
+    // takes a whole URL ("scheme://..."), which goes to the server as typed
+    // (RFC 3986): its query and the escapes it has are kept, its fragment is
+    // never sent, and only the bytes that cannot stand in a URL (controls,
+    // space, bytes past ASCII, "<>\"\\^`{|}", a lone '%') are escaped.
     CZyError doGetOperation(const char* urlPath, const std::vector<commandInfo>& commands);
     CZyError doPostOperation(const char* urlPath, const char* postString, const std::vector<commandInfo>& commands);
     CZyError doPostOperation(const char* urlPath, const char* buffer, long size,
@@ -245,20 +258,26 @@ public:
     // Sends a header-only request for the stored URL and path and reads the
     // URL that curl ended at (type 0) or would be redirected to (type 1).
     CZyError getInfo(CurlInfoType type, std::string& value);
-    // Existence of a file or directory. A directory counts as missing when
-    // curl reports 9 (access denied) or the server answers 404.
+    // Existence of a file or directory (a path or a whole URL). A directory
+    // counts as missing when curl reports 9 (access denied) or the server
+    // answers 404.
     CZyError checkIfFileOrDirExists(const std::string& path, bool isFile, bool& exists);
     // Fetches the listing of `sourcePath` (kept, see getListing); the
     // protocol class parses it.
     CZyError getFilesAndDirsInfoInFile(const std::string& sourcePath);
     CZyError checkConnection();
 
-    // Downloads `sourceURL` (as download) into the local file `localFile`,
-    // created or truncated, writing each piece as it arrives.
+    // Downloads `sourceURL` (as download) into the local file `localFile`.
+    // The body is written piece by piece to a new file beside it (same
+    // directory, ".NAME.XXXXXXXX.part"), which replaces `localFile` only
+    // after the whole transfer succeeded; after a failure `localFile` is as
+    // it was and the temporary file is gone. With a resume offset
+    // (setResumeFrom) the rest is appended to `localFile` instead.
     CZyError downloadToFile(const char* sourceURL, const char* localFile,
                             const std::vector<commandInfo>& commands = std::vector<commandInfo>());
     // Fetches the listing of the directory `path` (a '/' is added to its
-    // end) and parses it into `entries` (appended).
+    // end; to the end of the path of a whole URL, before its query) and
+    // parses it into `entries` (appended), named below the decoded path.
     CZyError listDirectory(const std::string& path, std::vector<FileDirInfo>& entries);
     // The listing text of the last getFilesAndDirsInfoInFile or listDirectory.
     const std::string& getListing() const { return m_listing; }
@@ -357,6 +376,7 @@ private:
     // 0 made, 1 handle made, 2 the defaults applied.
     int m_configState;
     bool m_skipExpectContinue;
+    int64_t m_resumeFrom;
 
     void* m_writeData;
     RkDataCallback m_writeFunction;

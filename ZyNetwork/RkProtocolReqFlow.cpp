@@ -161,6 +161,15 @@ CZyError RkProtocolReq::PrepareForRequest()
     error = setMethodParameter();
     if (error.IsError())
         return error.Push(ZY_LOC("RkCURL::RkProtocolReq::PrepareForRequest"));
+    if (m_resumeFrom > 0 && (m_operationType == OP_DOWNLOAD || m_operationType == OP_GET))
+    {
+        result = CurlWrapper::rk_curl_easy_setopt(handle(), CURLOPT_RESUME_FROM_LARGE,
+                                                  static_cast<curl_off_t>(m_resumeFrom));
+        m_lastResult = result;
+        if (result != CURLE_OK)
+            return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::PrepareForRequest"), result,
+                               "Failed to set option [%d]", CURLOPT_RESUME_FROM_LARGE);
+    }
 
     // The protocol's callbacks for this operation come first, then the
     // caller's; without either the body is discarded and an upload is empty
@@ -265,6 +274,8 @@ CZyError RkProtocolReq::unSetMethodParameter()
     m_opWriteFunction = nullptr;
     m_opReadData = nullptr;
     m_opReadFunction = nullptr;
+    if (m_resumeFrom > 0)
+        CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_RESUME_FROM_LARGE, static_cast<curl_off_t>(0));
     CZyError error = unsetOpTypeParameter();
     if (error.IsError())
         error.Push(ZY_LOC("RkCURL::RkProtocolReq::unSetMethodParameter"));

@@ -1,5 +1,9 @@
 #include "ZyNetwork/Internal/UrlText.h"
 
+#include <string.h>
+
+#include <algorithm>
+
 namespace zyurl
 {
 int HexValue(char c)
@@ -74,5 +78,60 @@ std::string JoinHostPort(const std::string& host, unsigned port)
     if (port != 0)
         joined += ":" + std::to_string(port);
     return joined;
+}
+
+bool IsWholeUrl(const std::string& text)
+{
+    return text.find("://") != std::string::npos;
+}
+
+UrlParts SplitWholeUrl(const std::string& url)
+{
+    UrlParts parts;
+    const size_t scheme = url.find("://");
+    parts.authority = scheme == std::string::npos ? 0 : scheme + 3;
+    parts.fragment = std::min(url.find('#', parts.authority), url.size());
+    parts.path = std::min(url.find_first_of("/?#", parts.authority), url.size());
+    parts.query = std::min(url.find('?', parts.path), parts.fragment);
+    return parts;
+}
+
+std::string WireUrl(const std::string& url)
+{
+    const UrlParts parts = SplitWholeUrl(url);
+    std::string wire = url.substr(0, parts.path);
+    for (size_t i = parts.path; i < parts.fragment; ++i)
+    {
+        const unsigned char c = static_cast<unsigned char>(url[i]);
+        const bool escape =
+            c == '%' && !(i + 2 < parts.fragment && HexValue(url[i + 1]) >= 0 && HexValue(url[i + 2]) >= 0);
+        if (c <= 0x20 || c >= 0x7F || strchr("\"<>\\^`{|}", c) || escape)
+            AppendPercentEscape(wire, c);
+        else
+            wire.push_back(static_cast<char>(c));
+    }
+    return wire;
+}
+
+std::string UrlOrigin(const std::string& url)
+{
+    return url.substr(0, SplitWholeUrl(url).path);
+}
+
+std::string DecodedUrlPath(const std::string& url)
+{
+    const UrlParts parts = SplitWholeUrl(url);
+    const std::string path = PercentDecode(url.substr(parts.path, parts.query - parts.path));
+    return path.empty() ? std::string("/") : path;
+}
+
+std::string WithDirectorySlash(const std::string& url)
+{
+    const UrlParts parts = SplitWholeUrl(url);
+    if (parts.query > parts.path && url[parts.query - 1] == '/')
+        return url;
+    std::string result = url;
+    result.insert(parts.query, "/");
+    return result;
 }
 }  // namespace zyurl

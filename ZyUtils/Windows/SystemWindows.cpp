@@ -176,6 +176,13 @@ uint32_t FileRemove(const char* path)
     return DeleteFileW(FXString::ToWstring(path).c_str()) ? 0 : GetLastError();
 }
 
+uint32_t FileReplace(const char* from, const char* to)
+{
+    return MoveFileExW(FXString::ToWstring(from).c_str(), FXString::ToWstring(to).c_str(), MOVEFILE_REPLACE_EXISTING)
+               ? 0
+               : GetLastError();
+}
+
 void* OpenTextStream(const char* path, uint32_t* error)
 {
     SetLastError(0);

@@ -82,7 +82,7 @@ std::string GetCause(const CZyError& error, const TransferArgs& transfer, RkProt
     if ((code == 9 || code == 19 || code == 78 || code == 79) && facts.scheme != "http" && facts.scheme != "https")
     {
         bool directory = false;
-        if (!request.checkIfFileOrDirExists(DecodedPath(request, transfer.path), false, directory).IsError() &&
+        if (!request.checkIfFileOrDirExists(transfer.url, false, directory).IsError() &&
             directory)
             return "is a directory";
     }
@@ -122,25 +122,21 @@ int RunGet(Output& out, const std::vector<std::string>& args)
     if (error.IsError())
         return FailTransfer(out, "cannot set up the request for " + transfer.shown, error, transfer, nullptr);
     const std::string what = "download of " + transfer.shown + " failed";
-    const std::string url = WholeUrl(transfer);
     const auto start = std::chrono::steady_clock::now();
     uint64_t offset = 0;
     for (int attempt = 0;; ++attempt)
     {
         if ((error = sink.Prepare(offset)).IsError())
             return out.Fail("cannot write beside " + output, error);
-        if (offset > 0 && !http)
-        {
-            // The request classes have no resume offset for FTP and SFTP yet.
-            return out.Fail("cannot continue " + output + " from " + transfer.shown + ": --continue is not supported over " +
-                            scheme + " yet; " + output + " is unchanged");
-        }
+        // FTP and SFTP resume through the request (REST, a read from the
+        // offset); HTTP asks for a range and reads the answer's range.
+        request->setResumeFrom(http ? 0 : static_cast<int64_t>(offset));
         sink.Attach(*request);
         std::vector<RkCURL::commandInfo> commands;
-        if (offset > 0)
+        if (offset > 0 && http)
             commands.emplace_back(RkCURL::commandInfo::CMD_HEADER, "Range", FXString::Format("bytes=%llu-",
                                   static_cast<unsigned long long>(offset)));
-        error = request->download(url.c_str(), commands);
+        error = request->download(transfer.url.c_str(), commands);
         progress.Finish();
         if (!error.IsError() || sink.AlreadyComplete())
         {
@@ -150,6 +146,14 @@ int RunGet(Output& out, const std::vector<std::string>& args)
             return out.Fail("cannot save " + output, error);
         }
         sink.Abandon();
+        const int code = RkCURL::GetRkCURL(error);
+        if (offset > 0 && !http && !sink.StartedOver() && (code == 31 || code == 33 || code == 36))
+        {
+            // The server cannot resume: the whole file again, beside it.
+            sink.StartOver();
+            --attempt;
+            continue;
+        }
         const std::string cause = GetCause(error, transfer, *request, sink);
         if (attempt < retries && IsTransient(error, sink.Status()) && !sink.WroteToStdout())
         {
