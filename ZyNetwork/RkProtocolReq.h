@@ -196,7 +196,12 @@ public:
     void addRequestedHeaders(const std::string& name, const std::string& value);
     void setCommandInfo(const std::vector<commandInfo>& commands) { m_commands = commands; }
     const std::vector<commandInfo>& getCommandInfo() const { return m_commands; }
+    // The server's last response code: the HTTP status, the FTP reply code;
+    // also after a request that curl failed (0 when the server said nothing).
     void getLastServerResponseCode(int& code) const { code = static_cast<int>(m_responseCode); }
+    // The server's last reply line of the last request ("550 No access."; FTP
+    // only, "" for none). A failed request also carries it on its error.
+    const std::string& getLastServerReply() const { return m_lastReply; }
     // The last curl result and the error buffer's text.
     void getLastCurlErrorCodeAndErrorMsg(int& code, std::string& message) const;
     void resetCurlErrorCodeAndErrorMsg();
@@ -360,6 +365,7 @@ private:
     static size_t writeToLocalFile(char* data, size_t size, size_t count, void* self);
     static size_t readFromLocalFile(char* data, size_t size, size_t count, void* self);
     static size_t writeToListing(char* data, size_t size, size_t count, void* self);
+    static size_t passHeader(char* data, size_t size, size_t count, void* self);
 
     static bool m_gbInit;
     // Declared for TLS locking callbacks; no operation uses it (libcurl
@@ -404,5 +410,9 @@ private:
     int64_t m_localRemaining;
     CZyError m_localFileError;
     std::string m_listing;
+    // The server's last reply line of the current request (FTP), for the
+    // error of a failed one.
+    std::string m_lastReply;
+    static const size_t kMaxReplyLength = 200;
 };
 }  // namespace RkCURL

@@ -352,6 +352,16 @@ def case_ftp(tool):
                           "-o", host_path(tool, kept)], 1, None, r"^zynet get: download of .* failed: login refused$")
         with open(kept, "rb") as f:
             expect(f.read() == b"kept" and os.listdir(tmp) == ["kept.txt"], "a refused login changed the file")
+    # The server's refusal of an upload, with its reply line on the stack.
+    reader = ["--user", "%s:%s" % (s["readUser"], s["readPassword"])]
+    with tempfile.TemporaryDirectory() as tmp:
+        src = os.path.join(tmp, "refused.txt")
+        with open(src, "wb") as f:
+            f.write(b"refused")
+        rc, out, err = tool.run_raw(["--verbose", "put", host_path(tool, src),
+                                     "ftp://127.0.0.1:%d/refused.txt" % s["ftp"]] + reader)
+        expect(rc == 1 and re.search(rb"failed: permission denied on the server\r?\n", err)
+               and b"Last reply from the server: [550 " in err, "read-only upload: %r" % err)
     expect_run(tool, ["mkdir", "https://127.0.0.1:1/x"], 2, None, r"'https' URLs have no mkdir")
     expect_run(tool, ["get", "ftp://127.0.0.1:1/x", "--key", "k"], 2, None, r"--key and --known-hosts are for sftp")
 

@@ -13,6 +13,7 @@ struct FailureFacts
     std::string scheme;  // "http", "ftp", "sftp", ...
     int status = 0;      // the server's last status (HTTP) or reply code (FTP), 0 none
     std::string reason;  // the HTTP reason phrase as the server sent it ("" none)
+    bool upload = false; // the transfer sent a file
 };
 
 // The cause of a failed transfer in plain words: the HTTP status and its

@@ -180,11 +180,12 @@ CZyError OpenRequest(const TransferArgs& transfer, std::unique_ptr<RkProtocolReq
 }
 
 int FailTransfer(Output& out, const std::string& what, const CZyError& error, const TransferArgs& transfer,
-                 RkProtocolReq* request, const std::string& reason)
+                 RkProtocolReq* request, const std::string& reason, bool upload)
 {
     FailureFacts facts;
     facts.scheme = Scheme(transfer.url);
     facts.reason = reason;
+    facts.upload = upload;
     if (request)
         request->getLastServerResponseCode(facts.status);
     return out.Fail(what, error, TransferCause(error, facts));
@@ -219,7 +220,8 @@ int RunPut(Output& out, const std::vector<std::string>& args)
     error = request->uploadFile(file.c_str(), transfer.url.c_str(), 0, {});
     progress.Finish();
     if (error.IsError())
-        return FailTransfer(out, "upload of " + file + " to " + transfer.shown + " failed", error, transfer, request.get());
+        return FailTransfer(out, "upload of " + file + " to " + transfer.shown + " failed", error, transfer, request.get(),
+                            std::string(), true);
     int status = 0;
     request->getLastServerResponseCode(status);
     out.Result()["bytes"] = static_cast<long long>(request->getDataSizeInBytes());

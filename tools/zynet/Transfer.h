@@ -120,7 +120,7 @@ CZyError OpenRequest(const TransferArgs& transfer, std::unique_ptr<RkCURL::RkPro
 // `request` (when given) tells the server's last status, `reason` the HTTP
 // reason phrase where the caller saw one.
 int FailTransfer(Output& out, const std::string& what, const CZyError& error, const TransferArgs& transfer,
-                 RkCURL::RkProtocolReq* request, const std::string& reason = std::string());
+                 RkCURL::RkProtocolReq* request, const std::string& reason = std::string(), bool upload = false);
 
 // Whether to draw the progress line (a terminal, not --json).
 bool ShowProgress(const Output& out);
