@@ -194,6 +194,10 @@ CZyError RkProtocolReq::copyHandleSettings(const RkProtocolReq& other)
         CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_DEBUGFUNCTION, m_traceFunction);
         CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_DEBUGDATA, m_traceData);
     }
+    else if (result == CURLE_OK)
+    {
+        CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_DEBUGFUNCTION, &RkProtocolReq::traceMasked);
+    }
     if (result == CURLE_OK && m_progressFunction)
     {
         CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION,

@@ -218,6 +218,11 @@ public:
     CZyError setKeepAlive(bool on, long idleSeconds, long intervalSeconds);
     CZyError setLinkRedirects(bool follow);
     bool getLinkRedirects() const { return m_followRedirects; }
+    // curl's trace of later requests (its notes, header and command lines),
+    // with Authorization and Proxy-Authorization values, FTP passwords and
+    // URL passwords written "***": into the library's log (g_ptrLogWriter,
+    // level 2) when a writer is installed, else to stderr. A trace callback
+    // (setTraceCallBack) receives curl's data unchanged instead.
     CZyError setLogging(bool on);
     CZyError setMaxSSLVersion(int version);
     // secure: the server's certificate and name are verified against
@@ -366,6 +371,7 @@ private:
     static size_t readFromLocalFile(char* data, size_t size, size_t count, void* self);
     static size_t writeToListing(char* data, size_t size, size_t count, void* self);
     static size_t passHeader(char* data, size_t size, size_t count, void* self);
+    static int traceMasked(CURL* handle, curl_infotype type, char* data, size_t size, void* unused);
 
     static bool m_gbInit;
     // Declared for TLS locking callbacks; no operation uses it (libcurl

@@ -203,7 +203,7 @@ CZyError RkProtocolReq::downloadToFile(const char* sourceURL, const char* localF
     if (!error.IsError() && closed.IsError())
         error = closed.Push(ZY_LOC("RkCURL::RkProtocolReq::downloadToFile"));
     if (!error.IsError() && !temporary.empty())
-        error = FXFile::ReplaceFile(temporary.c_str(), localFile);
+        error = FXFile::RenameOver(temporary.c_str(), localFile);
     if (error.IsError() && !temporary.empty())
     {
         FXFile::RemoveFile(temporary.c_str());

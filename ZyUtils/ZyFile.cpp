@@ -179,13 +179,13 @@ CZyError RemoveFile(const char* path)
     return CZyError::Success();
 }
 
-CZyError ReplaceFile(const char* from, const char* to)
+CZyError RenameOver(const char* from, const char* to)
 {
     if (!from || !*from || !to || !*to)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("FXFile::ReplaceFile"), 87, "Invalid file path");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXFile::RenameOver"), 87, "Invalid file path");
     uint32_t error = zyutil::os::FileReplace(from, to);
     if (error)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("FXFile::ReplaceFile"), error, "Failed to move file [%s] to [%s]", from,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXFile::RenameOver"), error, "Failed to move file [%s] to [%s]", from,
                                        to);
     return CZyError::Success();
 }

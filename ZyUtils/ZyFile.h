@@ -74,5 +74,5 @@ namespace FXFile
 ZYNET_API CZyError RemoveFile(const char* path);
 // Moves the file `from` to `to`, replacing a file there in one step (both
 // on the same volume).
-ZYNET_API CZyError ReplaceFile(const char* from, const char* to);
+ZYNET_API CZyError RenameOver(const char* from, const char* to);
 }  // namespace FXFile

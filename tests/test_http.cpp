@@ -9,6 +9,7 @@
 #include "ZyUtils/ZyFile.h"
 #include "support/FtpServers.h"
 #include "support/HttpServers.h"
+#include "support/LogCapture.h"
 #include "support/TestEnv.h"
 
 using namespace RkCURL;
@@ -177,11 +178,20 @@ TEST(HttpRequest, StatusCodesDecideSuccess)
     Open(request, servers.http, &body);
 
     // Basic authentication: refused without credentials, served with them.
+    // The library's trace shows the credentials masked.
     CZyError error = request.doGetOperation("auth/secret.txt", kNoCommands);
     EXPECT_TRUE(error.HasMessage(ServerSaid(401))) << error.AsString();
     ASSERT_FALSE(request.setCredentials(servers.user, servers.password).IsError());
     body.clear();
-    ZYTEST_ASSERT_OK(request.doGetOperation("auth/secret.txt", kNoCommands));
+    {
+        zytest::LogCapture log;
+        ASSERT_FALSE(request.setLogging(true).IsError());
+        ZYTEST_ASSERT_OK(request.doGetOperation("auth/secret.txt", kNoCommands));
+        ASSERT_FALSE(request.setLogging(false).IsError());
+        EXPECT_TRUE(log.Has("2|> Authorization: Basic ***")) << log.lines.size();
+        for (const std::string& line : log.lines)
+            EXPECT_EQ(std::string::npos, line.find(servers.password)) << line;
+    }
     EXPECT_EQ(ReadFile(servers.www + "/auth/secret.txt"), body);
 
     // Not following redirects, the 302 is the answer and tells where it leads.

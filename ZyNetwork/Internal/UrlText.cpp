@@ -1,5 +1,6 @@
 #include "ZyNetwork/Internal/UrlText.h"
 
+#include <ctype.h>
 #include <string.h>
 
 #include <algorithm>
@@ -133,5 +134,64 @@ std::string WithDirectorySlash(const std::string& url)
     std::string result = url;
     result.insert(parts.query, "/");
     return result;
+}
+
+namespace
+{
+bool StartsWithNoCase(const std::string& text, size_t at, const char* prefix)
+{
+    for (size_t i = 0; prefix[i]; ++i)
+    {
+        if (at + i >= text.size() || tolower(static_cast<unsigned char>(text[at + i])) != prefix[i])
+            return false;
+    }
+    return true;
+}
+
+// One line (without its end) with its secrets masked.
+std::string MaskLine(const std::string& line)
+{
+    if (StartsWithNoCase(line, 0, "authorization:") || StartsWithNoCase(line, 0, "proxy-authorization:"))
+    {
+        size_t value = line.find(':') + 1;
+        while (value < line.size() && line[value] == ' ')
+            ++value;
+        const size_t space = line.find(' ', value);
+        return space == std::string::npos ? line.substr(0, value) + "***" : line.substr(0, space + 1) + "***";
+    }
+    if (StartsWithNoCase(line, 0, "pass ") || StartsWithNoCase(line, 0, "pass\t"))
+        return line.substr(0, 5) + "***";
+    std::string out = line;
+    for (size_t scheme = out.find("://"); scheme != std::string::npos; scheme = out.find("://", scheme + 3))
+    {
+        const size_t start = scheme + 3;
+        const size_t end = std::min(out.find_first_of("/?# \t\"'<>", start), out.size());
+        const size_t at = out.rfind('@', end);
+        if (at == std::string::npos || at < start)
+            continue;
+        const size_t colon = out.find(':', start);
+        if (colon != std::string::npos && colon < at)
+            out.replace(colon + 1, at - colon - 1, "***");
+    }
+    return out;
+}
+}  // namespace
+
+std::string MaskSecrets(const std::string& text)
+{
+    std::string out;
+    size_t start = 0;
+    while (start < text.size())
+    {
+        size_t end = text.find('\n', start);
+        end = end == std::string::npos ? text.size() : end + 1;
+        size_t body = end;
+        while (body > start && (text[body - 1] == '\n' || text[body - 1] == '\r'))
+            --body;
+        out += MaskLine(text.substr(start, body - start));
+        out.append(text, body, end - body);
+        start = end;
+    }
+    return out;
 }
 }  // namespace zyurl
