@@ -145,6 +145,16 @@ std::string RkFTPReq::baseURL() const
     return url.substr(0, zyurl::SplitUrl(url).path);
 }
 
+std::string RkFTPReq::wireUrl(const std::string& whole) const
+{
+    std::string url = zyurl::WireUrl(whole);
+    // Explicit TLS, which this class asks for itself, goes to an "ftp" URL;
+    // curl's "ftps" would mean TLS before the first reply.
+    if (m_protocol == FTPS && FXString::ToLower(url.substr(0, 7)) == "ftps://")
+        url = "ftp" + url.substr(4);
+    return url;
+}
+
 std::string RkFTPReq::joinedPath(const std::string& path) const
 {
     const std::string base = zyurl::PercentDecode(m_url.substr(zyurl::SplitUrl(m_url).path));
@@ -182,10 +192,11 @@ CZyError RkFTPReq::getFullWorkingURL(std::string& url)
     if (m_url.empty())
         return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::getFullWorkingURL"), zyerr::kUrlEmpty, "URL is empty");
     const operationType type = getOperationType();
-    if (type != OP_CHECK_CONNECTION && !m_commandsOnly && type != OP_DELETE &&
-        m_urlPath.find("://") != std::string::npos)
+    if (type != OP_CHECK_CONNECTION && !m_commandsOnly && type != OP_DELETE && zyurl::IsWholeUrl(m_urlPath))
     {
-        url = m_urlPath;
+        url = wireUrl(m_urlPath);
+        if (type == OP_DIR_LIST || type == OP_CHECK_DIR_EXISTS)
+            url = zyurl::WithDirectorySlash(url);
         return CZyError::Success();
     }
     url = baseURL() + "/";

@@ -93,10 +93,12 @@ public:
     // Lines of the last parsed listing that fit no format.
     size_t getSkippedListingLines() const { return m_skippedLines; }
 
-    // File and directory commands on paths relative to the base URL: DELE,
-    // MKD, RMD, and RNFR with RNTO (the SFTP class sends its own forms). An
-    // empty path or one with a line break is refused with int error 1; a
-    // command the server refuses fails with curl's code 21 (quote error).
+    // File and directory commands: DELE, MKD, RMD, and RNFR with RNTO (the
+    // SFTP class sends its own forms), on paths relative to the base URL, or
+    // on the path of a whole URL ("ftp://host/dir/name", escapes decoded) on
+    // that URL's server; renameFile takes the server of `from`. An empty path
+    // or one with a line break is refused with int error 1; a command the
+    // server refuses fails with curl's code 21 (quote error).
     // @{
     CZyError deleteFile(const std::string& path);
     CZyError makeDirectory(const std::string& path);
@@ -147,6 +149,9 @@ protected:
     // The decoded base path joined with `path`, with single '/' separators,
     // no leading or trailing '/'.
     std::string joinedPath(const std::string& path) const;
+    // A whole URL as it goes to curl (zyurl::WireUrl; "ftps" written "ftp"
+    // for explicit TLS).
+    std::string wireUrl(const std::string& whole) const;
     // Sends `commands` on the connection, without a transfer, as one request;
     // `function` names the caller in errors.
     CZyError runCommands(const std::vector<std::string>& commands, const char* function);

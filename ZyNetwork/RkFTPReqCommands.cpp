@@ -4,6 +4,7 @@
 // carry both.
 #include "ZyNetwork/RkFTPReq.h"
 #include "ZyNetwork/Internal/RkProtocolReqCommon.h"
+#include "ZyNetwork/Internal/UrlText.h"
 #include "ZyUtils/Internal/ErrorCodes.h"
 
 #include "ZyUtils/ZyString.h"
@@ -13,6 +14,16 @@ static const char kZyFile[] = "ZyNetwork/RkFTPReq";
 
 namespace RkCURL
 {
+namespace
+{
+// The path of a command: a whole URL's own path, decoded, or the path as
+// given.
+std::string CommandTarget(const std::string& path)
+{
+    return zyurl::IsWholeUrl(path) ? zyurl::DecodedUrlPath(path) : path;
+}
+}  // namespace
+
 std::string RkFTPReq::commandPath(const std::string& path) const
 {
     return joinedPath(path);
@@ -64,32 +75,41 @@ CZyError RkFTPReq::runCommands(const std::vector<std::string>& commands, const c
     return error;
 }
 
-CZyError RkFTPReq::deleteFile(const std::string& path)
+CZyError RkFTPReq::deleteFile(const std::string& url)
 {
+    WholeUrlBase base(m_url, url, zyurl::UrlOrigin(wireUrl(url)));
+    const std::string path = CommandTarget(url);
     if (joinedPath(path).empty())
         return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::deleteFile"), zyerr::kTransferRefused,
                                      "Invalid URL path .");
     return runCommands({deleteCommand(path)}, "RkCURL::RkFTPReq::deleteFile");
 }
 
-CZyError RkFTPReq::makeDirectory(const std::string& path)
+CZyError RkFTPReq::makeDirectory(const std::string& url)
 {
+    WholeUrlBase base(m_url, url, zyurl::UrlOrigin(wireUrl(url)));
+    const std::string path = CommandTarget(url);
     if (joinedPath(path).empty())
         return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::makeDirectory"), zyerr::kTransferRefused,
                                      "Invalid URL path .");
     return runCommands({makeDirectoryCommand(path)}, "RkCURL::RkFTPReq::makeDirectory");
 }
 
-CZyError RkFTPReq::removeDirectory(const std::string& path)
+CZyError RkFTPReq::removeDirectory(const std::string& url)
 {
+    WholeUrlBase base(m_url, url, zyurl::UrlOrigin(wireUrl(url)));
+    const std::string path = CommandTarget(url);
     if (joinedPath(path).empty())
         return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::removeDirectory"), zyerr::kTransferRefused,
                                      "Invalid URL path .");
     return runCommands({removeDirectoryCommand(path)}, "RkCURL::RkFTPReq::removeDirectory");
 }
 
-CZyError RkFTPReq::renameFile(const std::string& from, const std::string& to)
+CZyError RkFTPReq::renameFile(const std::string& fromUrl, const std::string& toUrl)
 {
+    WholeUrlBase base(m_url, fromUrl, zyurl::UrlOrigin(wireUrl(fromUrl)));
+    const std::string from = CommandTarget(fromUrl);
+    const std::string to = CommandTarget(toUrl);
     if (joinedPath(from).empty() || joinedPath(to).empty())
         return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::renameFile"), zyerr::kTransferRefused,
                                      "Invalid URL path .");
@@ -114,7 +134,7 @@ CZyError RkFTPReq::probeFeatures()
     curl_slist* feat = CurlWrapper::rk_curl_slist_append(nullptr, "FEAT");
     if (!feat)
         return ErrorRkCURL(ZY_LOC("RkCURL::RkFTPReq::probeFeatures"), CURLE_OUT_OF_MEMORY, "Out of memory");
-    const std::string url = baseURL() + "/";
+    const std::string url = (zyurl::IsWholeUrl(m_urlPath) ? zyurl::UrlOrigin(wireUrl(m_urlPath)) : baseURL()) + "/";
     CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
     CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
     CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_QUOTE, static_cast<void*>(feat));

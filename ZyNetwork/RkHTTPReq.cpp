@@ -96,9 +96,11 @@ CZyError RkHTTPReq::getFullWorkingURL(std::string& url)
 {
     if (m_url.empty())
         return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::getFullWorkingURL"), zyerr::kUrlEmpty, "URL is empty");
-    if (m_operationType != OP_CHECK_CONNECTION && m_urlPath.find("://") != std::string::npos)
+    if (m_operationType != OP_CHECK_CONNECTION && zyurl::IsWholeUrl(m_urlPath))
     {
-        url = m_urlPath;
+        // A whole URL goes as typed: its query and escapes kept, its
+        // fragment (never sent) dropped.
+        url = zyurl::WireUrl(m_urlPath);
     }
     else
     {

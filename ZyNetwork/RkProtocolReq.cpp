@@ -79,6 +79,7 @@ RkProtocolReq::RkProtocolReq()
       m_followRedirects(false),
       m_configState(0),
       m_skipExpectContinue(false),
+      m_resumeFrom(0),
       m_writeData(nullptr),
       m_writeFunction(nullptr),
       m_readData(nullptr),
@@ -150,6 +151,7 @@ void RkProtocolReq::copySettings(const RkProtocolReq& other)
     m_useCAFile = other.m_useCAFile;
     m_followRedirects = other.m_followRedirects;
     m_skipExpectContinue = other.m_skipExpectContinue;
+    m_resumeFrom = other.m_resumeFrom;
     m_writeData = other.m_writeData;
     m_writeFunction = other.m_writeFunction;
     m_readData = other.m_readData;
@@ -191,6 +193,10 @@ CZyError RkProtocolReq::copyHandleSettings(const RkProtocolReq& other)
     {
         CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_DEBUGFUNCTION, m_traceFunction);
         CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_DEBUGDATA, m_traceData);
+    }
+    else if (result == CURLE_OK)
+    {
+        CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_DEBUGFUNCTION, &RkProtocolReq::traceMasked);
     }
     if (result == CURLE_OK && m_progressFunction)
     {

@@ -227,6 +227,17 @@ public:
     // @}
     // Uploads do not wait for the server's "100 Continue" before sending the body.
     void skipExpectContinue100(bool skip) { m_skipExpectContinue = skip; }
+    // Where the body of later downloads (download, downloadToFile,
+    // doGetOperation) starts, in bytes; 0 (the default) for the whole body.
+    // curl asks for the rest (HTTP: a range; FTP: REST; SFTP: a read from
+    // that offset) and fails when the server cannot give it: 33 (HTTP
+    // without ranges), 31 (FTP without REST) or 36 (an offset past the
+    // end). An offset at the end is an empty, successful download over FTP
+    // and SFTP; HTTP answers it with 416. Other requests ignore it.
+    // @{
+    void setResumeFrom(int64_t offset) { m_resumeFrom = offset < 0 ? 0 : offset; }
+    int64_t getResumeFrom() const { return m_resumeFrom; }
+    // @}
     // The caller's callbacks, used by every later request (a protocol class
     // may put its own in place for one operation, such as a download into a
     // file). Without a write or header callback the bytes are discarded;
@@ -244,9 +255,12 @@ public:
     void setCommandInfo(const std::vector<commandInfo>& commands) { m_commands = commands; }
     const std::vector<commandInfo>& getCommandInfo() const { return m_commands; }
     // @}
-    // The response code of the last request (HTTP status, FTP reply; 0 when none
-    // came).
+    // The server's last response code: the HTTP status, the FTP reply code;
+    // also after a request that curl failed (0 when the server said nothing).
     void getLastServerResponseCode(int& code) const { code = static_cast<int>(m_responseCode); }
+    // The server's last reply line of the last request ("550 No access."; FTP
+    // only, "" for none). A failed request also carries it on its error.
+    const std::string& getLastServerReply() const { return m_lastReply; }
     // The last curl result and the error buffer's text.
     void getLastCurlErrorCodeAndErrorMsg(int& code, std::string& message) const;
     // Clears the last curl result and the error buffer.
@@ -275,8 +289,11 @@ public:
     CZyError setLinkRedirects(bool follow);
     // Whether redirects are followed.
     bool getLinkRedirects() const { return m_followRedirects; }
-    // curl's verbose output (CURLOPT_VERBOSE): to the trace callback when one
-    // is set, else to stderr.
+    // curl's trace of later requests (its notes, header and command lines),
+    // with Authorization and Proxy-Authorization values, FTP passwords and
+    // URL passwords written "***": into the library's log (g_ptrLogWriter,
+    // level 2) when a writer is installed, else to stderr. A trace callback
+    // (setTraceCallBack) receives curl's data unchanged instead.
     CZyError setLogging(bool on);
     // The TLS version setting (a CURL_SSLVERSION_* value, may include a
     // CURL_SSLVERSION_MAX_* cap) for the server and the proxy.
@@ -304,7 +321,11 @@ public:
 
     // ---- requests -------------------------------------------------------------
     // Paths are relative to the base URL (setURL) and given unencoded; the
-    // protocol class encodes them.
+    // protocol class encodes them. Every operation that takes a path also
+    // takes a whole URL ("scheme://..."), which goes to the server as typed
+    // (RFC 3986): its query and the escapes it has are kept, its fragment is
+    // never sent, and only the bytes that cannot stand in a URL (controls,
+    // space, bytes past ASCII, "<>\"\\^`{|}", a lone '%') are escaped.
     // GET `urlPath` into the write callback. The request operations refuse a null
     // or empty path or a null buffer with int error 1, and fail with the curl code
     // or the protocol's verdict on the response (see Execute).
@@ -332,8 +353,9 @@ public:
     // Sends a header-only request for the stored URL and path and reads the
     // URL that curl ended at (type 0) or would be redirected to (type 1).
     CZyError getInfo(CurlInfoType type, std::string& value);
-    // Existence of a file or directory. A directory counts as missing when
-    // curl reports 9 (access denied) or the server answers 404.
+    // Existence of a file or directory (a path or a whole URL). A directory
+    // counts as missing when curl reports 9 (access denied) or the server
+    // answers 404.
     CZyError checkIfFileOrDirExists(const std::string& path, bool isFile, bool& exists);
     // Fetches the listing of `sourcePath` (kept, see getListing); the
     // protocol class parses it.
@@ -342,12 +364,17 @@ public:
     // server answers as the protocol counts success.
     CZyError checkConnection();
 
-    // Downloads `sourceURL` (as download) into the local file `localFile`,
-    // created or truncated, writing each piece as it arrives.
+    // Downloads `sourceURL` (as download) into the local file `localFile`.
+    // The body is written piece by piece to a new file beside it (same
+    // directory, ".NAME.XXXXXXXX.part"), which replaces `localFile` only
+    // after the whole transfer succeeded; after a failure `localFile` is as
+    // it was and the temporary file is gone. With a resume offset
+    // (setResumeFrom) the rest is appended to `localFile` instead.
     CZyError downloadToFile(const char* sourceURL, const char* localFile,
                             const std::vector<commandInfo>& commands = std::vector<commandInfo>());
     // Fetches the listing of the directory `path` (a '/' is added to its
-    // end) and parses it into `entries` (appended).
+    // end; to the end of the path of a whole URL, before its query) and
+    // parses it into `entries` (appended), named below the decoded path.
     CZyError listDirectory(const std::string& path, std::vector<FileDirInfo>& entries);
     // The listing text of the last getFilesAndDirsInfoInFile or listDirectory.
     const std::string& getListing() const { return m_listing; }
@@ -453,6 +480,8 @@ private:
     static size_t writeToLocalFile(char* data, size_t size, size_t count, void* self);
     static size_t readFromLocalFile(char* data, size_t size, size_t count, void* self);
     static size_t writeToListing(char* data, size_t size, size_t count, void* self);
+    static size_t passHeader(char* data, size_t size, size_t count, void* self);
+    static int traceMasked(CURL* handle, curl_infotype type, char* data, size_t size, void* unused);
 
     static bool m_gbInit;
     // Declared for TLS locking callbacks; no operation uses it (libcurl
@@ -469,6 +498,7 @@ private:
     // 0 made, 1 handle made, 2 the defaults applied.
     int m_configState;
     bool m_skipExpectContinue;
+    int64_t m_resumeFrom;
 
     void* m_writeData;
     RkDataCallback m_writeFunction;
@@ -496,5 +526,9 @@ private:
     int64_t m_localRemaining;
     CZyError m_localFileError;
     std::string m_listing;
+    // The server's last reply line of the current request (FTP), for the
+    // error of a failed one.
+    std::string m_lastReply;
+    static const size_t kMaxReplyLength = 200;
 };
 }  // namespace RkCURL

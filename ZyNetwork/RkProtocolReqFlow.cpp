@@ -68,6 +68,22 @@ size_t RkProtocolReq::writeToLocalFile(char* data, size_t size, size_t count, vo
     return total;
 }
 
+size_t RkProtocolReq::passHeader(char* data, size_t size, size_t count, void* self)
+{
+    RkProtocolReq* request = static_cast<RkProtocolReq*>(self);
+    const size_t total = size * count;
+    // An FTP reply's last line: three digits and a blank ("550 No access.").
+    if (total >= 4 && data[0] >= '0' && data[0] <= '9' && data[1] >= '0' && data[1] <= '9' && data[2] >= '0' &&
+        data[2] <= '9' && data[3] == ' ')
+    {
+        size_t length = total < kMaxReplyLength ? total : kMaxReplyLength;
+        while (length > 0 && (data[length - 1] == '\r' || data[length - 1] == '\n'))
+            --length;
+        request->m_lastReply.assign(data, length);
+    }
+    return request->m_headerFunction ? request->m_headerFunction(data, size, count, request->m_headerData) : total;
+}
+
 size_t RkProtocolReq::readFromLocalFile(char* data, size_t size, size_t count, void* self)
 {
     RkProtocolReq* request = static_cast<RkProtocolReq*>(self);
@@ -161,6 +177,15 @@ CZyError RkProtocolReq::PrepareForRequest()
     error = setMethodParameter();
     if (error.IsError())
         return error.Push(ZY_LOC("RkCURL::RkProtocolReq::PrepareForRequest"));
+    if (m_resumeFrom > 0 && (m_operationType == OP_DOWNLOAD || m_operationType == OP_GET))
+    {
+        result = CurlWrapper::rk_curl_easy_setopt(handle(), CURLOPT_RESUME_FROM_LARGE,
+                                                  static_cast<curl_off_t>(m_resumeFrom));
+        m_lastResult = result;
+        if (result != CURLE_OK)
+            return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::PrepareForRequest"), result,
+                               "Failed to set option [%d]", CURLOPT_RESUME_FROM_LARGE);
+    }
 
     // The protocol's callbacks for this operation come first, then the
     // caller's; without either the body is discarded and an upload is empty
@@ -181,9 +206,11 @@ CZyError RkProtocolReq::PrepareForRequest()
     CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_READDATA, opRead ? m_opReadData : m_readData);
     CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_READFUNCTION,
                                      opRead ? m_opReadFunction : (m_readFunction ? m_readFunction : &ReadNothing));
-    CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_HEADERDATA, m_headerData);
-    CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION,
-                                     m_headerFunction ? m_headerFunction : &RkProtocolReq::getContentSize);
+    // Header lines pass through the request, which keeps the server's last
+    // reply line, on their way to the caller's callback.
+    m_lastReply.clear();
+    CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_HEADERDATA, static_cast<void*>(this));
+    CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, &RkProtocolReq::passHeader);
     return CZyError::Success();
 }
 
@@ -223,9 +250,20 @@ CZyError RkProtocolReq::Execute()
     CURLcode result = CurlWrapper::rk_curl_easy_perform(handle());
     m_lastResult = result;
     if (result != CURLE_OK)
-        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::Execute"), result,
-                           "CURL perform failed.Curl ErrorCode : [%d], Error Message : [%s]", result,
-                           errorBufferText());
+    {
+        CZyError error = ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::Execute"), result,
+                                     "CURL perform failed.Curl ErrorCode : [%d], Error Message : [%s]", result,
+                                     errorBufferText());
+        // What the server said last, where it said anything: its reply code
+        // (for the caller) and its reply line (on the stack).
+        long code = 0;
+        if (CurlWrapper::rk_curl_easy_getinfo(handle(), CURLINFO_RESPONSE_CODE, &code) == CURLE_OK)
+            m_responseCode = code;
+        if (!m_lastReply.empty())
+            PushRkCURL(error, ZY_LOC("RkCURL::RkProtocolReq::Execute"), result, "Last reply from the server: [%s]",
+                       m_lastReply.c_str());
+        return error;
+    }
     CZyError error = getResponseCode();
     if (error.IsError())
         return error.Push(ZY_LOC("RkCURL::RkProtocolReq::Execute"), "Failed to get ResponseCode");
@@ -234,9 +272,15 @@ CZyError RkProtocolReq::Execute()
     if (error.IsError())
         return error.Push(ZY_LOC("RkCURL::RkProtocolReq::Execute"), "Failed to determine success or failure.");
     if (!ok)
-        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::Execute"), m_lastResult,
-                           "Requested Operation Failed. Return value from CURL: [%d] Response code from server: [%ld]",
-                           m_lastResult, m_responseCode);
+    {
+        error = ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::Execute"), m_lastResult,
+                            "Requested Operation Failed. Return value from CURL: [%d] Response code from server: [%ld]",
+                            m_lastResult, m_responseCode);
+        if (!m_lastReply.empty())
+            PushRkCURL(error, ZY_LOC("RkCURL::RkProtocolReq::Execute"), m_lastResult,
+                       "Last reply from the server: [%s]", m_lastReply.c_str());
+        return error;
+    }
     return CZyError::Success();
 }
 
@@ -265,6 +309,8 @@ CZyError RkProtocolReq::unSetMethodParameter()
     m_opWriteFunction = nullptr;
     m_opReadData = nullptr;
     m_opReadFunction = nullptr;
+    if (m_resumeFrom > 0)
+        CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_RESUME_FROM_LARGE, static_cast<curl_off_t>(0));
     CZyError error = unsetOpTypeParameter();
     if (error.IsError())
         error.Push(ZY_LOC("RkCURL::RkProtocolReq::unSetMethodParameter"));

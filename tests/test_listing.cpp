@@ -291,6 +291,19 @@ TEST(ListingText, CivilDatesAndUrlPieces)
     EXPECT_EQ("[::1]", zyurl::JoinHostPort("::1", 0));
     EXPECT_EQ("h:8443", zyurl::JoinHostPort("h", 8443));
     EXPECT_EQ("a b%zz%4\xC3\xA9 100%", zyurl::PercentDecode("a%20b%zz%4%c3%A9 100%"));
+
+    // What a trace may show of a request's secrets.
+    const std::pair<const char*, const char*> kMasked[] = {
+        {"Authorization: Basic Ym9iOnMzY3IzdA==\r\nHost: h\r\n", "Authorization: Basic ***\r\nHost: h\r\n"},
+        {"proxy-authorization:  Digest a=b, c=d", "proxy-authorization:  Digest ***"},
+        {"Authorization: token", "Authorization: ***"},
+        {"PASS ftp pass:1\r\n", "PASS ***\r\n"},
+        {"USER bob\nPASS x\nPASV", "USER bob\nPASS ***\nPASV"},
+        {"GET ftp://bob:s3:cr@t@h:21/a@b ftp://u@h http://x:y@[::1]/", "GET ftp://bob:***@h:21/a@b ftp://u@h http://x:***@[::1]/"},
+        {"Passive mode: PASSWORD-free", "Passive mode: PASSWORD-free"},
+    };
+    for (const auto& row : kMasked)
+        EXPECT_EQ(row.second, zyurl::MaskSecrets(row.first)) << row.first;
 }
 
 // A Windows-style server's LIST output with odd lines, as the class's entries.

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "ZyNetwork/Internal/ListingParsers.h"
+#include "ZyNetwork/Internal/UrlText.h"
 
 #include "ZyUtils/Internal/ErrorCodes.h"
 
@@ -35,6 +36,34 @@ inline bool HasLineBreak(const std::string& text)
 {
     return text.find_first_of("\r\n") != std::string::npos;
 }
+
+// A whole URL names its own server: for the commands on its path the base
+// URL is that server, put back afterwards.
+class WholeUrlBase
+{
+public:
+    WholeUrlBase(std::string& base, const std::string& url, const std::string& origin)
+        : m_base(base), m_active(zyurl::IsWholeUrl(url))
+    {
+        if (m_active)
+        {
+            m_saved = base;
+            base = origin;
+        }
+    }
+    ~WholeUrlBase()
+    {
+        if (m_active)
+            m_base = m_saved;
+    }
+    WholeUrlBase(const WholeUrlBase&) = delete;
+    WholeUrlBase& operator=(const WholeUrlBase&) = delete;
+
+private:
+    std::string& m_base;
+    bool m_active;
+    std::string m_saved;
+};
 
 // A listing entry as the request classes report it, below `parent` (no
 // trailing '/'). The time text is the page's own where it shows one.

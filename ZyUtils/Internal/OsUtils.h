@@ -56,6 +56,9 @@ uint32_t FileSize(int64_t file, uint64_t* size);
 uint32_t FileSeek(int64_t file, int64_t offset, int origin, uint64_t* position);
 uint32_t FileClose(int64_t file);
 uint32_t FileRemove(const char* path);
+// Moves `from` to `to`, replacing a file there in one step (rename;
+// MoveFileExW with MOVEFILE_REPLACE_EXISTING).
+uint32_t FileReplace(const char* from, const char* to);
 // A C stream for reading text, never inherited; a directory is refused with 5
 // as on Windows.
 void* OpenTextStream(const char* path, uint32_t* error);

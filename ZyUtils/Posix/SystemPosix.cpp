@@ -208,6 +208,11 @@ uint32_t FileRemove(const char* path)
     return unlink(path) == 0 ? 0 : SystemErrorFromErrno(errno, path);
 }
 
+uint32_t FileReplace(const char* from, const char* to)
+{
+    return rename(from, to) == 0 ? 0 : SystemErrorFromErrno(errno, to);
+}
+
 void* OpenTextStream(const char* path, uint32_t* error)
 {
     errno = 0;

@@ -108,8 +108,11 @@ int64_t FileOpen(const char* path, const OpenMode& mode, uint32_t* error)
         disposition = mode.truncate ? TRUNCATE_EXISTING : OPEN_EXISTING;
     DWORD attributes = (mode.permissions & 0200) ? FILE_ATTRIBUTE_NORMAL : FILE_ATTRIBUTE_READONLY;
     // No security attributes: the handle is not inherited by child processes.
-    HANDLE file = CreateFileW(FXString::ToWstring(path).c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                              disposition, attributes, nullptr);
+    // Others may delete or rename the open file (a Ctrl-C handler removing a
+    // half-written temporary file, a finished download moved into place).
+    const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    HANDLE file =
+        CreateFileW(FXString::ToWstring(path).c_str(), access, share, nullptr, disposition, attributes, nullptr);
     if (file == INVALID_HANDLE_VALUE)
     {
         if (error)
@@ -174,6 +177,13 @@ uint32_t FileClose(int64_t file)
 uint32_t FileRemove(const char* path)
 {
     return DeleteFileW(FXString::ToWstring(path).c_str()) ? 0 : GetLastError();
+}
+
+uint32_t FileReplace(const char* from, const char* to)
+{
+    return MoveFileExW(FXString::ToWstring(from).c_str(), FXString::ToWstring(to).c_str(), MOVEFILE_REPLACE_EXISTING)
+               ? 0
+               : GetLastError();
 }
 
 void* OpenTextStream(const char* path, uint32_t* error)

@@ -263,6 +263,9 @@ def case_ls_head(tool):
     s = servers()
     listed_as_on_disk(tool, url(s["http"], "/list/"), os.path.join(s["www"], "list"))
     expect_run(tool, ["ls", url(s["http"], "/list/sub%20dir/")], 0, r"^-\s+7\s+\S+ \S+\s+inner\.txt$")
+    # A query goes to the server as typed, the fragment stays home.
+    listed_as_on_disk(tool, url(s["http"], "/list/?C=M;O=A"), os.path.join(s["www"], "list"))
+    expect_run(tool, ["head", url(s["http"], "/hello.txt?x=1#frag")], 0, r"^size\s+17$")
     expect_run(tool, ["head", url(s["http"], "/big/1GiB.bin")], 0, r"^size\s+%d$" % s["bigSize"])
     ca = host_path(tool, s["caFile"])
     expect_run(tool, ["head", url(s["https"], "/hello.txt", "https", "localhost"), "--cacert", ca], 0, r"^size\s+17$")
@@ -419,6 +422,16 @@ def round_trip(tool, s, base, extra, work):
         with open(back, "rb") as f:
             expect(f.read() == data, "the downloaded copy differs")
         expect_run(tool, ["head", remote] + extra, 0, r"^size\s+200000$")
+        # --continue asks for the rest of a partial file (REST, an SFTP read
+        # from the offset); a file longer than the server's is fetched again.
+        part = os.path.join(tmp, "part.bin")
+        for start, said in ((70000, r"130000 bytes appended to .* after 70000"), (250000, r"200000 bytes saved")):
+            with open(part, "wb") as f:
+                f.write(data[:start] if start <= len(data) else data + b"x" * (start - len(data)))
+            expect_run(tool, ["get", remote, "-o", host_path(tool, part), "--continue"] + extra, 0, said)
+            with open(part, "rb") as f:
+                expect(f.read() == data, "--continue from %d gave other bytes" % start)
+        os.remove(part)
         # Wine's Schannel takes the server's close of a TLS data connection
         # (the end of every FTPS listing) for an error: no ls over FTPS there.
         if not (tool.windows and base.startswith("ftps:")):
@@ -453,6 +466,16 @@ def case_ftp(tool):
                           "-o", host_path(tool, kept)], 1, None, r"^zynet get: download of .* failed: login refused$")
         with open(kept, "rb") as f:
             expect(f.read() == b"kept" and os.listdir(tmp) == ["kept.txt"], "a refused login changed the file")
+    # The server's refusal of an upload, with its reply line on the stack.
+    reader = ["--user", "%s:%s" % (s["readUser"], s["readPassword"])]
+    with tempfile.TemporaryDirectory() as tmp:
+        src = os.path.join(tmp, "refused.txt")
+        with open(src, "wb") as f:
+            f.write(b"refused")
+        rc, out, err = tool.run_raw(["--verbose", "put", host_path(tool, src),
+                                     "ftp://127.0.0.1:%d/refused.txt" % s["ftp"]] + reader)
+        expect(rc == 1 and re.search(rb"failed: permission denied on the server\r?\n", err)
+               and b"Last reply from the server: [550 " in err, "read-only upload: %r" % err)
     expect_run(tool, ["mkdir", "https://127.0.0.1:1/x"], 2, None, r"'https' URLs have no mkdir")
     expect_run(tool, ["get", "ftp://127.0.0.1:1/x", "--key", "k"], 2, None, r"--key and --known-hosts are for sftp")
 

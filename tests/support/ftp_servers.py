@@ -25,6 +25,9 @@ from fixture_servers import (PYTHON, free_port, make_certificates, retrying, run
 SSHD = "/usr/sbin/sshd"
 FTP_USER = "zyftp"
 FTP_PASSWORD = "ftp pass:1"
+# Lists and reads only: its uploads are refused.
+FTP_READER = "zyreader"
+FTP_READER_PASSWORD = "reader"
 SFTP_PASSWORD = "Sftp-pass-1"
 KEY_PASSPHRASE = "zy key phrase"
 BIG_SIZE = 100 * 1024 * 1024
@@ -93,6 +96,7 @@ def ftpd(args_file):
         args = json.load(f)
     authorizer = DummyAuthorizer()
     authorizer.add_user(FTP_USER, FTP_PASSWORD, args["root"], perm="elradfmwMT")
+    authorizer.add_user(FTP_READER, FTP_READER_PASSWORD, args["root"], perm="elr")
     if args["tls"]:
         handler = TLS_FTPHandler
         handler.certfile = args["crt"]
@@ -244,7 +248,7 @@ def start(state):
     state = fresh_state(state, stop)
     root = os.path.join(state, "root")
     info = {"pids": [], "state": state, "root": root, "user": FTP_USER, "password": FTP_PASSWORD,
-            "bigSize": BIG_SIZE}
+            "readUser": FTP_READER, "readPassword": FTP_READER_PASSWORD, "bigSize": BIG_SIZE}
     try:
         make_tree(root)
         ca, crt, key, other = make_certificates(state)

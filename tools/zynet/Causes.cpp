@@ -78,6 +78,10 @@ std::string TransferCause(const CZyError& error, const FailureFacts& facts)
 {
     const int code = RkCURL::GetRkCURL(error);
     const bool http = facts.scheme == "http" || facts.scheme == "https";
+    // An FTP server refuses a file it will not take with 550, whatever curl
+    // made of it (the refused STOR, or a refused data connection).
+    if (code >= 0 && facts.upload && facts.status == 550 && (facts.scheme == "ftp" || facts.scheme == "ftps"))
+        return "permission denied on the server";
     if (code > 0)
     {
         const char* cause = CurlCause(code, facts.scheme);

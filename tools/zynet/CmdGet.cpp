@@ -113,7 +113,7 @@ std::string GetCause(const CZyError& error, const TransferArgs& transfer, RkProt
     if ((code == 9 || code == 19 || code == 78 || code == 79) && facts.scheme != "http" && facts.scheme != "https")
     {
         bool directory = false;
-        if (!request.checkIfFileOrDirExists(DecodedPath(request, transfer.path), false, directory).IsError() &&
+        if (!request.checkIfFileOrDirExists(transfer.url, false, directory).IsError() &&
             directory)
             return "is a directory";
     }
@@ -128,7 +128,7 @@ bool Fetch(RkProtocolReq& request, const TransferArgs& transfer, BodySink& sink,
 {
     const std::string scheme = Scheme(transfer.url);
     const std::string what = "download of " + transfer.shown + " failed";
-    const std::string url = WholeUrl(transfer);
+    const bool http = scheme == "http" || scheme == "https";
     const auto start = std::chrono::steady_clock::now();
     request.setURL(transfer.server);
     CZyError error;
@@ -136,19 +136,16 @@ bool Fetch(RkProtocolReq& request, const TransferArgs& transfer, BodySink& sink,
     {
         if ((error = sink.Prepare(result.offset)).IsError())
             return result.Fail("cannot write beside " + output, error);
-        if (result.offset > 0 && scheme != "http" && scheme != "https")
-        {
-            // The request classes have no resume offset for FTP and SFTP yet.
-            return result.Fail("cannot continue " + output + " from " + transfer.shown,
-                               "--continue is not supported over " + scheme + " yet; " + output + " is unchanged");
-        }
+        // FTP and SFTP resume through the request (REST, a read from the
+        // offset); HTTP asks for a range and reads the answer's range.
+        request.setResumeFrom(http ? 0 : static_cast<int64_t>(result.offset));
         sink.Attach(request);
         progress.Restart();
         std::vector<RkCURL::commandInfo> commands;
-        if (result.offset > 0)
+        if (result.offset > 0 && http)
             commands.emplace_back(RkCURL::commandInfo::CMD_HEADER, "Range",
                                   FXString::Format("bytes=%llu-", static_cast<unsigned long long>(result.offset)));
-        error = request.download(url.c_str(), commands);
+        error = request.download(transfer.url.c_str(), commands);
         progress.Finish();
         if (!error.IsError() || sink.AlreadyComplete())
         {
@@ -158,6 +155,14 @@ bool Fetch(RkProtocolReq& request, const TransferArgs& transfer, BodySink& sink,
             break;
         }
         sink.Abandon();
+        const int code = RkCURL::GetRkCURL(error);
+        if (result.offset > 0 && !http && !sink.StartedOver() && (code == 31 || code == 33 || code == 36))
+        {
+            // The server cannot resume: the whole file again, beside it.
+            sink.StartOver();
+            --attempt;
+            continue;
+        }
         const std::string cause = GetCause(error, transfer, request, sink);
         if (attempt < retries && IsTransient(error, sink.Status()) && !sink.WroteToStdout())
         {

@@ -98,9 +98,7 @@ void SetTransferUrl(Output& out, TransferArgs& transfer, const std::string& url)
     const size_t schemeEnd = url.find("://");
     if (schemeEnd == std::string::npos || schemeEnd == 0)
         throw UsageError("'" + transfer.shown + "' is not a URL (scheme://host[:port]/path)");
-    const size_t pathStart = url.find('/', schemeEnd + 3);
-    transfer.server = url.substr(0, pathStart);
-    transfer.path = pathStart == std::string::npos ? std::string("/") : url.substr(pathStart);
+    transfer.server = url.substr(0, url.find_first_of("/?#", schemeEnd + 3));
 }
 
 std::string Scheme(const std::string& url)
@@ -179,26 +177,13 @@ CZyError OpenRequest(const TransferArgs& transfer, std::unique_ptr<RkProtocolReq
     return error;
 }
 
-std::string DecodedPath(RkProtocolReq& request, const std::string& path)
-{
-    std::string decoded;
-    if (request.URLDecodePath(path, decoded).IsError())
-        return path;
-    return decoded;
-}
-
-std::string WholeUrl(const TransferArgs& transfer)
-{
-    const std::string url = RequestUrl(transfer.url);
-    return Scheme(url) == "ftps" ? "ftp" + url.substr(4) : url;
-}
-
 int FailTransfer(Output& out, const std::string& what, const CZyError& error, const TransferArgs& transfer,
-                 RkProtocolReq* request, const std::string& reason)
+                 RkProtocolReq* request, const std::string& reason, bool upload)
 {
     FailureFacts facts;
     facts.scheme = Scheme(transfer.url);
     facts.reason = reason;
+    facts.upload = upload;
     if (request)
         request->getLastServerResponseCode(facts.status);
     return out.Fail(what, error, TransferCause(error, facts));
@@ -230,10 +215,11 @@ int RunPut(Output& out, const std::vector<std::string>& args)
     CZyError error = OpenRequest(transfer, request, &progress);
     if (error.IsError())
         return FailTransfer(out, "cannot set up the request for " + transfer.shown, error, transfer, nullptr);
-    error = request->uploadFile(file.c_str(), WholeUrl(transfer).c_str(), 0, {});
+    error = request->uploadFile(file.c_str(), transfer.url.c_str(), 0, {});
     progress.Finish();
     if (error.IsError())
-        return FailTransfer(out, "upload of " + file + " to " + transfer.shown + " failed", error, transfer, request.get());
+        return FailTransfer(out, "upload of " + file + " to " + transfer.shown + " failed", error, transfer, request.get(),
+                            std::string(), true);
     int status = 0;
     request->getLastServerResponseCode(status);
     out.Result()["bytes"] = static_cast<long long>(request->getDataSizeInBytes());
@@ -271,7 +257,7 @@ int RunLs(Output& out, const std::vector<std::string>& args)
     if (error.IsError())
         return FailTransfer(out, "cannot set up the request for " + transfer.shown, error, transfer, nullptr);
     std::vector<RkCURL::FileDirInfo> entries;
-    error = request->listDirectory(DecodedPath(*request, transfer.path), entries);
+    error = request->listDirectory(transfer.url, entries);
     if (error.IsError())
         return FailTransfer(out, "listing of " + transfer.shown + " failed", error, transfer, request.get());
     for (const RkCURL::FileDirInfo& entry : entries)
@@ -304,7 +290,7 @@ int RunHead(Output& out, const std::vector<std::string>& args)
     if (error.IsError())
         return FailTransfer(out, "cannot set up the request for " + transfer.shown, error, transfer, nullptr);
     double size = 0;
-    error = request->getFileInfo(WholeUrl(transfer), size);
+    error = request->getFileInfo(transfer.url, size);
     int status = 0;
     request->getLastServerResponseCode(status);
     // An answer without a length (a generated page) is still an answer.
@@ -339,8 +325,7 @@ int RunFileCommand(Output& out, const std::vector<std::string>& args, bool makeD
     if (!ftp)
         throw UsageError("'" + Scheme(transfer.url) + "' URLs have no " + (makeDirectory ? "mkdir" : "rm") +
                          " (ftp, ftps and sftp have)");
-    const std::string path = DecodedPath(*request, transfer.path);
-    error = makeDirectory ? ftp->makeDirectory(path) : ftp->deleteFile(path);
+    error = makeDirectory ? ftp->makeDirectory(transfer.url) : ftp->deleteFile(transfer.url);
     if (error.IsError())
         return FailTransfer(out, std::string(makeDirectory ? "mkdir " : "rm ") + transfer.shown + " failed", error, transfer,
                            request.get());

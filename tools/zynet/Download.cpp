@@ -106,7 +106,7 @@ CZyError BodySink::Prepare(uint64_t& offset)
     offset = 0;
     if (ToStdout())
         return CZyError();
-    if (m_resume)
+    if (m_resume && !m_startOver)
     {
         // A temporary file of an earlier attempt that started over is gone.
         RemoveTemporary();
@@ -170,10 +170,12 @@ void BodySink::Decide()
         m_mode = kDiscard;
     else if (ToStdout())
         m_mode = kStdout;
-    else if (!m_resume)
+    else if (!m_resume || m_startOver)
         m_mode = kTemporary;
     else if (m_offset == 0)
         m_mode = kAppend;
+    else if (!m_http)
+        m_mode = kAppend;  // FTP and SFTP: curl fails when the server cannot resume
     else if (m_http && m_status == 206)
     {
         if (m_rangeStart == static_cast<int64_t>(m_offset))

@@ -34,6 +34,10 @@ public:
     // After a failed attempt: no temporary file is left; with --continue the
     // bytes appended so far stay in the file.
     void Abandon();
+    // After the server refused to resume: the next attempt fetches the
+    // whole body into a temporary file, which replaces the file after
+    // success.
+    void StartOver() { m_startOver = true; }
     // A temporary name beside the file, made (empty) so that no one else
     // takes it, for a client that writes the file itself.
     CZyError MakeTemporary(std::string& path);
@@ -54,7 +58,7 @@ public:
     // The server answered the range with another one than asked for.
     bool RangeMismatch() const { return m_rangeMismatch; }
     // The server sent the whole body again instead of the rest.
-    bool StartedOver() const { return m_mode == kTemporary && m_resume; }
+    bool StartedOver() const { return (m_mode == kTemporary || m_startOver) && m_resume; }
 
 private:
     enum Mode
@@ -85,6 +89,7 @@ private:
     int64_t m_rangeTotal = -1;
     bool m_rangeMismatch = false;
     bool m_failed = false;
+    bool m_startOver = false;
     CZyFile m_out;
     std::string m_temporary;
 };

@@ -22,8 +22,7 @@ struct TransferArgs
 {
     std::string url;     // as typed
     std::string shown;   // as printed: the password of its user-info masked
-    std::string server;  // scheme://authority
-    std::string path;    // the rest, percent-encoded as given
+    std::string server;  // scheme://authority (the request's base URL; operations take `url` whole)
     std::string cacert;
     std::string key;         // --key FILE (SFTP private key)
     std::string passphrase;  // --pass PHRASE (its passphrase)
@@ -128,19 +127,11 @@ private:
 // A request of the URL's protocol with the command's options applied.
 CZyError OpenRequest(const TransferArgs& transfer, std::unique_ptr<RkCURL::RkProtocolReq>& request, Progress* progress);
 
-// The URL's path as the request classes take it: decoded.
-std::string DecodedPath(RkCURL::RkProtocolReq& request, const std::string& path);
-
-// The URL for a request class's operation that takes a whole URL: as
-// RequestUrl (Causes.h) gives it, "ftps" (explicit TLS, which the FTPS
-// class asks for itself) written "ftp" as curl spells it.
-std::string WholeUrl(const TransferArgs& transfer);
-
 // Reports a failed transfer with its cause in plain words (Causes.h);
 // `request` (when given) tells the server's last status, `reason` the HTTP
 // reason phrase where the caller saw one.
 int FailTransfer(Output& out, const std::string& what, const CZyError& error, const TransferArgs& transfer,
-                 RkCURL::RkProtocolReq* request, const std::string& reason = std::string());
+                 RkCURL::RkProtocolReq* request, const std::string& reason = std::string(), bool upload = false);
 
 // Whether to draw the progress line (a terminal, not --json).
 bool ShowProgress(const Output& out);
