@@ -28,27 +28,28 @@ shopt -s nullglob
 debs=("$out"/*.deb)
 [ ${#debs[@]} -eq 3 ] || fail "expected 3 packages, got: ${debs[*]##*/}"
 
-# The listing is read whole first: `grep -q` stops reading early, which would
-# kill dpkg-deb with a broken pipe.
+# Every check reads its listing whole (grep without -q, output thrown away):
+# `grep -q` stops reading at the first match, and under pipefail the writer's
+# broken pipe would fail a check that found what it looked for.
 contents() { local list; list=$(dpkg-deb -c "$1" | awk '{print $6}'); printf '%s\n' "$list"; }
 find_deb() { for d in "${debs[@]}"; do [ "$(dpkg-deb -f "$d" Package)" = "$1" ] && { echo "$d"; return; }; done; fail "no package $1"; }
 
 runtime=$(find_deb libzynetwork1)
 dev=$(find_deb libzynetwork-dev)
 tool=$(find_deb zynet)
-contents "$runtime" | grep -q 'libZyNetwork\.so\.1$' || fail "runtime lacks libZyNetwork.so.1"
-contents "$runtime" | grep -q 'include/' && fail "runtime carries headers"
-contents "$dev" | grep -q 'include/ZyNetwork/ZySocket\.h$' || fail "dev lacks headers"
-contents "$dev" | grep -q 'cmake/ZyNetwork/ZyNetworkConfig\.cmake$' || fail "dev lacks the CMake package"
-contents "$dev" | grep -q 'pkgconfig/zynetwork\.pc$' || fail "dev lacks the pkg-config file"
-contents "$dev" | grep -q 'libZyNetwork\.so$' || fail "dev lacks the link library"
-contents "$dev" | grep -Eq '/(Internal|Posix|Windows)/|Os[A-Za-z]*\.h$' && fail "dev carries internal headers"
+contents "$runtime" | grep 'libZyNetwork\.so\.1$' >/dev/null || fail "runtime lacks libZyNetwork.so.1"
+contents "$runtime" | grep 'include/' >/dev/null && fail "runtime carries headers"
+contents "$dev" | grep 'include/ZyNetwork/ZySocket\.h$' >/dev/null || fail "dev lacks headers"
+contents "$dev" | grep 'cmake/ZyNetwork/ZyNetworkConfig\.cmake$' >/dev/null || fail "dev lacks the CMake package"
+contents "$dev" | grep 'pkgconfig/zynetwork\.pc$' >/dev/null || fail "dev lacks the pkg-config file"
+contents "$dev" | grep 'libZyNetwork\.so$' >/dev/null || fail "dev lacks the link library"
+contents "$dev" | grep -E '/(Internal|Posix|Windows)/|Os[A-Za-z]*\.h$' >/dev/null && fail "dev carries internal headers"
 if [ $api = 1 ]; then
-  contents "$dev" | grep -q 'share/doc/zynetwork/api/index\.html$' || fail "dev lacks the API reference"
+  contents "$dev" | grep 'share/doc/zynetwork/api/index\.html$' >/dev/null || fail "dev lacks the API reference"
 fi
-contents "$tool" | grep -q 'bin/zynet$' || fail "tool package lacks zynet"
-contents "$tool" | grep -q 'share/man/man1/zynet\.1' || fail "tool package lacks the manual page"
-contents "$tool" | grep -q 'share/bash-completion/completions/zynet$' || fail "tool package lacks the bash completion"
-dpkg-deb -f "$tool" Depends | grep -q 'libzynetwork1 (= ' || fail "tool does not depend on the library"
-dpkg-deb -f "$dev" Depends | grep -q 'libzynetwork1 (= ' || fail "dev does not depend on the library"
+contents "$tool" | grep 'bin/zynet$' >/dev/null || fail "tool package lacks zynet"
+contents "$tool" | grep 'share/man/man1/zynet\.1' >/dev/null || fail "tool package lacks the manual page"
+contents "$tool" | grep 'share/bash-completion/completions/zynet$' >/dev/null || fail "tool package lacks the bash completion"
+dpkg-deb -f "$tool" Depends | grep 'libzynetwork1 (= ' >/dev/null || fail "tool does not depend on the library"
+dpkg-deb -f "$dev" Depends | grep 'libzynetwork1 (= ' >/dev/null || fail "dev does not depend on the library"
 echo "check-debs: ok (${debs[*]##*/})"
