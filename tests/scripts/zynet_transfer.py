@@ -444,8 +444,9 @@ def round_trip(tool, s, base, extra, work):
         # A failed get over an existing file leaves it as it was.
         expect_run(tool, ["get", remote, "-o", host_path(tool, back)] + extra, 1, None,
                    r"^zynet get: download of .* failed: not found on the server$")
-        expect_run(tool, ["get", base + "tree", "-o", host_path(tool, back)] + extra, 1, None,
-                   r"^zynet get: download of .* failed: is a directory$")
+        for directory in ("tree", "tree/"):
+            expect_run(tool, ["get", base + directory, "-o", host_path(tool, back)] + extra, 1, None,
+                       r"^zynet get: download of .* failed: is a directory$")
         with open(back, "rb") as f:
             expect(f.read() == data, "a failed get changed the file it was to replace")
         expect(sorted(os.listdir(tmp)) == ["back.bin", "source file.bin"], "left behind: %r" % os.listdir(tmp))

@@ -129,6 +129,11 @@ bool Fetch(RkProtocolReq& request, const TransferArgs& transfer, BodySink& sink,
     const std::string scheme = Scheme(transfer.url);
     const std::string what = "download of " + transfer.shown + " failed";
     const bool http = scheme == "http" || scheme == "https";
+    // An FTP or SFTP URL that ends in '/' names a directory: curl would
+    // fetch its listing as if it were the file.
+    const std::string path = transfer.url.substr(0, transfer.url.find_first_of("?#"));
+    if (!http && !path.empty() && path.back() == '/' && path.find('/', path.find("://") + 3) != std::string::npos)
+        return result.Fail(what, "is a directory");
     const auto start = std::chrono::steady_clock::now();
     request.setURL(transfer.server);
     CZyError error;
