@@ -163,11 +163,13 @@ const struct
     int error;
     uint32_t code;
 } kWin32ForErrno[] = {
+    // clang-format off
     {EBADF, zyerr::kInvalidSocket},         {ENOTSOCK, zyerr::kInvalidSocket},
     {ENOPROTOOPT, zyerr::kNotSupported},    {EOPNOTSUPP, zyerr::kNotSupported},
     {EPERM, zyerr::kAccessDeniedWin32},     {EACCES, zyerr::kAccessDeniedWin32},
     {ENOMEM, zyerr::kNotEnoughMemory},      {ENOBUFS, zyerr::kNotEnoughMemory},
     {EINVAL, zyerr::kInvalidParameter},
+    // clang-format on
 };
 
 uint32_t Win32FromErrno(int code)
