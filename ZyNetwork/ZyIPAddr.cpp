@@ -26,6 +26,22 @@ const size_t kUnixPathField = ZYNET_MAX_UNIX_PATH + 1;
 
 const char kSentinelText[] = "127.0.53.53";
 
+// One text conversion of an address (ZYNET_ip2str, ZYNET_ip2name) into a
+// buffer of Length characters; the conversion's code is the error.
+template <int Length>
+CZyError ConvertToText(int (*convert)(const ZYNET_SockAddr*, char*, int), const ZYNET_SockAddr& addr,
+                       const FXCodeLocation& location, CZyString& text)
+{
+    char buffer[Length];
+    std::memset(buffer, 0, sizeof(buffer));
+    int code = convert(&addr, buffer, Length);
+    if (code != 0)
+        return FXErrorUtil::ErrorWin32(location, static_cast<uint32_t>(code));
+    buffer[Length - 1] = '\0';
+    text = buffer;
+    return CZyError::Success();
+}
+
 // Serialises the first resolution of the sentinel. Constant-initialised, so
 // it is usable during static initialisation of other translation units.
 std::mutex g_sentinelLock;
@@ -279,26 +295,12 @@ CZyError CZyIPAddr::SetAddressString(const char* text)
 
 CZyError CZyIPAddr::GetAddressString(CZyString& text) const
 {
-    char buffer[kAddressTextLength];
-    std::memset(buffer, 0, sizeof(buffer));
-    int code = ZYNET_ip2str(&m_addr, buffer, kAddressTextLength);
-    if (code != 0)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::GetAddressString"), static_cast<uint32_t>(code));
-    buffer[kAddressTextLength - 1] = '\0';
-    text = buffer;
-    return CZyError::Success();
+    return ConvertToText<kAddressTextLength>(ZYNET_ip2str, m_addr, ZY_LOC("CZyIPAddr::GetAddressString"), text);
 }
 
 CZyError CZyIPAddr::GetHostName(CZyString& name) const
 {
-    char buffer[kHostNameLength];
-    std::memset(buffer, 0, sizeof(buffer));
-    int code = ZYNET_ip2name(&m_addr, buffer, kHostNameLength);
-    if (code != 0)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::GetHostName"), static_cast<uint32_t>(code));
-    buffer[kHostNameLength - 1] = '\0';
-    name = buffer;
-    return CZyError::Success();
+    return ConvertToText<kHostNameLength>(ZYNET_ip2name, m_addr, ZY_LOC("CZyIPAddr::GetHostName"), name);
 }
 
 CZyError CZyIPAddr::GetLocalHost(CZyString& name)
