@@ -90,6 +90,24 @@ CZyError Resolve(const char* name, CZyIPAddr::IP_FAMILY family, std::vector<ZYNE
         return FXErrorUtil::ErrorWin32(ZY_LOC(function), static_cast<uint32_t>(code));
     return CZyError::Success();
 }
+
+// What GetByName and GetAllByName share: a null name is refused, a path text
+// gives its Unix-domain record alone (`*isPath` set where asked; the resolver
+// is not asked) and any other name is resolved.
+CZyError LookUp(const char* name, CZyIPAddr::IP_FAMILY family, const char* function,
+                std::vector<ZYNET_SockAddr>& records, bool* isPath = nullptr)
+{
+    if (isPath)
+        *isPath = false;
+    if (!name)
+        return FXErrorUtil::ErrorWin32(ZY_LOC(function), zyerr::kInvalidParameter, "Null parameter passed");
+    if (!zynet::IsPathText(name))
+        return Resolve(name, family, records, function);
+    if (isPath)
+        *isPath = true;
+    records.assign(1, ZYNET_SockAddr());
+    return MakeUnixRecord(name, records.front(), function);
+}
 }  // namespace
 
 // Constant-initialised: no constructor runs for them at start-up, so a
@@ -358,26 +376,14 @@ bool CZyIPAddr::IsCollision(const CZyIPAddr& candidate)
 CZyError CZyIPAddr::GetByName(const char* name, CZyIPAddr& out, IP_FAMILY family)
 {
     static const char kFunction[] = "CZyIPAddr::GetByName";
-    if (!name)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kInvalidParameter, "Null parameter passed");
-
-    if (zynet::IsPathText(name))
-    {
-        ZYNET_SockAddr record;
-        CZyError err = MakeUnixRecord(name, record, kFunction);
-        if (err.IsError())
-            return err;
-        out.m_addr = record;
-        return CZyError::Success();
-    }
-
     std::vector<ZYNET_SockAddr> records;
-    CZyError err = Resolve(name, family, records, kFunction);
+    CZyError err = LookUp(name, family, kFunction, records);
     if (err.IsError())
         return err;
 
     // The first IPv4 or IPv6 entry in resolver order wins; zyos has already
-    // dropped the other families.
+    // dropped the other families. A path's record is alone and never the
+    // collision marker.
     if (!records.empty())
         out.m_addr = records.front();
 
@@ -392,24 +398,17 @@ CZyError CZyIPAddr::GetByName(const char* name, CZyIPAddr& out, IP_FAMILY family
 CZyError CZyIPAddr::GetAllByName(const char* name, std::vector<CZyIPAddr>& list, IP_FAMILY family)
 {
     static const char kFunction[] = "CZyIPAddr::GetAllByName";
-    if (!name)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kInvalidParameter, "Null parameter passed");
-
-    if (zynet::IsPathText(name))
-    {
-        ZYNET_SockAddr record;
-        CZyError err = MakeUnixRecord(name, record, kFunction);
-        if (err.IsError())
-            return err;
-        list.clear();
-        list.push_back(CZyIPAddr(record));
-        return CZyError::Success();
-    }
-
     std::vector<ZYNET_SockAddr> records;
-    CZyError err = Resolve(name, family, records, kFunction);
+    bool isPath = false;
+    CZyError err = LookUp(name, family, kFunction, records, &isPath);
     if (err.IsError())
         return err;
+    if (isPath)
+    {
+        list.clear();
+        list.push_back(CZyIPAddr(records.front()));
+        return CZyError::Success();
+    }
 
     list.reserve(list.size() + records.size());
     for (const ZYNET_SockAddr& record : records)
