@@ -144,30 +144,33 @@ int64_t FileOpen(const char* path, const OpenMode& mode, uint32_t* error)
     return fd;
 }
 
-// The file is open (the class checks that), so EBADF from read or write means
-// the file was not opened for that direction: Windows says 5 (access denied).
+// One read or write, retried while a signal interrupts it. The file is open
+// (the class checks that), so EBADF means the file was not opened for that
+// direction: Windows says 5 (access denied).
+namespace
+{
+template <typename Call>
+uint32_t MoveBytes(Call call, uint32_t* moved)
+{
+    ssize_t done;
+    do
+        done = call();
+    while (done < 0 && errno == EINTR);
+    if (done < 0)
+        return errno == EBADF ? 5 : SystemErrorFromErrno(errno, nullptr);
+    *moved = static_cast<uint32_t>(done);
+    return 0;
+}
+}  // namespace
+
 uint32_t FileRead(int64_t file, void* buffer, uint32_t size, uint32_t* bytesRead)
 {
-    ssize_t got;
-    do
-        got = read(static_cast<int>(file), buffer, size);
-    while (got < 0 && errno == EINTR);
-    if (got < 0)
-        return errno == EBADF ? 5 : SystemErrorFromErrno(errno, nullptr);
-    *bytesRead = static_cast<uint32_t>(got);
-    return 0;
+    return MoveBytes([&] { return read(static_cast<int>(file), buffer, size); }, bytesRead);
 }
 
 uint32_t FileWrite(int64_t file, const void* data, uint32_t size, uint32_t* bytesWritten)
 {
-    ssize_t put;
-    do
-        put = write(static_cast<int>(file), data, size);
-    while (put < 0 && errno == EINTR);
-    if (put < 0)
-        return errno == EBADF ? 5 : SystemErrorFromErrno(errno, nullptr);
-    *bytesWritten = static_cast<uint32_t>(put);
-    return 0;
+    return MoveBytes([&] { return write(static_cast<int>(file), data, size); }, bytesWritten);
 }
 
 uint32_t FileSize(int64_t file, uint64_t* size)
