@@ -250,33 +250,34 @@ void rk_curl_free(void* pointer)
 
 typedef CURLFORMcode (*FormaddFunction)(curl_httppost**, curl_httppost**, ...);
 
-CURLFORMcode rk_curl_formadd(curl_httppost** first, curl_httppost** last, CURLformoption option1,
-                             curl_slist* value1, CURLformoption option2, const char* value2,
-                             CURLformoption option3, const char* value3, CURLformoption end)
+// The overloads below differ only in the option list they pass on.
+template <typename... Options>
+CURLFORMcode Formadd(curl_httppost** first, curl_httppost** last, Options... options)
 {
     static const FormaddFunction function = ResolveCurl<FormaddFunction>("curl_formadd");
     if (!function || IsReleased())
         return CURL_FORMADD_NULL;
-    return function(first, last, option1, value1, option2, value2, option3, value3, end);
+    return function(first, last, options...);
+}
+
+CURLFORMcode rk_curl_formadd(curl_httppost** first, curl_httppost** last, CURLformoption option1,
+                             curl_slist* value1, CURLformoption option2, const char* value2,
+                             CURLformoption option3, const char* value3, CURLformoption end)
+{
+    return Formadd(first, last, option1, value1, option2, value2, option3, value3, end);
 }
 
 CURLFORMcode rk_curl_formadd(curl_httppost** first, curl_httppost** last, CURLformoption option1,
                              const char* value1, CURLformoption option2, const char* value2,
                              CURLformoption option3, const char* value3, CURLformoption end)
 {
-    static const FormaddFunction function = ResolveCurl<FormaddFunction>("curl_formadd");
-    if (!function || IsReleased())
-        return CURL_FORMADD_NULL;
-    return function(first, last, option1, value1, option2, value2, option3, value3, end);
+    return Formadd(first, last, option1, value1, option2, value2, option3, value3, end);
 }
 
 CURLFORMcode rk_curl_formadd(curl_httppost** first, curl_httppost** last, CURLformoption option1,
                              const char* value1, CURLformoption option2, const char* value2, CURLformoption end)
 {
-    static const FormaddFunction function = ResolveCurl<FormaddFunction>("curl_formadd");
-    if (!function || IsReleased())
-        return CURL_FORMADD_NULL;
-    return function(first, last, option1, value1, option2, value2, end);
+    return Formadd(first, last, option1, value1, option2, value2, end);
 }
 
 CURLFORMcode rk_curl_formadd(curl_httppost** first, curl_httppost** last, CURLformoption option1,
@@ -284,10 +285,7 @@ CURLFORMcode rk_curl_formadd(curl_httppost** first, curl_httppost** last, CURLfo
                              CURLformoption option3, void* value3, CURLformoption option4, long value4,
                              CURLformoption end)
 {
-    static const FormaddFunction function = ResolveCurl<FormaddFunction>("curl_formadd");
-    if (!function || IsReleased())
-        return CURL_FORMADD_NULL;
-    return function(first, last, option1, value1, option2, value2, option3, value3, option4, value4, end);
+    return Formadd(first, last, option1, value1, option2, value2, option3, value3, option4, value4, end);
 }
 
 void rk_curl_formfree(curl_httppost* form)

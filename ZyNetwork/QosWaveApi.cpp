@@ -10,10 +10,18 @@ namespace
 {
 #define QOS_LOC(function) ::FXCodeLocation(zyos::kQosLocationFile, function, __LINE__)
 
-CZyError NotSupported(const FXCodeLocation& location, const char* function)
+// The wrapper's answer to one boundary call. A call the system does not offer
+// names `function` in its message; a failure carries the call's code and the
+// wrapper's `failure` message, formatted with `socket` where it names one.
+CZyError Answer(const zyos::QosResult& result, const FXCodeLocation& location, const char* function,
+                const char* failure, unsigned int socket = 0)
 {
-    return FXErrorUtil::ErrorWin32(location, zyerr::kNotSupported,
-                                   "Not supported on this system, Group=[%s], Function=[%s]", "Qwave", function);
+    if (result.outcome == zyos::QosResult::QOS_NOT_OFFERED)
+        return FXErrorUtil::ErrorWin32(location, zyerr::kNotSupported,
+                                       "Not supported on this system, Group=[%s], Function=[%s]", "Qwave", function);
+    if (result.outcome == zyos::QosResult::QOS_FAILED)
+        return FXErrorUtil::ErrorWin32(location, result.code, failure, socket);
+    return CZyError::Success();
 }
 }  // namespace
 
@@ -21,57 +29,35 @@ namespace FXQWaveDll
 {
 CZyError QOSCreateHandle(_QOS_VERSION* version, void** handle)
 {
-    const zyos::QosResult result = zyos::QosCreateHandle(version, handle);
-    if (result.outcome == zyos::QosResult::QOS_NOT_OFFERED)
-        return NotSupported(QOS_LOC("FXQWaveDll::QOSCreateHandle"), "QOSCreateHandle");
-    if (result.outcome == zyos::QosResult::QOS_FAILED)
-        return FXErrorUtil::ErrorWin32(QOS_LOC("FXQWaveDll::QOSCreateHandle"), result.code,
-                                       "Failed to create QOS handle");
-    return CZyError::Success();
+    return Answer(zyos::QosCreateHandle(version, handle), QOS_LOC("FXQWaveDll::QOSCreateHandle"), "QOSCreateHandle",
+                  "Failed to create QOS handle");
 }
 
 CZyError QOSCloseHandle(void* handle)
 {
-    const zyos::QosResult result = zyos::QosCloseHandle(handle);
-    if (result.outcome == zyos::QosResult::QOS_NOT_OFFERED)
-        return NotSupported(QOS_LOC("FXQWaveDll::QOSCloseHandle"), "QOSCloseHandle");
-    if (result.outcome == zyos::QosResult::QOS_FAILED)
-        return FXErrorUtil::ErrorWin32(QOS_LOC("FXQWaveDll::QOSCloseHandle"), result.code,
-                                       "Failed to close QOS handle");
-    return CZyError::Success();
+    return Answer(zyos::QosCloseHandle(handle), QOS_LOC("FXQWaveDll::QOSCloseHandle"), "QOSCloseHandle",
+                  "Failed to close QOS handle");
 }
 
 CZyError QOSSetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, unsigned long size, void* buffer,
                     unsigned long flags, _OVERLAPPED* overlapped)
 {
-    const zyos::QosResult result = zyos::QosSetFlow(handle, flowId, operation, size, buffer, flags, overlapped);
-    if (result.outcome == zyos::QosResult::QOS_NOT_OFFERED)
-        return NotSupported(QOS_LOC("FXQWaveDll::QOSSetFlow"), "QOSSetFlow");
-    if (result.outcome == zyos::QosResult::QOS_FAILED)
-        return FXErrorUtil::ErrorWin32(QOS_LOC("FXQWaveDll::QOSSetFlow"), result.code, "Failed to set QOS flow");
-    return CZyError::Success();
+    return Answer(zyos::QosSetFlow(handle, flowId, operation, size, buffer, flags, overlapped),
+                  QOS_LOC("FXQWaveDll::QOSSetFlow"), "QOSSetFlow", "Failed to set QOS flow");
 }
 
 CZyError QOSAddSocketToFlow(void* handle, unsigned int socket, sockaddr* destination, _QOS_TRAFFIC_TYPE trafficType,
                             unsigned long flags, unsigned long* flowId)
 {
-    const zyos::QosResult result = zyos::QosAddSocketToFlow(handle, socket, destination, trafficType, flags, flowId);
-    if (result.outcome == zyos::QosResult::QOS_NOT_OFFERED)
-        return NotSupported(QOS_LOC("FXQWaveDll::QOSAddSocketToFlow"), "QOSAddSocketToFlow");
-    if (result.outcome == zyos::QosResult::QOS_FAILED)
-        return FXErrorUtil::ErrorWin32(QOS_LOC("FXQWaveDll::QOSAddSocketToFlow"), result.code,
-                                       "Failed to add socket (%u) to the flow", socket);
-    return CZyError::Success();
+    return Answer(zyos::QosAddSocketToFlow(handle, socket, destination, trafficType, flags, flowId),
+                  QOS_LOC("FXQWaveDll::QOSAddSocketToFlow"), "QOSAddSocketToFlow",
+                  "Failed to add socket (%u) to the flow", socket);
 }
 
 CZyError QOSRemoveSocketFromFlow(void* handle, unsigned int socket, unsigned long flowId, unsigned long flags)
 {
-    const zyos::QosResult result = zyos::QosRemoveSocketFromFlow(handle, socket, flowId, flags);
-    if (result.outcome == zyos::QosResult::QOS_NOT_OFFERED)
-        return NotSupported(QOS_LOC("FXQWaveDll::QOSRemoveSocketFromFlow"), "QOSRemoveSocketFromFlow");
-    if (result.outcome == zyos::QosResult::QOS_FAILED)
-        return FXErrorUtil::ErrorWin32(QOS_LOC("FXQWaveDll::QOSRemoveSocketFromFlow"), result.code,
-                                       "Failed to remove socket (%u) from the flow", socket);
-    return CZyError::Success();
+    return Answer(zyos::QosRemoveSocketFromFlow(handle, socket, flowId, flags),
+                  QOS_LOC("FXQWaveDll::QOSRemoveSocketFromFlow"), "QOSRemoveSocketFromFlow",
+                  "Failed to remove socket (%u) from the flow", socket);
 }
 }  // namespace FXQWaveDll

@@ -26,6 +26,22 @@ const size_t kUnixPathField = ZYNET_MAX_UNIX_PATH + 1;
 
 const char kSentinelText[] = "127.0.53.53";
 
+// One text conversion of an address (ZYNET_ip2str, ZYNET_ip2name) into a
+// buffer of Length characters; the conversion's code is the error.
+template <int Length>
+CZyError ConvertToText(int (*convert)(const ZYNET_SockAddr*, char*, int), const ZYNET_SockAddr& addr,
+                       const FXCodeLocation& location, CZyString& text)
+{
+    char buffer[Length];
+    std::memset(buffer, 0, sizeof(buffer));
+    int code = convert(&addr, buffer, Length);
+    if (code != 0)
+        return FXErrorUtil::ErrorWin32(location, static_cast<uint32_t>(code));
+    buffer[Length - 1] = '\0';
+    text = buffer;
+    return CZyError::Success();
+}
+
 // Serialises the first resolution of the sentinel. Constant-initialised, so
 // it is usable during static initialisation of other translation units.
 std::mutex g_sentinelLock;
@@ -73,6 +89,24 @@ CZyError Resolve(const char* name, CZyIPAddr::IP_FAMILY family, std::vector<ZYNE
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC(function), static_cast<uint32_t>(code));
     return CZyError::Success();
+}
+
+// What GetByName and GetAllByName share: a null name is refused, a path text
+// gives its Unix-domain record alone (`*isPath` set where asked; the resolver
+// is not asked) and any other name is resolved.
+CZyError LookUp(const char* name, CZyIPAddr::IP_FAMILY family, const char* function,
+                std::vector<ZYNET_SockAddr>& records, bool* isPath = nullptr)
+{
+    if (isPath)
+        *isPath = false;
+    if (!name)
+        return FXErrorUtil::ErrorWin32(ZY_LOC(function), zyerr::kInvalidParameter, "Null parameter passed");
+    if (!zynet::IsPathText(name))
+        return Resolve(name, family, records, function);
+    if (isPath)
+        *isPath = true;
+    records.assign(1, ZYNET_SockAddr());
+    return MakeUnixRecord(name, records.front(), function);
 }
 }  // namespace
 
@@ -279,26 +313,12 @@ CZyError CZyIPAddr::SetAddressString(const char* text)
 
 CZyError CZyIPAddr::GetAddressString(CZyString& text) const
 {
-    char buffer[kAddressTextLength];
-    std::memset(buffer, 0, sizeof(buffer));
-    int code = ZYNET_ip2str(&m_addr, buffer, kAddressTextLength);
-    if (code != 0)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::GetAddressString"), static_cast<uint32_t>(code));
-    buffer[kAddressTextLength - 1] = '\0';
-    text = buffer;
-    return CZyError::Success();
+    return ConvertToText<kAddressTextLength>(ZYNET_ip2str, m_addr, ZY_LOC("CZyIPAddr::GetAddressString"), text);
 }
 
 CZyError CZyIPAddr::GetHostName(CZyString& name) const
 {
-    char buffer[kHostNameLength];
-    std::memset(buffer, 0, sizeof(buffer));
-    int code = ZYNET_ip2name(&m_addr, buffer, kHostNameLength);
-    if (code != 0)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::GetHostName"), static_cast<uint32_t>(code));
-    buffer[kHostNameLength - 1] = '\0';
-    name = buffer;
-    return CZyError::Success();
+    return ConvertToText<kHostNameLength>(ZYNET_ip2name, m_addr, ZY_LOC("CZyIPAddr::GetHostName"), name);
 }
 
 CZyError CZyIPAddr::GetLocalHost(CZyString& name)
@@ -356,26 +376,14 @@ bool CZyIPAddr::IsCollision(const CZyIPAddr& candidate)
 CZyError CZyIPAddr::GetByName(const char* name, CZyIPAddr& out, IP_FAMILY family)
 {
     static const char kFunction[] = "CZyIPAddr::GetByName";
-    if (!name)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kInvalidParameter, "Null parameter passed");
-
-    if (zynet::IsPathText(name))
-    {
-        ZYNET_SockAddr record;
-        CZyError err = MakeUnixRecord(name, record, kFunction);
-        if (err.IsError())
-            return err;
-        out.m_addr = record;
-        return CZyError::Success();
-    }
-
     std::vector<ZYNET_SockAddr> records;
-    CZyError err = Resolve(name, family, records, kFunction);
+    CZyError err = LookUp(name, family, kFunction, records);
     if (err.IsError())
         return err;
 
     // The first IPv4 or IPv6 entry in resolver order wins; zyos has already
-    // dropped the other families.
+    // dropped the other families. A path's record is alone and never the
+    // collision marker.
     if (!records.empty())
         out.m_addr = records.front();
 
@@ -390,24 +398,17 @@ CZyError CZyIPAddr::GetByName(const char* name, CZyIPAddr& out, IP_FAMILY family
 CZyError CZyIPAddr::GetAllByName(const char* name, std::vector<CZyIPAddr>& list, IP_FAMILY family)
 {
     static const char kFunction[] = "CZyIPAddr::GetAllByName";
-    if (!name)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kInvalidParameter, "Null parameter passed");
-
-    if (zynet::IsPathText(name))
-    {
-        ZYNET_SockAddr record;
-        CZyError err = MakeUnixRecord(name, record, kFunction);
-        if (err.IsError())
-            return err;
-        list.clear();
-        list.push_back(CZyIPAddr(record));
-        return CZyError::Success();
-    }
-
     std::vector<ZYNET_SockAddr> records;
-    CZyError err = Resolve(name, family, records, kFunction);
+    bool isPath = false;
+    CZyError err = LookUp(name, family, kFunction, records, &isPath);
     if (err.IsError())
         return err;
+    if (isPath)
+    {
+        list.clear();
+        list.push_back(CZyIPAddr(records.front()));
+        return CZyError::Success();
+    }
 
     list.reserve(list.size() + records.size());
     for (const ZYNET_SockAddr& record : records)

@@ -53,14 +53,10 @@ using posix::IsFailedConnect;
 
 uint32_t EpollEventsFor(uint32_t interest)
 {
-    uint32_t asked = 0;
-    if (interest & EVENT_READ)
-        asked |= EPOLLIN | EPOLLRDHUP;
-    if (interest & EVENT_WRITE)
-        asked |= EPOLLOUT;
-    if (interest & EVENT_EXCEPT)
-        asked |= EPOLLPRI;
-    return asked;
+    static_assert(int(EVENT_READ) == int(POLL_READ) && int(EVENT_WRITE) == int(POLL_WRITE) &&
+                      int(EVENT_EXCEPT) == int(POLL_EXCEPT),
+                  "event interests and poll kinds share their bits");
+    return posix::OsWaitBits<uint32_t>(interest, EPOLLIN | EPOLLRDHUP, EPOLLOUT, EPOLLPRI);
 }
 
 uint64_t DataFor(int fd, uint32_t tag)

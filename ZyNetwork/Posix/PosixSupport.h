@@ -55,6 +55,22 @@ inline bool IsFailedConnect(int fd)
            ::getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0 && errno == ENOTCONN;
 }
 
+// The OS bits a wait asks for: `read`, `write` and `except` for the
+// POLL_READ, POLL_WRITE and POLL_EXCEPT bits of `wanted` (the EVENT_* bits
+// of an event set are the same numbers).
+template <typename Bits>
+Bits OsWaitBits(unsigned wanted, Bits read, Bits write, Bits except)
+{
+    Bits asked = 0;
+    if (wanted & POLL_READ)
+        asked |= read;
+    if (wanted & POLL_WRITE)
+        asked |= write;
+    if (wanted & POLL_EXCEPT)
+        asked |= except;
+    return asked;
+}
+
 // Linux's AF_INET6 (10) against the portable 23; every other family has
 // the same number on both sides.
 inline int OsFamily(int portableFamily)

@@ -156,27 +156,28 @@ QosHandle* FindHandle(void* handle)
     return slot == nullptr ? nullptr : slot->load(std::memory_order_acquire);
 }
 
+// The Win32 codes the QoS calls report for the errno values they can meet;
+// any other errno is passed on as it is.
+const struct
+{
+    int error;
+    uint32_t code;
+} kWin32ForErrno[] = {
+    // clang-format off
+    {EBADF, zyerr::kInvalidSocket},         {ENOTSOCK, zyerr::kInvalidSocket},
+    {ENOPROTOOPT, zyerr::kNotSupported},    {EOPNOTSUPP, zyerr::kNotSupported},
+    {EPERM, zyerr::kAccessDeniedWin32},     {EACCES, zyerr::kAccessDeniedWin32},
+    {ENOMEM, zyerr::kNotEnoughMemory},      {ENOBUFS, zyerr::kNotEnoughMemory},
+    {EINVAL, zyerr::kInvalidParameter},
+    // clang-format on
+};
+
 uint32_t Win32FromErrno(int code)
 {
-    switch (code)
-    {
-    case EBADF:
-    case ENOTSOCK:
-        return zyerr::kInvalidSocket;
-    case ENOPROTOOPT:
-    case EOPNOTSUPP:
-        return zyerr::kNotSupported;
-    case EPERM:
-    case EACCES:
-        return zyerr::kAccessDeniedWin32;
-    case ENOMEM:
-    case ENOBUFS:
-        return zyerr::kNotEnoughMemory;
-    case EINVAL:
-        return zyerr::kInvalidParameter;
-    default:
-        return static_cast<uint32_t>(code);
-    }
+    for (const auto& entry : kWin32ForErrno)
+        if (entry.error == code)
+            return entry.code;
+    return static_cast<uint32_t>(code);
 }
 
 int GetIntOption(int fd, int level, int option, int* value)

@@ -33,6 +33,19 @@ int AddrInfoFlagsToOs(int flags)
     return os;
 }
 
+// Writes an OS record holding only the address `addr` (its `field`) and the
+// portable `family` into `out`.
+template <typename OsRecord, typename OsAddress>
+bool StoreNumeric(OsAddress OsRecord::*field, const OsAddress& addr, int family, ZYNET_SockAddr* out)
+{
+    OsRecord os;
+    memset(&os, 0, sizeof(os));
+    os.*field = addr;
+    memcpy(out, &os, sizeof(os));
+    out->family = family;
+    return true;
+}
+
 // Numeric texts in their plain forms (dotted decimal IPv4, IPv6 without a
 // zone) convert without the resolver: inet_pton reads them exactly as
 // getaddrinfo does, at a fraction of its cost. Every other form (short or
@@ -42,24 +55,10 @@ bool PlainNumericToRecord(const char* name, ZYNET_SockAddr* out)
 {
     in_addr v4;
     if (inet_pton(AF_INET, name, &v4) == 1)
-    {
-        sockaddr_in os;
-        memset(&os, 0, sizeof(os));
-        os.sin_addr = v4;
-        memcpy(out, &os, sizeof(os));
-        out->family = ZYNET_AF_INET;
-        return true;
-    }
+        return StoreNumeric(&sockaddr_in::sin_addr, v4, ZYNET_AF_INET, out);
     in6_addr v6;
     if (strchr(name, '%') == nullptr && inet_pton(AF_INET6, name, &v6) == 1)
-    {
-        sockaddr_in6 os;
-        memset(&os, 0, sizeof(os));
-        os.sin6_addr = v6;
-        memcpy(out, &os, sizeof(os));
-        out->family = ZYNET_AF_INET6;
-        return true;
-    }
+        return StoreNumeric(&sockaddr_in6::sin6_addr, v6, ZYNET_AF_INET6, out);
     return false;
 }
 

@@ -53,14 +53,7 @@ int PollRetrying(pollfd* fds, size_t count, int timeoutMs)
 // What each kind of wait asks poll() for.
 short PollEventsFor(short events)
 {
-    short asked = 0;
-    if (events & POLL_READ)
-        asked |= POLLIN | POLLRDHUP;
-    if (events & POLL_WRITE)
-        asked |= POLLOUT;
-    if (events & POLL_EXCEPT)
-        asked |= POLLPRI;
-    return asked;
+    return posix::OsWaitBits<short>(static_cast<unsigned>(events), POLLIN | POLLRDHUP, POLLOUT, POLLPRI);
 }
 
 // The wanted events that poll's answer for one descriptor amounts to, with

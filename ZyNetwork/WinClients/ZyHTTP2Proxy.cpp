@@ -28,6 +28,21 @@ std::string TakeGlobalString(LPWSTR text)
     return narrow;
 }
 
+// Runs one of WinHTTP's proxy settings queries into `config` and takes its
+// proxy and bypass lists; a failure is the thread's last error with
+// `failure` as its message, and leaves both lists as they were.
+template <typename Query, typename Config>
+CZyError QueryProxySettings(Query query, Config& config, const FXCodeLocation& location, const char* failure,
+                            std::string& proxy, std::string& bypass)
+{
+    ZeroMemory(&config, sizeof(config));
+    if (!query(&config))
+        return FXErrorUtil::ErrorWin32(location, GetLastError(), "%s", failure);
+    proxy = TakeGlobalString(config.lpszProxy);
+    bypass = TakeGlobalString(config.lpszProxyBypass);
+    return CZyError::Success();
+}
+
 }  // namespace
 
 namespace
@@ -39,25 +54,20 @@ const char kZyFile[] = "ZyNetwork/ZyHTTP2";
 CZyError CZyHTTP2::GetGlobalProxyConfiguration(std::string& proxy, std::string& bypass)
 {
     WINHTTP_PROXY_INFO info;
-    ZeroMemory(&info, sizeof(info));
-    if (!WinHttpGetDefaultProxyConfiguration(&info))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::GetGlobalProxyConfiguration"), GetLastError(),
-                                       "Failed to global HTTP proxy configuration");
-    proxy = TakeGlobalString(info.lpszProxy);
-    bypass = TakeGlobalString(info.lpszProxyBypass);
-    return CZyError::Success();
+    return QueryProxySettings(WinHttpGetDefaultProxyConfiguration, info,
+                              ZY_LOC("CZyHTTP2::GetGlobalProxyConfiguration"),
+                              "Failed to global HTTP proxy configuration", proxy, bypass);
 }
 
 CZyError CZyHTTP2::GetProxyConfigurationForCurrentUser(std::string& proxy, std::string& bypass,
                                                        std::string& autoConfigUrl, bool& autoDetect)
 {
     WINHTTP_CURRENT_USER_IE_PROXY_CONFIG config;
-    ZeroMemory(&config, sizeof(config));
-    if (!WinHttpGetIEProxyConfigForCurrentUser(&config))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::GetProxyConfigurationForCurrentUser"), GetLastError(),
-                                       "Failed to get HTTP proxy configuration for the current user");
-    proxy = TakeGlobalString(config.lpszProxy);
-    bypass = TakeGlobalString(config.lpszProxyBypass);
+    CZyError error = QueryProxySettings(WinHttpGetIEProxyConfigForCurrentUser, config,
+                                        ZY_LOC("CZyHTTP2::GetProxyConfigurationForCurrentUser"),
+                                        "Failed to get HTTP proxy configuration for the current user", proxy, bypass);
+    if (error.IsError())
+        return error;
     autoConfigUrl = TakeGlobalString(config.lpszAutoConfigUrl);
     autoDetect = config.fAutoDetect != FALSE;
     return CZyError::Success();

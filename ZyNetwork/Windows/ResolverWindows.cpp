@@ -307,27 +307,31 @@ int WSAAPI SubstituteGetNameInfo(const struct sockaddr* addr, socklen_t addrLeng
 using namespace win;
 
 // Asks the bound resolver for `name` with the given hints (the portable
-// flag and family values are Winsock's). On success *list holds the answer
-// (the caller frees it); on failure nothing is left to free and the code is
-// returned and stored.
-static int ResolveList(const win::ResolverEntryPoints& resolver, const char* name, int flags, int family,
-                       int socktype, int protocol, addrinfo** list)
+// flag and family values are Winsock's) and hands the answer to `read`,
+// then frees it and clears the thread's error. On failure the code is
+// returned and stored and `read` is not called.
+template <typename Read>
+static int ResolveAndRead(const char* name, int flags, int family, int socktype, int protocol, Read read)
 {
+    const win::ResolverEntryPoints& resolver = win::Resolver();
     addrinfo hints;
     memset(&hints, 0, sizeof(hints));
     hints.ai_flags = flags;
     hints.ai_family = family;
     hints.ai_socktype = socktype;
     hints.ai_protocol = protocol;
-    *list = nullptr;
-    int rc = NormaliseResolverCode(resolver.getAddrInfo(name, nullptr, &hints, list));
+    addrinfo* answer = nullptr;
+    int rc = NormaliseResolverCode(resolver.getAddrInfo(name, nullptr, &hints, &answer));
     if (rc != 0)
     {
-        if (*list != nullptr)
-            resolver.freeAddrInfo(*list);
-        *list = nullptr;
+        if (answer != nullptr)
+            resolver.freeAddrInfo(answer);
         return Fail(rc);
     }
+    read(answer);
+    if (answer != nullptr)
+        resolver.freeAddrInfo(answer);
+    WSASetLastError(0);
     return 0;
 }
 
@@ -338,16 +342,9 @@ int GetAddrInfo(const char* name, int flags, int family, int socktype, int proto
         *otherFamilies = 0;
     if (IsReservedInvalidName(name))
         return Fail(WSAHOST_NOT_FOUND);
-    const win::ResolverEntryPoints& resolver = win::Resolver();
-    addrinfo* list = nullptr;
-    int rc = ResolveList(resolver, name, flags, family, socktype, protocol, &list);
-    if (rc != 0)
-        return rc;
-    common::AppendRecords(list, AF_INET, AF_INET6, out, otherFamilies);
-    if (list != nullptr)
-        resolver.freeAddrInfo(list);
-    WSASetLastError(0);
-    return 0;
+    return ResolveAndRead(name, flags, family, socktype, protocol, [&](const addrinfo* list) {
+        common::AppendRecords(list, AF_INET, AF_INET6, out, otherFamilies);
+    });
 }
 
 int GetFirstAddrInfo(const char* name, int flags, int family, int socktype, int protocol, ZYNET_SockAddr* out,
@@ -358,16 +355,9 @@ int GetFirstAddrInfo(const char* name, int flags, int family, int socktype, int 
     // answers 11001 for any other text, reserved names included.
     if ((flags & AI_FLAG_NUMERICHOST) == 0 && IsReservedInvalidName(name))
         return Fail(WSAHOST_NOT_FOUND);
-    const win::ResolverEntryPoints& resolver = win::Resolver();
-    addrinfo* list = nullptr;
-    int rc = ResolveList(resolver, name, flags, family, socktype, protocol, &list);
-    if (rc != 0)
-        return rc;
-    *found = common::CopyFirstRecord(list, AF_INET, AF_INET6, out);
-    if (list != nullptr)
-        resolver.freeAddrInfo(list);
-    WSASetLastError(0);
-    return 0;
+    return ResolveAndRead(name, flags, family, socktype, protocol, [&](const addrinfo* list) {
+        *found = common::CopyFirstRecord(list, AF_INET, AF_INET6, out);
+    });
 }
 
 int GetNameInfo(const ZYNET_SockAddr* addr, int length, char* host, int hostLength, int flags)

@@ -16,11 +16,33 @@ namespace zyutil
 {
 namespace os
 {
+// The Windows codes of the errno values a file or module call can meet;
+// ENOENT depends on the path and any other errno is passed on as it is.
+const struct
+{
+    int error;
+    uint32_t code;
+} kSystemErrorForErrno[] = {
+    {ENOTDIR, 3},         // ERROR_PATH_NOT_FOUND
+    {EACCES, 5},          // ERROR_ACCESS_DENIED
+    {EPERM, 5},           // ERROR_ACCESS_DENIED
+    {EISDIR, 5},          // ERROR_ACCESS_DENIED: Windows' answer for a directory, too
+    {EROFS, 5},           // ERROR_ACCESS_DENIED
+    {EEXIST, 80},         // ERROR_FILE_EXISTS
+    {EMFILE, 4},          // ERROR_TOO_MANY_OPEN_FILES
+    {ENFILE, 4},          // ERROR_TOO_MANY_OPEN_FILES
+    {ENOMEM, 8},          // ERROR_NOT_ENOUGH_MEMORY
+    {EBADF, 6},           // ERROR_INVALID_HANDLE
+    {EINVAL, 87},         // ERROR_INVALID_PARAMETER
+    {ENOSPC, 112},        // ERROR_DISK_FULL
+    {ENAMETOOLONG, 206},  // ERROR_FILENAME_EXCED_RANGE
+    {ELOOP, 1921},        // ERROR_CANT_RESOLVE_FILENAME
+    {EIO, 1117},          // ERROR_IO_DEVICE
+};
+
 uint32_t SystemErrorFromErrno(int code, const char* path)
 {
-    switch (code)
-    {
-    case ENOENT:
+    if (code == ENOENT)
     {
         // A missing file is 2 (ERROR_FILE_NOT_FOUND), a missing directory on
         // the way to it 3 (ERROR_PATH_NOT_FOUND), as Windows tells them apart.
@@ -31,35 +53,10 @@ uint32_t SystemErrorFromErrno(int code, const char* path)
         struct stat info;
         return stat(text.substr(0, slash).c_str(), &info) == 0 && S_ISDIR(info.st_mode) ? 2 : 3;
     }
-    case ENOTDIR:
-        return 3;  // ERROR_PATH_NOT_FOUND
-    case EACCES:
-    case EPERM:
-    case EISDIR:
-    case EROFS:
-        return 5;  // ERROR_ACCESS_DENIED (Windows' answer for a directory, too)
-    case EEXIST:
-        return 80;  // ERROR_FILE_EXISTS
-    case EMFILE:
-    case ENFILE:
-        return 4;  // ERROR_TOO_MANY_OPEN_FILES
-    case ENOMEM:
-        return 8;  // ERROR_NOT_ENOUGH_MEMORY
-    case EBADF:
-        return 6;  // ERROR_INVALID_HANDLE
-    case EINVAL:
-        return 87;  // ERROR_INVALID_PARAMETER
-    case ENOSPC:
-        return 112;  // ERROR_DISK_FULL
-    case ENAMETOOLONG:
-        return 206;  // ERROR_FILENAME_EXCED_RANGE
-    case ELOOP:
-        return 1921;  // ERROR_CANT_RESOLVE_FILENAME
-    case EIO:
-        return 1117;  // ERROR_IO_DEVICE
-    default:
-        return static_cast<uint32_t>(code);
-    }
+    for (const auto& entry : kSystemErrorForErrno)
+        if (entry.error == code)
+            return entry.code;
+    return static_cast<uint32_t>(code);
 }
 
 // ---- modules ---------------------------------------------------------------
@@ -147,30 +144,33 @@ int64_t FileOpen(const char* path, const OpenMode& mode, uint32_t* error)
     return fd;
 }
 
-// The file is open (the class checks that), so EBADF from read or write means
-// the file was not opened for that direction: Windows says 5 (access denied).
+// One read or write, retried while a signal interrupts it. The file is open
+// (the class checks that), so EBADF means the file was not opened for that
+// direction: Windows says 5 (access denied).
+namespace
+{
+template <typename Call>
+uint32_t MoveBytes(Call call, uint32_t* moved)
+{
+    ssize_t done;
+    do
+        done = call();
+    while (done < 0 && errno == EINTR);
+    if (done < 0)
+        return errno == EBADF ? 5 : SystemErrorFromErrno(errno, nullptr);
+    *moved = static_cast<uint32_t>(done);
+    return 0;
+}
+}  // namespace
+
 uint32_t FileRead(int64_t file, void* buffer, uint32_t size, uint32_t* bytesRead)
 {
-    ssize_t got;
-    do
-        got = read(static_cast<int>(file), buffer, size);
-    while (got < 0 && errno == EINTR);
-    if (got < 0)
-        return errno == EBADF ? 5 : SystemErrorFromErrno(errno, nullptr);
-    *bytesRead = static_cast<uint32_t>(got);
-    return 0;
+    return MoveBytes([&] { return read(static_cast<int>(file), buffer, size); }, bytesRead);
 }
 
 uint32_t FileWrite(int64_t file, const void* data, uint32_t size, uint32_t* bytesWritten)
 {
-    ssize_t put;
-    do
-        put = write(static_cast<int>(file), data, size);
-    while (put < 0 && errno == EINTR);
-    if (put < 0)
-        return errno == EBADF ? 5 : SystemErrorFromErrno(errno, nullptr);
-    *bytesWritten = static_cast<uint32_t>(put);
-    return 0;
+    return MoveBytes([&] { return write(static_cast<int>(file), data, size); }, bytesWritten);
 }
 
 uint32_t FileSize(int64_t file, uint64_t* size)
