@@ -22,6 +22,7 @@
 
 #include "ZyNetwork/Internal/CloseJournal.h"
 #include "ZyNetwork/Internal/OsEventSet.h"
+#include "ZyUtils/Internal/ErrorCodes.h"
 
 static const char kZyFile[] = "ZyNetwork/ZySocketSelector";
 
@@ -163,7 +164,7 @@ CZySocketSelector::~CZySocketSelector()
 CZyError CZySocketSelector::SetSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket, int category)
 {
     if (!socket.IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocketSelector::SetSocket"), 10038, "Invalid socket");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocketSelector::SetSocket"), zyerr::kInvalidSocket, "Invalid socket");
     ZYNET_SOCKET handle = socket.GetSocketDescriptor();
     CZyError err = master.set(handle);
     if (err.IsError())

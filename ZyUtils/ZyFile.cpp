@@ -183,7 +183,7 @@ CZyError RemoveFile(const char* path)
 CZyError RenameOver(const char* from, const char* to)
 {
     if (!from || !*from || !to || !*to)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("FXFile::RenameOver"), 87, "Invalid file path");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXFile::RenameOver"), zyerr::kInvalidParameter, "Invalid file path");
     uint32_t error = zyutil::os::FileReplace(from, to);
     if (error)
         return FXErrorUtil::ErrorWin32(ZY_LOC("FXFile::RenameOver"), error, "Failed to move file [%s] to [%s]", from,
