@@ -141,6 +141,18 @@ bool Fetch(RkProtocolReq& request, const TransferArgs& transfer, BodySink& sink,
     {
         if ((error = sink.Prepare(result.offset)).IsError())
             return result.Fail("cannot write beside " + output, error);
+        // A file that is longer here than on the server is not a start of
+        // it: start over. Asked first because curl's refusal of an SFTP
+        // offset past the end leaves libssh2's file handle unfreed.
+        double remoteSize = -1;
+        if (result.offset > 0 && !http && !sink.StartedOver() &&
+            !request.getFileInfo(transfer.url, remoteSize).IsError() && remoteSize >= 0 &&
+            remoteSize < static_cast<double>(result.offset))
+        {
+            sink.StartOver();
+            --attempt;
+            continue;
+        }
         // FTP and SFTP resume through the request (REST, a read from the
         // offset); HTTP asks for a range and reads the answer's range.
         request.setResumeFrom(http ? 0 : static_cast<int64_t>(result.offset));
