@@ -40,7 +40,7 @@ std::string CurlLibraryFilePath()
     if (path && *path)
         return path;
     // Any function of this file tells which module holds the binding.
-    return zyos::DefaultCurlLibraryPath(reinterpret_cast<const void*>(&CurlLibraryFilePath));
+    return zy::os::DefaultCurlLibraryPath(reinterpret_cast<const void*>(&CurlLibraryFilePath));
 }
 
 CurlLibrary* CreateCurlLibrary()
@@ -53,7 +53,7 @@ CurlLibrary* CreateCurlLibrary()
     // Failures show only through the wrappers' fallbacks.
     if (holder->library.Load(path.c_str(), false).IsError())
         return nullptr;
-    zyos::KeepCurlLibraryMapped(holder->library);
+    zy::os::KeepCurlLibraryMapped(holder->library);
     GlobalInitFunction globalInit = nullptr;
     holder->library.GetFunction("curl_global_init", globalInit);
     if (!globalInit || globalInit(CURL_GLOBAL_ALL) != CURLE_OK)

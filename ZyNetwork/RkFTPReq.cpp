@@ -87,7 +87,7 @@ const char* RkFTPReq::scheme() const
 CZyError RkFTPReq::setActiveMode(bool active, const std::string& address)
 {
     if (!isInitialized())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setActiveMode"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setActiveMode"), zy::err::kTransferRefused,
                                      "RkProtocol class is not initialized yet. Call initialize function before any "
                                      "other function.");
     // An empty FTPPORT text would be taken as "passive"; "-" is the default
@@ -133,7 +133,7 @@ CZyError RkFTPReq::setDefaults()
 std::string RkFTPReq::baseURL() const
 {
     std::string url = m_url;
-    const zyurl::UrlSplit split = zyurl::SplitUrl(url);
+    const zy::url::UrlSplit split = zy::url::SplitUrl(url);
     if (!split.hasScheme)
         url = std::string(scheme()) + "://" + url;
     else if (FXString::ToLower(url.substr(0, split.authority - 3)) == "ftps")
@@ -141,13 +141,13 @@ std::string RkFTPReq::baseURL() const
         // before the first reply.
         url = "ftp" + url.substr(split.authority - 3);
     if (m_port > 0)
-        url = zyurl::WithPort(url, m_port);
-    return url.substr(0, zyurl::SplitUrl(url).path);
+        url = zy::url::WithPort(url, m_port);
+    return url.substr(0, zy::url::SplitUrl(url).path);
 }
 
 std::string RkFTPReq::wireUrl(const std::string& whole) const
 {
-    std::string url = zyurl::WireUrl(whole);
+    std::string url = zy::url::WireUrl(whole);
     // Explicit TLS, which this class asks for itself, goes to an "ftp" URL;
     // curl's "ftps" would mean TLS before the first reply.
     if (m_protocol == FTPS && FXString::ToLower(url.substr(0, 7)) == "ftps://")
@@ -157,7 +157,7 @@ std::string RkFTPReq::wireUrl(const std::string& whole) const
 
 std::string RkFTPReq::joinedPath(const std::string& path) const
 {
-    const std::string base = zyurl::PercentDecode(m_url.substr(zyurl::SplitUrl(m_url).path));
+    const std::string base = zy::url::PercentDecode(m_url.substr(zy::url::SplitUrl(m_url).path));
     const std::string whole = base + "/" + path;
     std::string joined;
     size_t start = 0;
@@ -180,7 +180,7 @@ std::string RkFTPReq::joinedPath(const std::string& path) const
 CZyError RkFTPReq::splitServerAndURLPath(std::string& server, std::string& path)
 {
     if (m_url.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::splitServerAndURLPath"), zyerr::kUrlEmpty,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::splitServerAndURLPath"), zy::err::kUrlEmpty,
                                      "URL is empty");
     server = baseURL();
     path = "/" + joinedPath(std::string());
@@ -190,13 +190,13 @@ CZyError RkFTPReq::splitServerAndURLPath(std::string& server, std::string& path)
 CZyError RkFTPReq::getFullWorkingURL(std::string& url)
 {
     if (m_url.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::getFullWorkingURL"), zyerr::kUrlEmpty, "URL is empty");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::getFullWorkingURL"), zy::err::kUrlEmpty, "URL is empty");
     const operationType type = getOperationType();
-    if (type != OP_CHECK_CONNECTION && !m_commandsOnly && type != OP_DELETE && zyurl::IsWholeUrl(m_urlPath))
+    if (type != OP_CHECK_CONNECTION && !m_commandsOnly && type != OP_DELETE && zy::url::IsWholeUrl(m_urlPath))
     {
         url = wireUrl(m_urlPath);
         if (type == OP_DIR_LIST || type == OP_CHECK_DIR_EXISTS)
-            url = zyurl::WithDirectorySlash(url);
+            url = zy::url::WithDirectorySlash(url);
         return CZyError::Success();
     }
     url = baseURL() + "/";
@@ -230,7 +230,7 @@ CZyError RkFTPReq::isOperationSuccess(bool& success)
 CZyError RkFTPReq::setHeaders(const std::map<std::string, std::string>& headers)
 {
     if (!headers.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setHeaders"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setHeaders"), zy::err::kTransferRefused,
                                      "Headers are not supported over %s", scheme());
     return CZyError::Success();
 }
@@ -252,11 +252,11 @@ CZyError RkFTPReq::setMethodParameter()
     for (const commandInfo& command : m_commands)
     {
         if (command.kind != commandInfo::CMD_QUOTE)
-            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zyerr::kTransferRefused,
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zy::err::kTransferRefused,
                                          "Command kind [%d] is not supported over %s", static_cast<int>(command.kind),
                                          scheme());
         if (HasLineBreak(command.name))
-            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zyerr::kTransferRefused,
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zy::err::kTransferRefused,
                                          "A command with a line break cannot be sent");
     }
     m_listingIsMlsd = false;
@@ -311,7 +311,7 @@ CZyError RkFTPReq::setMethodParameter()
             break;
         case OP_DELETE:
             if (joinedPath(m_urlPath).empty())
-                return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zyerr::kTransferRefused,
+                return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zy::err::kTransferRefused,
                                              "Invalid URL path .");
             extra.push_back(deleteCommand(m_urlPath));
             result = CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
@@ -329,7 +329,7 @@ CZyError RkFTPReq::setMethodParameter()
         case OP_POST_BUFFER:
         case OP_NONE:
         default:
-            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zyerr::kTransferRefused,
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zy::err::kTransferRefused,
                                          "Operation type [%d] is not supported over %s", static_cast<int>(type),
                                          scheme());
         }
@@ -337,7 +337,7 @@ CZyError RkFTPReq::setMethodParameter()
     for (const std::string& line : extra)
     {
         if (HasLineBreak(line))
-            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zyerr::kTransferRefused,
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::setMethodParameter"), zy::err::kTransferRefused,
                                          "A path with a line break cannot be sent");
     }
     if (result == CURLE_OK)
@@ -395,18 +395,18 @@ CZyError RkFTPReq::collectFilesAndDir(const std::string& listing, std::vector<Fi
                                       std::string path)
 {
     if (!entries)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::collectFilesAndDir"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::collectFilesAndDir"), zy::err::kTransferRefused,
                                      "Invalid entry list");
     while (!path.empty() && path.back() == '/')
         path.pop_back();
-    std::vector<zylisting::Entry> parsed;
-    zylisting::Counts counts;
+    std::vector<zy::listing::Entry> parsed;
+    zy::listing::Counts counts;
     if (m_listingIsMlsd)
-        zylisting::ParseMlsd(listing.data(), listing.size(), parsed, counts);
+        zy::listing::ParseMlsd(listing.data(), listing.size(), parsed, counts);
     else
-        zylisting::ParseList(listing.data(), listing.size(), static_cast<int64_t>(time(nullptr)), parsed, counts);
+        zy::listing::ParseList(listing.data(), listing.size(), static_cast<int64_t>(time(nullptr)), parsed, counts);
     m_skippedLines = counts.skipped;
-    for (const zylisting::Entry& entry : parsed)
+    for (const zy::listing::Entry& entry : parsed)
         entries->push_back(ToFileDirInfo(entry, path));
     return CZyError::Success();
 }
@@ -414,12 +414,12 @@ CZyError RkFTPReq::collectFilesAndDir(const std::string& listing, std::vector<Fi
 CZyError RkFTPReq::IsFile(const std::string& name, bool& isFile)
 {
     if (name.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::IsFile"), zyerr::kTransferRefused, "Empty entry name");
-    zylisting::Entry entry;
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::IsFile"), zy::err::kTransferRefused, "Empty entry name");
+    zy::listing::Entry entry;
     const int64_t now = static_cast<int64_t>(time(nullptr));
-    if (zylisting::ParseMlsdLine(name.data(), name.size(), entry) ||
-        zylisting::ParseUnixLine(name.data(), name.size(), now, entry) ||
-        zylisting::ParseWindowsLine(name.data(), name.size(), entry))
+    if (zy::listing::ParseMlsdLine(name.data(), name.size(), entry) ||
+        zy::listing::ParseUnixLine(name.data(), name.size(), now, entry) ||
+        zy::listing::ParseWindowsLine(name.data(), name.size(), entry))
     {
         isFile = !entry.isDirectory;
         return CZyError::Success();

@@ -149,7 +149,7 @@ protected:
     // The decoded base path joined with `path`, with single '/' separators,
     // no leading or trailing '/'.
     std::string joinedPath(const std::string& path) const;
-    // A whole URL as it goes to curl (zyurl::WireUrl; "ftps" written "ftp"
+    // A whole URL as it goes to curl (zy::url::WireUrl; "ftps" written "ftp"
     // for explicit TLS).
     std::string wireUrl(const std::string& whole) const;
     // Sends `commands` on the connection, without a transfer, as one request;

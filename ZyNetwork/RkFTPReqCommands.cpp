@@ -20,7 +20,7 @@ namespace
 // given.
 std::string CommandTarget(const std::string& path)
 {
-    return zyurl::IsWholeUrl(path) ? zyurl::DecodedUrlPath(path) : path;
+    return zy::url::IsWholeUrl(path) ? zy::url::DecodedUrlPath(path) : path;
 }
 }  // namespace
 
@@ -52,13 +52,13 @@ std::vector<std::string> RkFTPReq::renameCommands(const std::string& from, const
 CZyError RkFTPReq::runCommands(const std::vector<std::string>& commands, const char* function)
 {
     if (!isInitialized())
-        return FXErrorUtil::ErrorInt(ZY_LOC(function), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC(function), zy::err::kTransferRefused,
                                      "RkProtocol class is not initialized yet. Call initialize function before any "
                                      "other function.");
     for (const std::string& command : commands)
     {
         if (HasLineBreak(command))
-            return FXErrorUtil::ErrorInt(ZY_LOC(function), zyerr::kTransferRefused,
+            return FXErrorUtil::ErrorInt(ZY_LOC(function), zy::err::kTransferRefused,
                                          "A path with a line break cannot be sent");
     }
     m_urlPath.clear();
@@ -77,41 +77,41 @@ CZyError RkFTPReq::runCommands(const std::vector<std::string>& commands, const c
 
 CZyError RkFTPReq::deleteFile(const std::string& url)
 {
-    WholeUrlBase base(m_url, url, zyurl::UrlOrigin(wireUrl(url)));
+    WholeUrlBase base(m_url, url, zy::url::UrlOrigin(wireUrl(url)));
     const std::string path = CommandTarget(url);
     if (joinedPath(path).empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::deleteFile"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::deleteFile"), zy::err::kTransferRefused,
                                      "Invalid URL path .");
     return runCommands({deleteCommand(path)}, "RkCURL::RkFTPReq::deleteFile");
 }
 
 CZyError RkFTPReq::makeDirectory(const std::string& url)
 {
-    WholeUrlBase base(m_url, url, zyurl::UrlOrigin(wireUrl(url)));
+    WholeUrlBase base(m_url, url, zy::url::UrlOrigin(wireUrl(url)));
     const std::string path = CommandTarget(url);
     if (joinedPath(path).empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::makeDirectory"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::makeDirectory"), zy::err::kTransferRefused,
                                      "Invalid URL path .");
     return runCommands({makeDirectoryCommand(path)}, "RkCURL::RkFTPReq::makeDirectory");
 }
 
 CZyError RkFTPReq::removeDirectory(const std::string& url)
 {
-    WholeUrlBase base(m_url, url, zyurl::UrlOrigin(wireUrl(url)));
+    WholeUrlBase base(m_url, url, zy::url::UrlOrigin(wireUrl(url)));
     const std::string path = CommandTarget(url);
     if (joinedPath(path).empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::removeDirectory"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::removeDirectory"), zy::err::kTransferRefused,
                                      "Invalid URL path .");
     return runCommands({removeDirectoryCommand(path)}, "RkCURL::RkFTPReq::removeDirectory");
 }
 
 CZyError RkFTPReq::renameFile(const std::string& fromUrl, const std::string& toUrl)
 {
-    WholeUrlBase base(m_url, fromUrl, zyurl::UrlOrigin(wireUrl(fromUrl)));
+    WholeUrlBase base(m_url, fromUrl, zy::url::UrlOrigin(wireUrl(fromUrl)));
     const std::string from = CommandTarget(fromUrl);
     const std::string to = CommandTarget(toUrl);
     if (joinedPath(from).empty() || joinedPath(to).empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::renameFile"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkFTPReq::renameFile"), zy::err::kTransferRefused,
                                      "Invalid URL path .");
     return runCommands(renameCommands(from, to), "RkCURL::RkFTPReq::renameFile");
 }
@@ -134,7 +134,7 @@ CZyError RkFTPReq::probeFeatures()
     curl_slist* feat = CurlWrapper::rk_curl_slist_append(nullptr, "FEAT");
     if (!feat)
         return ErrorRkCURL(ZY_LOC("RkCURL::RkFTPReq::probeFeatures"), CURLE_OUT_OF_MEMORY, "Out of memory");
-    const std::string url = (zyurl::IsWholeUrl(m_urlPath) ? zyurl::UrlOrigin(wireUrl(m_urlPath)) : baseURL()) + "/";
+    const std::string url = (zy::url::IsWholeUrl(m_urlPath) ? zy::url::UrlOrigin(wireUrl(m_urlPath)) : baseURL()) + "/";
     CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
     CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
     CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_QUOTE, static_cast<void*>(feat));

@@ -77,7 +77,7 @@ CZyError RkHTTPReq::setHeaders(const std::map<std::string, std::string>& headers
     {
         if (header.first.empty() || header.first.find_first_of(":\r\n") != std::string::npos ||
             header.second.find_first_of("\r\n") != std::string::npos)
-            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::setHeaders"), zyerr::kTransferRefused,
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::setHeaders"), zy::err::kTransferRefused,
                                          "Invalid header [%s]", header.first.c_str());
     }
     m_headers = headers;
@@ -87,20 +87,20 @@ CZyError RkHTTPReq::setHeaders(const std::map<std::string, std::string>& headers
 std::string RkHTTPReq::baseURL() const
 {
     std::string url = m_url;
-    if (!zyurl::SplitUrl(url).hasScheme)
+    if (!zy::url::SplitUrl(url).hasScheme)
         url = (m_protocol == HTTPS ? "https://" : "http://") + url;
-    return m_port > 0 ? zyurl::WithPort(url, m_port) : url;
+    return m_port > 0 ? zy::url::WithPort(url, m_port) : url;
 }
 
 CZyError RkHTTPReq::getFullWorkingURL(std::string& url)
 {
     if (m_url.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::getFullWorkingURL"), zyerr::kUrlEmpty, "URL is empty");
-    if (m_operationType != OP_CHECK_CONNECTION && zyurl::IsWholeUrl(m_urlPath))
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::getFullWorkingURL"), zy::err::kUrlEmpty, "URL is empty");
+    if (m_operationType != OP_CHECK_CONNECTION && zy::url::IsWholeUrl(m_urlPath))
     {
         // A whole URL goes as typed: its query and escapes kept, its
         // fragment (never sent) dropped.
-        url = zyurl::WireUrl(m_urlPath);
+        url = zy::url::WireUrl(m_urlPath);
     }
     else
     {
@@ -111,7 +111,7 @@ CZyError RkHTTPReq::getFullWorkingURL(std::string& url)
             CZyError error = URLEncodePath(m_urlPath, encoded);
             if (error.IsError())
                 return error.Push(ZY_LOC("RkCURL::RkHTTPReq::getFullWorkingURL"));
-            if (zyurl::SplitUrl(url).path == url.size())
+            if (zy::url::SplitUrl(url).path == url.size())
                 url.push_back('/');
             if (EndsWith(url, '/') && encoded[0] == '/')
                 url.pop_back();
@@ -140,10 +140,10 @@ CZyError RkHTTPReq::getFullWorkingURL(std::string& url)
 CZyError RkHTTPReq::splitServerAndURLPath(std::string& server, std::string& path)
 {
     if (m_url.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::splitServerAndURLPath"), zyerr::kUrlEmpty,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::splitServerAndURLPath"), zy::err::kUrlEmpty,
                                      "URL is empty");
     const std::string url = baseURL();
-    const size_t pathStart = zyurl::SplitUrl(url).path;
+    const size_t pathStart = zy::url::SplitUrl(url).path;
     if (pathStart == url.size())
     {
         server = url;
@@ -160,7 +160,7 @@ CZyError RkHTTPReq::splitServerAndURLPath(std::string& server, std::string& path
 CZyError RkHTTPReq::IsFile(const std::string& name, bool& isFile)
 {
     if (name.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::IsFile"), zyerr::kTransferRefused, "Empty entry name");
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::IsFile"), zy::err::kTransferRefused, "Empty entry name");
     isFile = !EndsWith(name, '/');
     return CZyError::Success();
 }
@@ -213,7 +213,7 @@ CZyError RkHTTPReq::setMethodParameter()
         if (command.kind == commandInfo::CMD_HEADER)
             lines.push_back(command.name + ": " + command.value);
         else if (command.kind != commandInfo::CMD_QUERY)
-            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::setMethodParameter"), zyerr::kTransferRefused,
+            return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::setMethodParameter"), zy::err::kTransferRefused,
                                          "Command kind [%d] is not supported over HTTP",
                                          static_cast<int>(command.kind));
     }
@@ -292,7 +292,7 @@ CZyError RkHTTPReq::setMethodParameter()
         break;
     case OP_NONE:
     default:
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::setMethodParameter"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::setMethodParameter"), zy::err::kTransferRefused,
                                      "Unsupported operation type [%d]", static_cast<int>(m_operationType));
     }
 #undef RK_HTTP_SET
@@ -330,7 +330,7 @@ CZyError RkHTTPReq::collectFilesAndDir(const std::string& listing, std::vector<F
                                        std::string path)
 {
     if (!entries)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::collectFilesAndDir"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkHTTPReq::collectFilesAndDir"), zy::err::kTransferRefused,
                                      "Invalid entry list");
     // Relative links resolve against the listed directory; absolute ones
     // must lie directly inside it. The path of a base URL counts too.
@@ -339,7 +339,7 @@ CZyError RkHTTPReq::collectFilesAndDir(const std::string& listing, std::vector<F
     if (!m_url.empty() && !splitServerAndURLPath(server, basePath).IsError() && basePath != "/" &&
         listed.compare(0, basePath.size(), basePath) != 0)
     {
-        std::string decodedBase = zyurl::PercentDecode(basePath);
+        std::string decodedBase = zy::url::PercentDecode(basePath);
         if (!EndsWith(decodedBase, '/'))
             decodedBase.push_back('/');
         while (!listed.empty() && listed[0] == '/')
@@ -349,9 +349,9 @@ CZyError RkHTTPReq::collectFilesAndDir(const std::string& listing, std::vector<F
     std::string parent = path;
     while (EndsWith(parent, '/'))
         parent.pop_back();
-    std::vector<zylisting::Entry> parsed;
-    zylisting::ReadHtmlListing(listing, zylisting::DirectoryPrefix(listed), parsed);
-    for (const zylisting::Entry& entry : parsed)
+    std::vector<zy::listing::Entry> parsed;
+    zy::listing::ReadHtmlListing(listing, zy::listing::DirectoryPrefix(listed), parsed);
+    for (const zy::listing::Entry& entry : parsed)
         entries->push_back(ToFileDirInfo(entry, parent));
     return CZyError::Success();
 }

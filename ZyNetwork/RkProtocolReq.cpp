@@ -172,13 +172,13 @@ CZyError RkProtocolReq::copyHandleSettings(const RkProtocolReq& other)
 {
     m_errorBuffer = NewErrorBuffer();
     if (!m_errorBuffer)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::RkProtocolReq"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::RkProtocolReq"), zy::err::kTransferRefused,
                                      "Failed to allocate memory for Error buffer");
     m_handle.reset(new (std::nothrow) Handle());
     if (!m_handle || !m_handle->get())
     {
         releaseHandle();
-        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::RkProtocolReq"), zyerr::kNoCurlHandle,
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::RkProtocolReq"), zy::err::kNoCurlHandle,
                            "Failed to get CURL handle");
     }
     void* curl = m_handle->get();
@@ -273,16 +273,16 @@ CZyError RkProtocolReq::initialize(unsigned int useCAFile)
     m_useCAFile = useCAFile;
     m_errorBuffer = NewErrorBuffer();
     if (!m_errorBuffer)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::initialize"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::initialize"), zy::err::kTransferRefused,
                                      "Failed to allocate memory for Error buffer");
     m_handle.reset(new (std::nothrow) Handle());
     if (!m_handle)
-        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::initialize"), zyerr::kNoCurlHandle,
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::initialize"), zy::err::kNoCurlHandle,
                            "Failed to get CURL Context");
     if (!m_handle->get())
     {
         m_handle.reset();
-        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::initialize"), zyerr::kNoCurlHandle,
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::initialize"), zy::err::kNoCurlHandle,
                            "Failed to get CURL handle");
     }
     m_configState = 1;
@@ -298,7 +298,7 @@ CZyError RkProtocolReq::initialize(unsigned int useCAFile)
 CZyError RkProtocolReq::setDefaultConfiguration()
 {
     std::string caBundle;
-    const bool setCABundle = zyos::DefaultCABundle(caBundle);
+    const bool setCABundle = zy::os::DefaultCABundle(caBundle);
 
     resetCurlErrorBuffer();
     m_configState = 2;

@@ -100,7 +100,7 @@ size_t RkProtocolReq::readFromLocalFile(char* data, size_t size, size_t count, v
         request->m_localFileError =
             error.IsError() ? error
                             : FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::uploadFile"),
-                                                    zyerr::kTransferRefused, "The file ended before the size to send");
+                                                    zy::err::kTransferRefused, "The file ended before the size to send");
         return CURL_READFUNC_ABORT;
     }
     request->m_localRemaining -= got;
@@ -123,7 +123,7 @@ CZyError RkProtocolReq::URLEncode(const std::string& in, std::string& out)
 {
     char* encoded = CurlWrapper::rk_curl_easy_escape(handle(), in.c_str(), 0);
     if (!encoded)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::URLEncode"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::URLEncode"), zy::err::kTransferRefused,
                                      "Failed to encode the text");
     out = encoded;
     CurlWrapper::rk_curl_free(encoded);
@@ -135,7 +135,7 @@ CZyError RkProtocolReq::URLDecode(const std::string& in, std::string& out)
     int length = 0;
     char* decoded = CurlWrapper::rk_curl_easy_unescape(handle(), in.c_str(), 0, &length);
     if (!decoded)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::URLDecode"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::URLDecode"), zy::err::kTransferRefused,
                                      "Failed to decode the text");
     out.assign(decoded, length > 0 ? static_cast<size_t>(length) : 0);
     CurlWrapper::rk_curl_free(decoded);
@@ -163,7 +163,7 @@ CZyError RkProtocolReq::PrepareForRequest()
 {
     RK_REQUIRE_INIT("RkCURL::RkProtocolReq::PrepareForRequest", kNotInitializedPlural);
     if (m_url.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::PrepareForRequest"), zyerr::kUrlEmpty,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::PrepareForRequest"), zy::err::kUrlEmpty,
                                      "URL is empty");
     std::string url;
     CZyError error = getFullWorkingURL(url);

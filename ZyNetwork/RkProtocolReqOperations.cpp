@@ -31,7 +31,7 @@ CZyError OpenBeside(CZyFile& file, const std::string& target, std::string& path)
     const std::string directory = slash == std::string::npos ? std::string() : target.substr(0, slash + 1);
     const std::string name = slash == std::string::npos ? target : target.substr(slash + 1);
     uint64_t seed = static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()) ^
-                    (static_cast<uint64_t>(zyutil::os::ProcessId()) << 32);
+                    (static_cast<uint64_t>(zy::util::os::ProcessId()) << 32);
     CZyError error;
     for (int attempt = 0; attempt < 20; ++attempt)
     {
@@ -67,11 +67,11 @@ CZyError RkProtocolReq::runBufferOperation(const char* function, operationType t
                                            long size, const std::vector<commandInfo>& commands)
 {
     if (!buffer)
-        return FXErrorUtil::ErrorInt(ZY_LOC(function), zyerr::kTransferRefused, "%s", noBuffer);
+        return FXErrorUtil::ErrorInt(ZY_LOC(function), zy::err::kTransferRefused, "%s", noBuffer);
     if (!urlPath || !urlPath[0])
-        return FXErrorUtil::ErrorInt(ZY_LOC(function), zyerr::kTransferRefused, "%s", kInvalidUrlPath);
+        return FXErrorUtil::ErrorInt(ZY_LOC(function), zy::err::kTransferRefused, "%s", kInvalidUrlPath);
     if (size < 0)
-        return FXErrorUtil::ErrorInt(ZY_LOC(function), zyerr::kTransferRefused, "%s", kInvalidBufferSize);
+        return FXErrorUtil::ErrorInt(ZY_LOC(function), zy::err::kTransferRefused, "%s", kInvalidBufferSize);
     m_postBuffer = buffer;
     m_dataSize = size;
     return runOperation(function, type, name, urlPath, commands);
@@ -81,7 +81,7 @@ CZyError RkProtocolReq::doGetOperation(const char* urlPath, const std::vector<co
 {
     RK_REQUIRE_INIT("RkCURL::RkProtocolReq::doGetOperation", kNotInitializedSingular);
     if (!urlPath || !urlPath[0])
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::doGetOperation"), zyerr::kTransferRefused, "%s",
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::doGetOperation"), zy::err::kTransferRefused, "%s",
                                      kInvalidUrlPath);
     return runOperation("RkCURL::RkProtocolReq::doGetOperation", OP_GET, "GET", urlPath, commands);
 }
@@ -91,10 +91,10 @@ CZyError RkProtocolReq::doPostOperation(const char* urlPath, const char* postStr
 {
     RK_REQUIRE_INIT("RkCURL::RkProtocolReq::doPostOperation", kNotInitializedSingular);
     if (!postString)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::doPostOperation"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::doPostOperation"), zy::err::kTransferRefused,
                                      "Invalid post string .");
     if (!urlPath || !urlPath[0])
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::doPostOperation"), zyerr::kTransferRefused, "%s",
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::doPostOperation"), zy::err::kTransferRefused, "%s",
                                      kInvalidUrlPath);
     m_postString = postString;
     return runOperation("RkCURL::RkProtocolReq::doPostOperation", OP_POST_STRING, "POST", urlPath, commands);
@@ -128,7 +128,7 @@ CZyError RkProtocolReq::download(const char* sourceURL, const std::vector<comman
 {
     RK_REQUIRE_INIT("RkCURL::RkProtocolReq::download", kNotInitializedPlural);
     if (!sourceURL)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::download"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::download"), zy::err::kTransferRefused,
                                      "Invalid source url.");
     return runOperation("RkCURL::RkProtocolReq::download", OP_DOWNLOAD, "GET", sourceURL, commands);
 }
@@ -138,10 +138,10 @@ CZyError RkProtocolReq::uploadFile(const char* sourceFile, const char* urlPath, 
 {
     RK_REQUIRE_INIT("RkCURL::RkProtocolReq::uploadFile", kNotInitializedPlural);
     if (!sourceFile)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::uploadFile"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::uploadFile"), zy::err::kTransferRefused,
                                      "Invalid source file path.");
     if (!urlPath)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::uploadFile"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::uploadFile"), zy::err::kTransferRefused,
                                      "Invalid URL path.");
     m_sourceFile = sourceFile;
     m_urlPath = urlPath;
@@ -163,7 +163,7 @@ CZyError RkProtocolReq::uploadFile(const char* sourceFile, const char* urlPath, 
     if (size > fileSize)
     {
         m_localFile.Close();
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::uploadFile"), zyerr::kTransferRefused, "%s",
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::uploadFile"), zy::err::kTransferRefused, "%s",
                                      kInvalidBufferSize);
     }
     m_dataSize = size > 0 ? static_cast<int64_t>(size) : static_cast<int64_t>(fileSize);
@@ -179,10 +179,10 @@ CZyError RkProtocolReq::downloadToFile(const char* sourceURL, const char* localF
 {
     RK_REQUIRE_INIT("RkCURL::RkProtocolReq::downloadToFile", kNotInitializedPlural);
     if (!sourceURL)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::downloadToFile"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::downloadToFile"), zy::err::kTransferRefused,
                                      "Invalid source url.");
     if (!localFile || !localFile[0])
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::downloadToFile"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::downloadToFile"), zy::err::kTransferRefused,
                                      "Invalid destination file path.");
     // The body goes to a new file beside the destination, which it replaces
     // only once the whole body has arrived: a failure leaves the
@@ -219,17 +219,17 @@ CZyError RkProtocolReq::listDirectory(const std::string& path, std::vector<FileD
     // without it and curl lists an FTP directory only with it.
     // A whole URL is fetched as typed (its query included); its entries are
     // named below its decoded path on its own server.
-    const bool whole = zyurl::IsWholeUrl(path);
-    std::string directory = whole ? zyurl::WithDirectorySlash(path) : path.empty() ? std::string("/") : path;
+    const bool whole = zy::url::IsWholeUrl(path);
+    std::string directory = whole ? zy::url::WithDirectorySlash(path) : path.empty() ? std::string("/") : path;
     if (directory.back() != '/' && !whole)
         directory.push_back('/');
     CZyError error = getFilesAndDirsInfoInFile(directory);
     if (error.IsError())
         return error.Push(ZY_LOC("RkCURL::RkProtocolReq::listDirectory"));
-    WholeUrlBase base(m_url, path, zyurl::UrlOrigin(zyurl::WireUrl(path)));
+    WholeUrlBase base(m_url, path, zy::url::UrlOrigin(zy::url::WireUrl(path)));
     if (whole)
     {
-        directory = zyurl::DecodedUrlPath(path);
+        directory = zy::url::DecodedUrlPath(path);
         if (directory.back() != '/')
             directory.push_back('/');
     }
@@ -276,7 +276,7 @@ CZyError RkProtocolReq::getInfo(CurlInfoType type, std::string& value)
     else if (type == CURL_INFO_REDIRECT_URL)
         info = CURLINFO_REDIRECT_URL;
     else
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::getInfo"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::getInfo"), zy::err::kTransferRefused,
                                      "Unrecognized Curl Info type.");
     m_operationType = OP_INFO;
     m_operationName = "HEAD";
@@ -290,7 +290,7 @@ CZyError RkProtocolReq::getInfo(CurlInfoType type, std::string& value)
         return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::getInfo"), result,
                            "CURL get info failed. ErrorCode : [%d] , ErrorMessage : [%s]", result, errorBufferText());
     if (!text)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::getInfo"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::getInfo"), zy::err::kTransferRefused,
                                      "Invalid pointer from curl get info.");
     value = text;
     return CZyError::Success();
@@ -305,7 +305,7 @@ CZyError RkProtocolReq::checkIfFileOrDirExists(const std::string& path, bool isF
     {
         if (m_lastResult != CURLE_OK)
             return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::checkIfFileOrDirExists"),
-                                         zyerr::kTransferRefused,
+                                         zy::err::kTransferRefused,
                                          "Failed to check if File exists.Error Code : [%d]. Error Message [%s] ",
                                          m_lastResult, errorBufferText());
         exists = !info.IsError();
@@ -317,7 +317,7 @@ CZyError RkProtocolReq::checkIfFileOrDirExists(const std::string& path, bool isF
         return CZyError::Success();
     }
     if (m_lastResult != CURLE_OK)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::checkIfFileOrDirExists"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::checkIfFileOrDirExists"), zy::err::kTransferRefused,
                                      "Failed to check if Directory exists. Error Code : [%d]. Error Message [%s] ",
                                      m_lastResult, errorBufferText());
     exists = true;
@@ -329,7 +329,7 @@ CZyError RkProtocolReq::getFilesAndDirsInfoInFile(const std::string& sourcePath)
     RK_REQUIRE_INIT("RkCURL::RkProtocolReq::getFilesAndDirsInfoInFile", kNotInitializedPlural);
     if (sourcePath.empty())
         return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::getFilesAndDirsInfoInFile"),
-                                     zyerr::kTransferRefused, "Source path passed in empty");
+                                     zy::err::kTransferRefused, "Source path passed in empty");
     m_urlPath = sourcePath;
     m_commands.clear();
     m_operationType = OP_DIR_LIST;

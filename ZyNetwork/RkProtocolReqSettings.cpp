@@ -127,7 +127,7 @@ CZyError RkProtocolReq::setSecured(bool secure, const std::string& caFile)
                            "Failed to set option [%d] with mask [%d]", CURLOPT_SSL_OPTIONS,
                            static_cast<int>(kSslOptionsNativeCA));
     std::string bundle = caFile;
-    if (bundle.empty() && !zyos::DefaultCABundle(bundle))
+    if (bundle.empty() && !zy::os::DefaultCABundle(bundle))
         return CZyError::Success();
     RK_SET("RkCURL::RkProtocolReq::setSecured", CURLOPT_CAINFO, bundle);
     return CZyError::Success();
@@ -206,7 +206,7 @@ CZyError RkProtocolReq::setTraceCallBack(void* userData, RkTraceCallback callbac
 {
     RK_REQUIRE_INIT("RkCURL::RkProtocolReq::setTraceCallBack", kNotInitializedPlural);
     if (!userData || !callback)
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::setTraceCallBack"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkProtocolReq::setTraceCallBack"), zy::err::kTransferRefused,
                                      "Input is invalid");
     m_traceData = userData;
     m_traceFunction = callback;
@@ -240,7 +240,7 @@ int RkProtocolReq::traceMasked(CURL*, curl_infotype type, char* data, size_t siz
                        : type == CURLINFO_HEADER_OUT ? "> " : nullptr;
     if (!mark || !data)
         return 0;
-    const std::string text = zyurl::MaskSecrets(std::string(data, size));
+    const std::string text = zy::url::MaskSecrets(std::string(data, size));
     size_t start = 0;
     while (start < text.size())
     {

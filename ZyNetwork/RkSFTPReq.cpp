@@ -107,10 +107,10 @@ CZyError RkSFTPReq::setPrivateKey(const std::string& privateKeyFile, const std::
                                   const std::string& publicKeyFile)
 {
     if (!isInitialized())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkSFTPReq::setPrivateKey"), zyerr::kTransferRefused, "%s",
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkSFTPReq::setPrivateKey"), zy::err::kTransferRefused, "%s",
                                      kNotInitialized);
     if (privateKeyFile.empty())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkSFTPReq::setPrivateKey"), zyerr::kTransferRefused,
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkSFTPReq::setPrivateKey"), zy::err::kTransferRefused,
                                      "Invalid private key file");
     CURLcode result = applyOption(CURLOPT_SSH_PRIVATE_KEYFILE, privateKeyFile);
     if (result == CURLE_OK)
@@ -152,7 +152,7 @@ CZyError RkSFTPReq::setHostKeyChecking(bool check)
 CZyError RkSFTPReq::setHostKeySHA256(const std::string& base64)
 {
     if (!isInitialized())
-        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkSFTPReq::setHostKeySHA256"), zyerr::kTransferRefused, "%s",
+        return FXErrorUtil::ErrorInt(ZY_LOC("RkCURL::RkSFTPReq::setHostKeySHA256"), zy::err::kTransferRefused, "%s",
                                      kNotInitialized);
     const CURLcode result = applyOption(CURLOPT_SSH_HOST_PUBLIC_KEY_SHA256, base64);
     requireFreshConnection();

@@ -250,7 +250,7 @@ CZyError ZyFdset::init()
         m_allocated = false;
     }
     if (rkfdset_alloc(rkfdset_maxsock_get(), &m_set) != 0)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::init"), zyerr::kOutOfMemory, "Error allocating fdset");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::init"), zy::err::kOutOfMemory, "Error allocating fdset");
     m_allocated = true;
     return CZyError::Success();
 }
@@ -269,14 +269,14 @@ CZyError ZyFdset::set(ZYNET_SOCKET handle)
     case 0:
         return CZyError::Success();
     case -2:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), zyerr::kStateError,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), zy::err::kStateError,
                                        "Bad fdset pointer passed to 'set' routine");
     case -1:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), zyerr::kStateError,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), zy::err::kStateError,
                                        "Specified fd set is already full; Set size of %u",
                                        m_set.size);
     default:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), zyerr::kStateError,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::set"), zy::err::kStateError,
                                        "Unknown error %d setting fd in fd set", rc);
     }
 }
@@ -295,13 +295,13 @@ CZyError ZyFdset::clr(ZYNET_SOCKET handle)
     case 0:
         return CZyError::Success();
     case -2:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::clr"), zyerr::kStateError,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::clr"), zy::err::kStateError,
                                        "Bad fdset pointer passed to 'clr' routine");
     case -1:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::clr"), zyerr::kStateError,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::clr"), zy::err::kStateError,
                                        "Specified fd is out of bounds of this fd set; Set size of %u", m_set.size);
     default:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::clr"), zyerr::kStateError,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyFdset::clr"), zy::err::kStateError,
                                        "Unknown error %d clearing fd in fd set", rc);
     }
 }

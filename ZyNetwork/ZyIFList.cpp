@@ -18,26 +18,26 @@
 
 static const char kZyFile[] = "ZyNetwork/ZyIFList";
 
-zyos::AdapterTable::~AdapterTable() = default;
+zy::os::AdapterTable::~AdapterTable() = default;
 
-namespace zyiflist
+namespace zy::iflist
 {
-CZyError ReadUsedAdapters(zyos::AdapterTable& table, const char* function, int firstFamily, int secondFamily,
-                          std::vector<zyos::AdapterInfo>& used)
+CZyError ReadUsedAdapters(zy::os::AdapterTable& table, const char* function, int firstFamily, int secondFamily,
+                          std::vector<zy::os::AdapterInfo>& used)
 {
     uint32_t bytes = 0;
     uint32_t result = table.QuerySize(firstFamily, &bytes);
-    if (result == zyos::ADAPTERS_NO_DATA)
+    if (result == zy::os::ADAPTERS_NO_DATA)
     {
         if (ZyLogLevel() > 1)
             ZY_LOG(2, function, "No interfaces available");
         return CZyError::Success();
     }
-    if (result != zyos::ADAPTERS_BUFFER_OVERFLOW)
+    if (result != zy::os::ADAPTERS_BUFFER_OVERFLOW)
     {
         ZY_LOG(-1, function, "Can't figure out buffer space for adapter addresses.");
-        ZY_LOG(-1, function, "Expected error: %d or %d (), but received %d", static_cast<int>(zyos::ADAPTERS_NO_DATA),
-               static_cast<int>(zyos::ADAPTERS_BUFFER_OVERFLOW), static_cast<int>(result));
+        ZY_LOG(-1, function, "Expected error: %d or %d (), but received %d", static_cast<int>(zy::os::ADAPTERS_NO_DATA),
+               static_cast<int>(zy::os::ADAPTERS_BUFFER_OVERFLOW), static_cast<int>(result));
         CZyError err =
             FXErrorUtil::ErrorWin32(ZY_LOC(function), result, "Can't figure out buffer space for adapter addresses.");
         std::string failed = table.FailedCall();
@@ -48,11 +48,11 @@ CZyError ReadUsedAdapters(zyos::AdapterTable& table, const char* function, int f
     if (!table.Allocate(bytes))
     {
         ZY_LOG(-1, function, "Error allocating memory for pAdapterAddBuff");
-        return FXErrorUtil::ErrorWin32(ZY_LOC(function), zyos::ADAPTERS_NO_MEMORY,
+        return FXErrorUtil::ErrorWin32(ZY_LOC(function), zy::os::ADAPTERS_NO_MEMORY,
                                        "Error allocating memory for pAdapterAddBuff");
     }
     result = table.Fill(secondFamily);
-    if (result != zyos::ADAPTERS_OK)
+    if (result != zy::os::ADAPTERS_OK)
     {
         table.Release();
         ZY_LOG(-1, function, "Error fetching adapter addresses: %d", static_cast<int>(result));
@@ -62,9 +62,9 @@ CZyError ReadUsedAdapters(zyos::AdapterTable& table, const char* function, int f
             err.Push(ZY_LOC(function), "%s failed", failed.c_str());
         return err;
     }
-    for (const zyos::AdapterInfo& adapter : table.Adapters())
+    for (const zy::os::AdapterInfo& adapter : table.Adapters())
     {
-        if (adapter.type == zyos::ADAPTER_TYPE_SOFTWARE_LOOPBACK || adapter.operStatus == zyos::ADAPTER_OPER_UP)
+        if (adapter.type == zy::os::ADAPTER_TYPE_SOFTWARE_LOOPBACK || adapter.operStatus == zy::os::ADAPTER_OPER_UP)
             used.push_back(adapter);
         else
             ZY_LOG(-1, function, "Skipping disabled interface '%s'", adapter.name.c_str());
@@ -73,7 +73,7 @@ CZyError ReadUsedAdapters(zyos::AdapterTable& table, const char* function, int f
     return CZyError::Success();
 }
 
-bool MakeInterfacePair(const zyos::AdapterUnicast& unicast, std::pair<CZyIPAddr, CZyIPAddr>& pair)
+bool MakeInterfacePair(const zy::os::AdapterUnicast& unicast, std::pair<CZyIPAddr, CZyIPAddr>& pair)
 {
     const ZYNET_SockAddr& reported = unicast.address;
     if (reported.family == ZYNET_AF_INET)
@@ -126,17 +126,17 @@ std::string FormatHardwareAddress(const std::vector<uint8_t>& bytes)
     return FXString::TrimRight(text, ":");
 }
 
-CZyError CollectInterfacePairs(zyos::AdapterTable& table, std::vector<std::pair<CZyIPAddr, CZyIPAddr>>& list,
+CZyError CollectInterfacePairs(zy::os::AdapterTable& table, std::vector<std::pair<CZyIPAddr, CZyIPAddr>>& list,
                                int family)
 {
     list.clear();
-    std::vector<zyos::AdapterInfo> used;
+    std::vector<zy::os::AdapterInfo> used;
     CZyError err = ReadUsedAdapters(table, "CZyIPAddr::GetIFList", family, family, used);
     if (err.IsError())
         return err;
-    for (const zyos::AdapterInfo& adapter : used)
+    for (const zy::os::AdapterInfo& adapter : used)
     {
-        for (const zyos::AdapterUnicast& unicast : adapter.unicast)
+        for (const zy::os::AdapterUnicast& unicast : adapter.unicast)
         {
             std::pair<CZyIPAddr, CZyIPAddr> pair;
             if (MakeInterfacePair(unicast, pair))
@@ -149,24 +149,24 @@ CZyError CollectInterfacePairs(zyos::AdapterTable& table, std::vector<std::pair<
     return CZyError::Success();
 }
 
-CZyError CollectHardwareAddresses(zyos::AdapterTable& table, std::vector<std::string>& list, int family)
+CZyError CollectHardwareAddresses(zy::os::AdapterTable& table, std::vector<std::string>& list, int family)
 {
     // The second call lists every family, whatever the first one asked.
-    std::vector<zyos::AdapterInfo> used;
+    std::vector<zy::os::AdapterInfo> used;
     CZyError err = ReadUsedAdapters(table, "CZyIPAddr::GetMACList", family, ZYNET_AF_UNSPEC, used);
     if (err.IsError())
         return err;
-    for (const zyos::AdapterInfo& adapter : used)
+    for (const zy::os::AdapterInfo& adapter : used)
         if (!adapter.physicalAddress.empty())
             list.push_back(FormatHardwareAddress(adapter.physicalAddress));
     return CZyError::Success();
 }
-}  // namespace zyiflist
+}  // namespace zy::iflist
 
 CZyError CZyIPAddr::GetIFList(std::vector<std::pair<CZyIPAddr, CZyIPAddr>>& list, IP_FAMILY family)
 {
-    std::unique_ptr<zyos::AdapterTable> table = zyos::NewAdapterTable();
-    return zyiflist::CollectInterfacePairs(*table, list, family);
+    std::unique_ptr<zy::os::AdapterTable> table = zy::os::NewAdapterTable();
+    return zy::iflist::CollectInterfacePairs(*table, list, family);
 }
 
 CZyError CZyIPAddr::GetIFList(std::vector<CZyIPAddr>& list, IP_FAMILY family)
@@ -184,15 +184,15 @@ CZyError CZyIPAddr::GetIFList(std::vector<CZyIPAddr>& list, IP_FAMILY family)
 
 CZyError CZyIPAddr::GetMACList(std::vector<std::string>& list, IP_FAMILY family)
 {
-    std::unique_ptr<zyos::AdapterTable> table = zyos::NewAdapterTable();
-    return zyiflist::CollectHardwareAddresses(*table, list, family);
+    std::unique_ptr<zy::os::AdapterTable> table = zy::os::NewAdapterTable();
+    return zy::iflist::CollectHardwareAddresses(*table, list, family);
 }
 
 CZyError CZyIPAddr::GetAllInterfaces(GetAllInterfacesArgs_t& args, GetAllInterfacesRet_t& ret,
                                      const IP_FAMILY& family)
 {
     if (!args.wantAddresses && !args.wantHostNames)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::GetAllInterfaces"), zyerr::kInvalidParameter,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::GetAllInterfaces"), zy::err::kInvalidParameter,
                                        "Nothing requested in arguments.");
     if (args.wantHostNames)
         args.wantAddresses = true;

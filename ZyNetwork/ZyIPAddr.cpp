@@ -73,7 +73,7 @@ uint32_t StoredIPv4Word(const ZYNET_SockAddr& record)
 // when the path does not fit.
 CZyError MakeUnixRecord(const char* path, ZYNET_SockAddr& record, const char* function)
 {
-    if (zynet::MakePathRecord(path, &record) != 0)
+    if (zy::net::MakePathRecord(path, &record) != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC(function), ZYNET_ERR_PATH_TOO_LONG,
                                        "Unix socket path too long (%d bytes, at most %d)",
                                        static_cast<int>(std::strlen(path)), ZYNET_MAX_UNIX_PATH);
@@ -85,7 +85,7 @@ CZyError MakeUnixRecord(const char* path, ZYNET_SockAddr& record, const char* fu
 CZyError Resolve(const char* name, CZyIPAddr::IP_FAMILY family, std::vector<ZYNET_SockAddr>& records,
                  const char* function)
 {
-    int code = zynet::LookUpName(name, static_cast<int>(family), &records);
+    int code = zy::net::LookUpName(name, static_cast<int>(family), &records);
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC(function), static_cast<uint32_t>(code));
     return CZyError::Success();
@@ -100,8 +100,8 @@ CZyError LookUp(const char* name, CZyIPAddr::IP_FAMILY family, const char* funct
     if (isPath)
         *isPath = false;
     if (!name)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(function), zyerr::kInvalidParameter, "Null parameter passed");
-    if (!zynet::IsPathText(name))
+        return FXErrorUtil::ErrorWin32(ZY_LOC(function), zy::err::kInvalidParameter, "Null parameter passed");
+    if (!zy::net::IsPathText(name))
         return Resolve(name, family, records, function);
     if (isPath)
         *isPath = true;
@@ -170,7 +170,7 @@ CZyIPAddr& CZyIPAddr::operator=(const sockaddr_in& record)
 {
     static_assert(sizeof(sockaddr_in) == 16, "sockaddr_in is 16 bytes");
     std::memcpy(&m_addr, &record, sizeof(record));
-    m_addr.family = static_cast<uint16_t>(zyos::FamilyFromOs(record.sin_family));
+    m_addr.family = static_cast<uint16_t>(zy::os::FamilyFromOs(record.sin_family));
     return *this;
 }
 
@@ -178,7 +178,7 @@ CZyIPAddr& CZyIPAddr::operator=(const sockaddr_in6& record)
 {
     static_assert(sizeof(sockaddr_in6) == 28, "sockaddr_in6 is 28 bytes");
     std::memcpy(&m_addr, &record, sizeof(record));
-    m_addr.family = static_cast<uint16_t>(zyos::FamilyFromOs(record.sin6_family));
+    m_addr.family = static_cast<uint16_t>(zy::os::FamilyFromOs(record.sin6_family));
     return *this;
 }
 
@@ -218,7 +218,7 @@ sockaddr_in CZyIPAddr::GetIPv4SockAddr() const
 {
     sockaddr_in record;
     std::memcpy(&record, &m_addr, sizeof(record));
-    record.sin_family = static_cast<decltype(record.sin_family)>(zyos::FamilyToOs(m_addr.family));
+    record.sin_family = static_cast<decltype(record.sin_family)>(zy::os::FamilyToOs(m_addr.family));
     return record;
 }
 
@@ -226,7 +226,7 @@ sockaddr_in6 CZyIPAddr::GetIPv6SockAddr() const
 {
     sockaddr_in6 record;
     std::memcpy(&record, &m_addr, sizeof(record));
-    record.sin6_family = static_cast<decltype(record.sin6_family)>(zyos::FamilyToOs(m_addr.family));
+    record.sin6_family = static_cast<decltype(record.sin6_family)>(zy::os::FamilyToOs(m_addr.family));
     return record;
 }
 
@@ -273,7 +273,7 @@ CZyError CZyIPAddr::SetPortNumber(int port)
         // A path has no port; nothing to store.
         return CZyError::Success();
     default:
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::SetPortNumber"), zyerr::kStateError,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddr::SetPortNumber"), zy::err::kStateError,
                                        "Address family not set");
     }
 }
@@ -347,7 +347,7 @@ CZyError CZyIPAddr::GetLocalHost(CZyIPAddr& address, IP_FAMILY family)
 
 // ---- resolution ----------------------------------------------------------
 
-// The class applies the name-collision rule (zynet::IsNameCollision, shared
+// The class applies the name-collision rule (zy::net::IsNameCollision, shared
 // with the flat look-ups) once the resolver has answered the sentinel
 // literal 127.0.53.53; the answer is kept in m_DummyIp. Until that look-up
 // succeeds it is retried at each default construction; the caller's last
@@ -357,7 +357,7 @@ void CZyIPAddr::ArmCollisionSentinel()
     std::lock_guard<std::mutex> hold(g_sentinelLock);
     if (m_DummyIpInit.load(std::memory_order_relaxed))
         return;
-    int savedError = zyos::LastError();
+    int savedError = zy::os::LastError();
     CZyIPAddr resolved(NoSentinel::Tag);
     CZyError err = GetByName(kSentinelText, resolved, IP_FAMILY_IPV4);
     if (!err.IsError())
@@ -365,12 +365,12 @@ void CZyIPAddr::ArmCollisionSentinel()
         m_DummyIp = resolved;
         m_DummyIpInit.store(true, std::memory_order_release);
     }
-    zyos::SetLastError(savedError);
+    zy::os::SetLastError(savedError);
 }
 
 bool CZyIPAddr::IsCollision(const CZyIPAddr& candidate)
 {
-    return m_DummyIpInit.load(std::memory_order_acquire) && zynet::IsNameCollision(candidate.m_addr);
+    return m_DummyIpInit.load(std::memory_order_acquire) && zy::net::IsNameCollision(candidate.m_addr);
 }
 
 CZyError CZyIPAddr::GetByName(const char* name, CZyIPAddr& out, IP_FAMILY family)
@@ -381,14 +381,14 @@ CZyError CZyIPAddr::GetByName(const char* name, CZyIPAddr& out, IP_FAMILY family
     if (err.IsError())
         return err;
 
-    // The first IPv4 or IPv6 entry in resolver order wins; zyos has already
+    // The first IPv4 or IPv6 entry in resolver order wins; zy::os has already
     // dropped the other families. A path's record is alone and never the
     // collision marker.
     if (!records.empty())
         out.m_addr = records.front();
 
     if (IsCollision(out))
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kHostNotFound, "DNS name collision occured");
+        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zy::err::kHostNotFound, "DNS name collision occured");
     return CZyError::Success();
 }
 
@@ -415,7 +415,7 @@ CZyError CZyIPAddr::GetAllByName(const char* name, std::vector<CZyIPAddr>& list,
     {
         CZyIPAddr entry(record);
         if (IsCollision(entry))
-            return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kHostNotFound, "DNS name collision occured");
+            return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zy::err::kHostNotFound, "DNS name collision occured");
         list.push_back(entry);
     }
     return CZyError::Success();
@@ -479,7 +479,7 @@ CZyError CZyIPAddr::CheckIfIpv4AddressIsWithinCidrBlock(const std::string& addre
     std::vector<std::string> pieces;
     FXString::Split(block, "/", pieces, 0);
     if (pieces.size() < 2)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kInvalidParameter, "Invalid CIDR block: [%s].",
+        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zy::err::kInvalidParameter, "Invalid CIDR block: [%s].",
                                        block.c_str());
 
     CZyIPAddr mask;
@@ -494,14 +494,14 @@ CZyError CZyIPAddr::CheckIfIpv4AddressIsWithinCidrBlock(const std::string& addre
     if (err.IsError())
         return err.Push(ZY_LOC(kFunction));
     if (network.GetAddressFamily() != IP_FAMILY_IPV4)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kInvalidParameter, "Invalid CIDR block: [%s].",
+        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zy::err::kInvalidParameter, "Invalid CIDR block: [%s].",
                                        block.c_str());
 
     err = candidate.SetAddressString(address.c_str());
     if (err.IsError())
         return err.Push(ZY_LOC(kFunction));
     if (candidate.GetAddressFamily() != IP_FAMILY_IPV4)
-        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zyerr::kInvalidParameter, "Invalid IPv4 address: [%s].",
+        return FXErrorUtil::ErrorWin32(ZY_LOC(kFunction), zy::err::kInvalidParameter, "Invalid IPv4 address: [%s].",
                                        address.c_str());
 
     // Words as stored (network byte order on every side): no conversion.
@@ -536,7 +536,7 @@ CZyError CZyIPAddr::IsAddrBindable(const CZyIPAddr& address, bool& bindable)
         return CZyError::Success();
     }
     int code = err.GetErrorCode();
-    if (code == zyerr::kAfNotSupported || code == zyerr::kErrnoNoFamily)
+    if (code == zy::err::kAfNotSupported || code == zy::err::kErrnoNoFamily)
         return CZyError::Success();
     return err.Push(ZY_LOC("CZyIPAddr::IsAddrBindable"));
 }

@@ -195,7 +195,7 @@ CZyError CZyIPAddrBlacklist::GetNextBlacklistEntry(CZyIPAddr& address, CZyString
         // caller that reads secondsLeft after the last entry never sees stale data.
         if (secondsLeft && m_expirationTime < 1)
             *secondsLeft = -1;
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddrBlacklist::GetNextBlacklistEntry"), zyerr::kNoMoreItems,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddrBlacklist::GetNextBlacklistEntry"), zy::err::kNoMoreItems,
                                        "End of blacklist reached");
     }
     const CZyIPAddrBlacklistNode& node = *m_cursor;
@@ -225,7 +225,7 @@ CZyError CZyIPAddrBlacklist::GetNextBlacklistEntry(CZyIPAddr& address, CZyString
 CZyError CZyIPAddrBlacklist::LoadBlacklistFromFile(const char* path)
 {
     if (!path)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddrBlacklist::LoadBlacklistFromFile"), zyerr::kInvalidParameter,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddrBlacklist::LoadBlacklistFromFile"), zy::err::kInvalidParameter,
                                        "Failed to open file, FileName=%s", "(null)");
     int lastError = 0;
     std::unique_ptr<FILE, FileCloser> file(ZyOpenTextFileForReading(path, &lastError));
@@ -234,7 +234,7 @@ CZyError CZyIPAddrBlacklist::LoadBlacklistFromFile(const char* path)
                                        static_cast<uint32_t>(lastError), "Failed to open file, FileName=%s", path);
     std::unique_ptr<char, BufferFree> line(static_cast<char*>(std::malloc(kLineBufferSize)));
     if (!line)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddrBlacklist::LoadBlacklistFromFile"), zyerr::kOutOfMemory);
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyIPAddrBlacklist::LoadBlacklistFromFile"), zy::err::kOutOfMemory);
 
     while (std::fgets(line.get(), kLineBufferSize, file.get()))
     {

@@ -80,7 +80,7 @@ uint64_t ElapsedMs(const CTimeStamp& from, const CTimeStamp& to)
 
 // ---- packet helpers ---------------------------------------------------------
 
-namespace zyicmp
+namespace zy::icmp
 {
 uint16_t Checksum(const void* data, size_t length)
 {
@@ -132,7 +132,7 @@ ReplyVerdict ClassifyReply(const ReplyCheck& check)
     verdict.ttl = check.hasIpHeader ? check.data[8] : 0;
     return verdict;
 }
-}  // namespace zyicmp
+}  // namespace zy::icmp
 
 // ---- CZyPing ------------------------------------------------------------------
 
@@ -216,7 +216,7 @@ CZyError CZyPing::ping(char const* host, unsigned int bufferSize, unsigned int c
     if (count == 0)
         return FXErrorUtil::ErrorRKResult(ZY_LOC("CZyPing::ping"), kErrArgument, "Invalid buffer count (%u)", count);
     if (host == nullptr)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyPing::ping"), zyerr::kInvalidParameter,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyPing::ping"), zy::err::kInvalidParameter,
                                        "Invalid input parameter, host is NULL");
 
     // The payload size is stored with every call and is what good replies
@@ -320,11 +320,11 @@ CZyError CZyPing::preparePingSocket(char const* host, unsigned int timeout, bool
     {
         m_datagram = false;
         err = m_socket.ICMPSocket(address, family);
-        if (err.Is(zyerr::kAccessDenied))
+        if (err.Is(zy::err::kAccessDenied))
         {
             ZYNET_SOCKET handle = ZYNET_INVALID_SOCKET;
             uint16_t wireIdentifier = 0;
-            int code = zyos::OpenIcmpDatagramSocket(family, &handle, &wireIdentifier);
+            int code = zy::os::OpenIcmpDatagramSocket(family, &handle, &wireIdentifier);
             if (code != 0)
                 return err
                     .Push(ZY_LOC("CZyPing::preparePingSocket"),
@@ -358,7 +358,7 @@ CZyError CZyPing::preparePingSocket(char const* host, unsigned int timeout, bool
             return err.Push(ZY_LOC("CZyPing::preparePingSocket"), "Setting blocking mode failed [%s]", host);
     }
 
-    int code = zyos::SetIpTtl(m_socket.GetSocketDescriptor(), kRequestTtl);
+    int code = zy::os::SetIpTtl(m_socket.GetSocketDescriptor(), kRequestTtl);
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZyPing::preparePingSocket"), static_cast<uint32_t>(code),
                                        "Setting socket-TTL failed. [%s]", host);
@@ -373,7 +373,7 @@ CZyError CZyPing::prepareBuffer()
     m_identifier = static_cast<uint16_t>(FXProcess::getProcessId() & 0xFFFF);
     if (m_sendBuffer == nullptr)
     {
-        m_sendSize = m_payloadSize + zyicmp::kHeaderSize;
+        m_sendSize = m_payloadSize + zy::icmp::kHeaderSize;
         // The payload is sent as zeros; the checksum covers whatever is sent.
         m_sendBuffer = new (std::nothrow) unsigned char[m_sendSize]();
         if (m_sendBuffer == nullptr)
@@ -392,7 +392,7 @@ CZyError CZyPing::prepareBuffer()
                                               "Ping recv-buffer allocation failed");
         }
     }
-    m_sendBuffer[0] = zyicmp::kEchoRequest;
+    m_sendBuffer[0] = zy::icmp::kEchoRequest;
     m_sendBuffer[1] = 0;
     Store16(m_sendBuffer + 2, 0);
     Store16(m_sendBuffer + 4, m_identifier);
@@ -403,7 +403,7 @@ CZyError CZyPing::prepareBuffer()
 CZyError CZyPing::sendPingRequest(unsigned int sequence, bool& timedOut, CTimeStamp& sendTime)
 {
     timedOut = false;
-    m_sendBuffer[0] = zyicmp::kEchoRequest;
+    m_sendBuffer[0] = zy::icmp::kEchoRequest;
     m_sendBuffer[1] = 0;
     Store16(m_sendBuffer + 2, 0);
     Store16(m_sendBuffer + 4, m_identifier);
@@ -436,14 +436,14 @@ CZyError CZyPing::receiveDatagram(int seconds, bool& timedOut, size_t& received,
     const ZYNET_SOCKET handle = m_socket.GetSocketDescriptor();
     if (seconds > 0)
     {
-        int code = zynet::SecondsWait(handle, false, seconds).UntilReady(&timedOut);
+        int code = zy::net::SecondsWait(handle, false, seconds).UntilReady(&timedOut);
         if (code != 0)
             return FXErrorUtil::ErrorWin32(ZY_LOC("CZyPing::receiveDatagram"), static_cast<uint32_t>(code));
         if (timedOut)
             return CZyError::Success();
     }
     int count = 0;
-    int code = zyos::RecvIcmpDatagram(handle, m_recvBuffer, ClampToInt(m_recvSize), &count, &ttl);
+    int code = zy::os::RecvIcmpDatagram(handle, m_recvBuffer, ClampToInt(m_recvSize), &count, &ttl);
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZyPing::receiveDatagram"), static_cast<uint32_t>(code));
     received = static_cast<size_t>(count);
@@ -483,14 +483,14 @@ CZyError CZyPing::recvAndProcessPingResponse(_ZyPingResponse& response, _ZyPingR
         if (err.IsError())
             return err.Push(ZY_LOC("CZyPing::recvAndProcessPingResponse"), "Failed to receive ping request");
 
-        zyicmp::ReplyCheck check;
+        zy::icmp::ReplyCheck check;
         check.data = m_recvBuffer;
         check.received = std::min(received, m_recvSize);
         check.hasIpHeader = !m_datagram;
         check.request = m_sendBuffer;
         check.requestSize = m_sendSize;
         check.identifier = m_datagram ? m_wireIdentifier : m_identifier;
-        zyicmp::ReplyVerdict verdict = zyicmp::ClassifyReply(check);
+        zy::icmp::ReplyVerdict verdict = zy::icmp::ClassifyReply(check);
 
         if (verdict.ownRequest)
         {
@@ -537,7 +537,7 @@ unsigned short CZyPing::checksum(unsigned short* words, int length)
 {
     if (words == nullptr || length <= 0)
         return 0xFFFF;
-    return zyicmp::Checksum(words, static_cast<size_t>(length));
+    return zy::icmp::Checksum(words, static_cast<size_t>(length));
 }
 
 void CZyPing::closePingSocket()

@@ -51,11 +51,11 @@ int CopyPathText(const ZYNET_SockAddr* addr, char* buffer, int length)
 int NumericToRecord(const char* text, ZYNET_SockAddr* out)
 {
     bool found = false;
-    int code = zyos::GetFirstAddrInfo(text, zyos::AI_FLAG_NUMERICHOST, ZYNET_AF_UNSPEC, 1, 6, out, &found);
+    int code = zy::os::GetFirstAddrInfo(text, zy::os::AI_FLAG_NUMERICHOST, ZYNET_AF_UNSPEC, 1, 6, out, &found);
     if (code != 0)
         return code;
     if (!found)
-        return zyerr::kAfNotSupported;
+        return zy::err::kAfNotSupported;
     out->in4.port = 0;  // the port field sits at bytes 2-3 in both families
     return 0;
 }
@@ -90,7 +90,7 @@ std::atomic<int> g_unixSupport{-1};
 
 // ---- the rules shared with CZyIPAddr ----------------------------------------
 
-namespace zynet
+namespace zy::net
 {
 bool IsPathText(const char* text)
 {
@@ -115,7 +115,7 @@ int LookUpName(const char* name, int family, std::vector<ZYNET_SockAddr>* record
     // The boundary hands back only IPv4 and IPv6 entries, in resolver order,
     // each in a zeroed record, and releases the resolver's list itself.
     const size_t first = records->size();
-    int code = zyos::GetAddrInfo(name, zyos::AI_FLAG_CANONNAME, family, 1, 6, records, nullptr);
+    int code = zy::os::GetAddrInfo(name, zy::os::AI_FLAG_CANONNAME, family, 1, 6, records, nullptr);
     if (code != 0)
         return code;
     for (size_t i = first; i < records->size(); ++i)
@@ -128,7 +128,7 @@ bool IsNameCollision(const ZYNET_SockAddr& record)
     static const uint8_t kMarker[4] = {127, 0, 53, 53};
     return record.family == ZYNET_AF_INET && memcmp(record.in4.addr, kMarker, sizeof(kMarker)) == 0;
 }
-}  // namespace zynet
+}  // namespace zy::net
 
 int ZyUnixSupportFromVersion(unsigned long major, unsigned long build, unsigned long revision)
 {
@@ -155,29 +155,29 @@ const char* ZYNET_family2str(int family)
 int ZYNET_str2ip(const char* text, ZYNET_SockAddr* out)
 {
     if (text == nullptr || out == nullptr)
-        return zyerr::kFault;
-    if (zynet::IsPathText(text))
-        return zynet::MakePathRecord(text, out);
+        return zy::err::kFault;
+    if (zy::net::IsPathText(text))
+        return zy::net::MakePathRecord(text, out);
     int code = NumericToRecord(text, out);
     if (code != 0)
         return code;
-    if (zynet::IsNameCollision(*out))
-        return zyerr::kHostNotFound;
+    if (zy::net::IsNameCollision(*out))
+        return zy::err::kHostNotFound;
     return 0;
 }
 
 int ZYNET_ip2str(const ZYNET_SockAddr* addr, char* buffer, int length)
 {
     if (addr == nullptr || buffer == nullptr)
-        return zyerr::kFault;
+        return zy::err::kFault;
     if (addr->family == ZYNET_AF_UNIX)
         return CopyPathText(addr, buffer, length);
     ZYNET_SockAddr local = *addr;
-    int code = zyos::GetNameInfo(&local, ZYNET_GetActualSockAddrLen(&local), buffer, length, zyos::NI_FLAG_NUMERICHOST);
+    int code = zy::os::GetNameInfo(&local, ZYNET_GetActualSockAddrLen(&local), buffer, length, zy::os::NI_FLAG_NUMERICHOST);
     if (code == 4)
     {
         // One more attempt that treats the record as IPv4.
-        code = zyos::GetNameInfo(&local, kIPv4Length, buffer, length, zyos::NI_FLAG_NUMERICHOST);
+        code = zy::os::GetNameInfo(&local, kIPv4Length, buffer, length, zy::os::NI_FLAG_NUMERICHOST);
     }
     return code;
 }
@@ -185,11 +185,11 @@ int ZYNET_ip2str(const ZYNET_SockAddr* addr, char* buffer, int length)
 int ZYNET_name2ip(const char* name, ZYNET_HostEnt* out, int family)
 {
     if (name == nullptr || out == nullptr)
-        return zyerr::kFault;
-    if (zynet::IsPathText(name))
+        return zy::err::kFault;
+    if (zy::net::IsPathText(name))
     {
         ZYNET_SockAddr record;
-        int code = zynet::MakePathRecord(name, &record);
+        int code = zy::net::MakePathRecord(name, &record);
         if (code != 0)
             return code;
         ZYNET_SockAddr* addrs = static_cast<ZYNET_SockAddr*>(calloc(1, sizeof(ZYNET_SockAddr)));
@@ -202,7 +202,7 @@ int ZYNET_name2ip(const char* name, ZYNET_HostEnt* out, int family)
     }
 
     std::vector<ZYNET_SockAddr> records;
-    int code = zynet::LookUpName(name, family, &records);
+    int code = zy::net::LookUpName(name, family, &records);
     if (code != 0)
         return code;
 
@@ -220,8 +220,8 @@ int ZYNET_name2ip(const char* name, ZYNET_HostEnt* out, int family)
         // A name answering the collision marker is refused at once; `count`
         // stays as it was and the caller frees `addrs` with
         // ZYNET_freehostent as usual.
-        if (zynet::IsNameCollision(record))
-            return zyerr::kHostNotFound;
+        if (zy::net::IsNameCollision(record))
+            return zy::err::kHostNotFound;
     }
     out->count = copied;
     return 0;
@@ -230,7 +230,7 @@ int ZYNET_name2ip(const char* name, ZYNET_HostEnt* out, int family)
 int ZYNET_ip2name(const ZYNET_SockAddr* addr, char* buffer, int length)
 {
     if (addr == nullptr || buffer == nullptr)
-        return zyerr::kFault;
+        return zy::err::kFault;
     if (addr->family == ZYNET_AF_UNIX)
         return CopyPathText(addr, buffer, length);
     ZYNET_SockAddr local = *addr;
@@ -238,9 +238,9 @@ int ZYNET_ip2name(const ZYNET_SockAddr* addr, char* buffer, int length)
     // record, IPv6 included. Both resolvers accept a length longer than the
     // family's own.
     const int addrLength = local.family == ZYNET_AF_INET ? kIPv4Length : kRecordLength;
-    int code = zyos::GetNameInfo(&local, addrLength, buffer, length, zyos::NI_FLAG_NAMEREQD);
+    int code = zy::os::GetNameInfo(&local, addrLength, buffer, length, zy::os::NI_FLAG_NAMEREQD);
     if (code != 0)
-        return zyos::LastError();
+        return zy::os::LastError();
     return 0;
 }
 
@@ -346,8 +346,8 @@ void ZYNET_SetFamilyPreference(int family)
     // Changing the preference once set is a programming error: the first
     // value stays. Stop in a debugger when one is attached, else say so at
     // the always-written level.
-    if (zyos::IsDebuggerAttached())
-        zyos::BreakIntoDebugger();
+    if (zy::os::IsDebuggerAttached())
+        zy::os::BreakIntoDebugger();
     else
         ZY_LOG(-1, "ZYNET_SetFamilyPreference",
                "Address family preference already set to %d (%s); request for %d (%s) ignored", expected,
@@ -367,7 +367,7 @@ int ZYNET_AreUnixSocketsSupported(void)
         return cached;
     int supported;
     unsigned long major = 0, build = 0, revision = 0;
-    if (zyos::ReadWindowsVersion(&major, &build, &revision))
+    if (zy::os::ReadWindowsVersion(&major, &build, &revision))
     {
         supported = ZyUnixSupportFromVersion(major, build, revision);
     }
@@ -375,9 +375,9 @@ int ZYNET_AreUnixSocketsSupported(void)
     {
         // No version to go by: try a Unix-domain stream socket.
         ZYNET_SOCKET probe = ZYNET_INVALID_SOCKET;
-        supported = zyos::Socket(ZYNET_AF_UNIX, 1, 0, &probe) == 0 ? 1 : 0;
+        supported = zy::os::Socket(ZYNET_AF_UNIX, 1, 0, &probe) == 0 ? 1 : 0;
         if (supported)
-            zyos::Close(probe);
+            zy::os::Close(probe);
     }
     // A concurrent ZYNET_DisableUnixSockets wins over a computed answer.
     int expected = -1;
@@ -394,22 +394,22 @@ void ZYNET_DisableUnixSockets(void)
 int ZYNET_gethostname(char* buffer, int length)
 {
     if (buffer == nullptr)
-        return zyerr::kFault;
-    return zyos::GetHostName(buffer, length);
+        return zy::err::kFault;
+    return zy::os::GetHostName(buffer, length);
 }
 
 int ZYNET_getservbyname(const char* service, const char* protocol, struct servent** out)
 {
     if (service == nullptr || out == nullptr)
-        return zyerr::kFault;
-    return zyos::GetServByName(service, protocol, out);
+        return zy::err::kFault;
+    return zy::os::GetServByName(service, protocol, out);
 }
 
 int ZYNET_getservbyport(int port, const char* protocol, struct servent** out)
 {
     if (out == nullptr)
-        return zyerr::kFault;
-    return zyos::GetServByPort(port, protocol, out);
+        return zy::err::kFault;
+    return zy::os::GetServByPort(port, protocol, out);
 }
 
 }  // extern "C"

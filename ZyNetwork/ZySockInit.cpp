@@ -10,13 +10,13 @@ CZyError CZySockInit::Init()
 {
     if (m_started)
         return CZyError::Success();
-    int code = zyos::Startup();
+    int code = zy::os::Startup();
     if (code != 0)
     {
         // The start-up call reports its failure only through its result (no
         // earlier last error may be mistaken for it), so store that result
         // as the thread's last socket error and raise it.
-        zyos::SetLastError(code);
+        zy::os::SetLastError(code);
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySockInit::Init"), static_cast<uint32_t>(code));
     }
     m_started = true;
@@ -43,5 +43,5 @@ void CZySockInit::CleanUp()
     if (!m_started)
         return;
     m_started = false;
-    zyos::Cleanup();
+    zy::os::Cleanup();
 }

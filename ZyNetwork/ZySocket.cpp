@@ -25,7 +25,7 @@ void RequestFastLoopBack(bool enabled, ZYNET_SOCKET handle)
     if (!enabled)
         return;
     int saved = ZYNET_getlasterror();
-    (void)zyos::RequestLoopbackFastPath(handle);
+    (void)zy::os::RequestLoopbackFastPath(handle);
     ZYNET_setlasterror(saved);
 }
 
@@ -132,7 +132,7 @@ void CZySocket::SetFastLoopBack(bool enable)
 CZyError CZySocket::Socket(const CZyIPAddr& address)
 {
     if (IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Socket"), zyerr::kStateError, "Socket already in use");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Socket"), zy::err::kStateError, "Socket already in use");
     ZYNET_SOCKET handle = ZYNET_INVALID_SOCKET;
     int code = ZYNET_socket(address.GetAddressFamily(), &handle);
     if (code != 0)
@@ -145,7 +145,7 @@ CZyError CZySocket::Socket(const CZyIPAddr& address)
 CZyError CZySocket::DgramSocket(const CZyIPAddr& address)
 {
     if (IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::DgramSocket"), zyerr::kStateError, "Socket already in use");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::DgramSocket"), zy::err::kStateError, "Socket already in use");
     ZYNET_SOCKET handle = ZYNET_INVALID_SOCKET;
     int code = ZYNET_dgramsocket(address.GetAddressFamily(), &handle);
     if (code != 0)
@@ -158,7 +158,7 @@ CZyError CZySocket::DgramSocket(const CZyIPAddr& address)
 CZyError CZySocket::ICMPSocket(const CZyIPAddr& address, CZyIPAddr::IP_FAMILY family)
 {
     if (IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::ICMPSocket"), zyerr::kStateError, "Socket already in use");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::ICMPSocket"), zy::err::kStateError, "Socket already in use");
     ZYNET_SOCKET handle = ZYNET_INVALID_SOCKET;
     int code = ZYNET_icmpsocket(family, &handle);
     if (code != 0)
@@ -189,7 +189,7 @@ CZyError CZySocket::Bind(const CZyIPAddr& address)
 CZyError CZySocket::Listen(int backlog)
 {
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Listen"), zyerr::kStateError, "Not a bound socket");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Listen"), zy::err::kStateError, "Not a bound socket");
     int code = ZYNET_listen(m_handle, backlog);
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Listen"), code);
@@ -219,10 +219,10 @@ CZyError CZySocket::Connect(const CZyIPAddr& address)
 CZyError CZySocket::Accept(CZySocket& out)
 {
     if (out.IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Accept"), zyerr::kStateError,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Accept"), zy::err::kStateError,
                                        "Output socket object is already a connected socket");
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Accept"), zyerr::kStateError, "Not a listening socket");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Accept"), zy::err::kStateError, "Not a listening socket");
     ZYNET_SOCKET handle = ZYNET_INVALID_SOCKET;
     ZYNET_SockAddr peer = {};
     int code = ZYNET_accept(m_handle, &handle, &peer);
@@ -242,7 +242,7 @@ CZyError CZySocket::AcceptWithTimeout(CZySocket& out, int seconds, int* timedOut
     selector.SetExceptionSocket(*this);
 
     if (!timedOut)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::AcceptWithTimeout"), zyerr::kInvalidParameter,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::AcceptWithTimeout"), zy::err::kInvalidParameter,
                                        "Invalid input parameter, pnTimedOut is NULL");
     *timedOut = 0;
 
@@ -265,7 +265,7 @@ CZyError CZySocket::AcceptWithTimeout(CZySocket& out, int seconds, int* timedOut
     if (waitTimedOut)
     {
         *timedOut = 1;
-        return FXErrorUtil::ErrorErrNo(ZY_LOC("CZySocket::AcceptWithTimeout"), zyerr::kErrnoTime,
+        return FXErrorUtil::ErrorErrNo(ZY_LOC("CZySocket::AcceptWithTimeout"), zy::err::kErrnoTime,
                                        "no connection request received from client within the timeout %d",
                                        seconds);
     }
@@ -273,7 +273,7 @@ CZyError CZySocket::AcceptWithTimeout(CZySocket& out, int seconds, int* timedOut
         return err.Push(ZY_LOC("CZySocket::AcceptWithTimeout"), "select call failed");
 
     if (!selector.GetExceptionSelected().empty())
-        return FXErrorUtil::ErrorErrNo(ZY_LOC("CZySocket::AcceptWithTimeout"), zyerr::kErrnoIo,
+        return FXErrorUtil::ErrorErrNo(ZY_LOC("CZySocket::AcceptWithTimeout"), zy::err::kErrnoIo,
                                        "exception detected on socket %s",
                                        CZySocketDescriptor::AsString(m_handle).c_str());
     err = Accept(out);
@@ -289,7 +289,7 @@ CZyError CZySocket::Recv(void* buffer, int length, int flags, int* received)
     if (!IsValid())
     {
         ReportCount(received, 0);
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Recv"), zyerr::kStateError, "Not a valid socket");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Recv"), zy::err::kStateError, "Not a valid socket");
     }
     int count = 0;
     int code = ZYNET_recv(m_handle, buffer, length, &count, flags);
@@ -297,7 +297,7 @@ CZyError CZySocket::Recv(void* buffer, int length, int flags, int* received)
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Recv"), code);
     if (count < length)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Recv"), zyerr::kStateError, "Socket shutdown detected");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Recv"), zy::err::kStateError, "Socket shutdown detected");
     return CZyError::Success();
 }
 
@@ -306,7 +306,7 @@ CZyError CZySocket::Send(const void* buffer, int length, int flags, int* sent)
     if (!IsValid())
     {
         ReportCount(sent, 0);
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Send"), zyerr::kStateError, "Not a valid socket");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Send"), zy::err::kStateError, "Not a valid socket");
     }
     int count = 0;
     int code = ZYNET_send(m_handle, buffer, length, &count, flags);
@@ -314,7 +314,7 @@ CZyError CZySocket::Send(const void* buffer, int length, int flags, int* sent)
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Send"), code);
     if (count < length)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Send"), zyerr::kStateError, "Socket shutdown detected");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::Send"), zy::err::kStateError, "Socket shutdown detected");
     return CZyError::Success();
 }
 
@@ -322,9 +322,9 @@ CZyError CZySocket::RecvWithTimeout(void* buffer, int length, int seconds, int* 
 {
     ReportCount(received, 0);
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvWithTimeout"), zyerr::kStateError, "Not a valid socket");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvWithTimeout"), zy::err::kStateError, "Not a valid socket");
     if (!timedOut)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvWithTimeout"), zyerr::kInvalidParameter,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvWithTimeout"), zy::err::kInvalidParameter,
                                        "Invalid input parameter, pnTimedOut is NULL");
     int count = 0;
     int code = ZYNET_recvwithtimeout(m_handle, buffer, length, &count, seconds, timedOut, flags);
@@ -332,10 +332,10 @@ CZyError CZySocket::RecvWithTimeout(void* buffer, int length, int seconds, int* 
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvWithTimeout"), code);
     if (*timedOut == 1)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvWithTimeout"), zyerr::kStateError,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvWithTimeout"), zy::err::kStateError,
                                        "Socket receive timed out");
     if (count < length)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvWithTimeout"), zyerr::kStateError,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvWithTimeout"), zy::err::kStateError,
                                        "Socket shutdown detected");
     return CZyError::Success();
 }
@@ -344,9 +344,9 @@ CZyError CZySocket::SendWithTimeOut(const void* buffer, int length, int seconds,
 {
     ReportCount(sent, 0);
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendWithTimeOut"), zyerr::kStateError, "Not a valid socket");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendWithTimeOut"), zy::err::kStateError, "Not a valid socket");
     if (!timedOut)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendWithTimeOut"), zyerr::kInvalidParameter,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendWithTimeOut"), zy::err::kInvalidParameter,
                                        "Invalid input parameter, pnTimedOut is NULL");
     int count = 0;
     int code = ZYNET_sendwithtimeout(m_handle, buffer, length, &count, seconds, timedOut, flags);
@@ -354,10 +354,10 @@ CZyError CZySocket::SendWithTimeOut(const void* buffer, int length, int seconds,
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendWithTimeOut"), code);
     if (*timedOut == 1)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendWithTimeOut"), zyerr::kStateError,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendWithTimeOut"), zy::err::kStateError,
                                        "Socket send timed out");
     if (count < length)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendWithTimeOut"), zyerr::kStateError,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendWithTimeOut"), zy::err::kStateError,
                                        "Socket shutdown detected");
     return CZyError::Success();
 }
@@ -367,10 +367,10 @@ CZyError CZySocket::RecvfromICMPSocket(void* buffer, int length, int seconds, in
 {
     ReportCount(received, 0);
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvfromICMPSocket"), zyerr::kStateError,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvfromICMPSocket"), zy::err::kStateError,
                                        "Not a valid socket");
     if (!timedOut)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvfromICMPSocket"), zyerr::kInvalidParameter,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvfromICMPSocket"), zy::err::kInvalidParameter,
                                        "Invalid input parameter, pnTimedOut is NULL");
     // The sender's address is received into a copy: the object keeps the
     // address it was made for, so a stray datagram never redirects later
@@ -382,7 +382,7 @@ CZyError CZySocket::RecvfromICMPSocket(void* buffer, int length, int seconds, in
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvfromICMPSocket"), code);
     if (*timedOut == 1)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvfromICMPSocket"), zyerr::kStateError,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::RecvfromICMPSocket"), zy::err::kStateError,
                                        "Socket receive timed out");
     return CZyError::Success();
 }
@@ -391,9 +391,9 @@ CZyError CZySocket::SendtoICMPSocket(const void* buffer, int length, int seconds
 {
     ReportCount(sent, 0);
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendtoICMPSocket"), zyerr::kStateError, "Not a valid socket");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendtoICMPSocket"), zy::err::kStateError, "Not a valid socket");
     if (!timedOut)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendtoICMPSocket"), zyerr::kInvalidParameter,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendtoICMPSocket"), zy::err::kInvalidParameter,
                                        "Invalid input parameter, pnTimedOut is NULL");
     ZYNET_SockAddr peer = m_address.GetSockAddr();
     int count = 0;
@@ -402,7 +402,7 @@ CZyError CZySocket::SendtoICMPSocket(const void* buffer, int length, int seconds
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendtoICMPSocket"), code);
     if (*timedOut == 1)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendtoICMPSocket"), zyerr::kStateError,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SendtoICMPSocket"), zy::err::kStateError,
                                        "Socket send timed out");
     return CZyError::Success();
 }
@@ -412,7 +412,7 @@ CZyError CZySocket::SendtoICMPSocket(const void* buffer, int length, int seconds
 CZyError CZySocket::GetSockOpt(int level, int option, char* value, int* length)
 {
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::GetSockOpt"), zyerr::kStateError, "Not a valid socket");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::GetSockOpt"), zy::err::kStateError, "Not a valid socket");
     int code = ZYNET_getsockopt(m_handle, level, option, value, length);
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::GetSockOpt"), code);
@@ -422,7 +422,7 @@ CZyError CZySocket::GetSockOpt(int level, int option, char* value, int* length)
 CZyError CZySocket::SetSockOpt(int level, int option, char* value, int length)
 {
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SetSockOpt"), zyerr::kStateError, "Not a valid socket");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SetSockOpt"), zy::err::kStateError, "Not a valid socket");
     int code = ZYNET_setsockopt(m_handle, level, option, value, length);
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SetSockOpt"), code);
@@ -450,7 +450,7 @@ CZyError CZySocket::NagleOn()
 CZyError CZySocket::SetToBlocking()
 {
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SetToBlocking"), zyerr::kStateError, "Not a valid socket");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SetToBlocking"), zy::err::kStateError, "Not a valid socket");
     int code = ZYNET_setblocking(m_handle);
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SetToBlocking"), code);
@@ -460,7 +460,7 @@ CZyError CZySocket::SetToBlocking()
 CZyError CZySocket::SetToNonBlocking()
 {
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SetToNonBlocking"), zyerr::kStateError, "Not a valid socket");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SetToNonBlocking"), zy::err::kStateError, "Not a valid socket");
     int code = ZYNET_setnonblocking(m_handle);
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::SetToNonBlocking"), code);
@@ -470,14 +470,14 @@ CZyError CZySocket::SetToNonBlocking()
 CZyError CZySocket::GetReadQueueLen(unsigned int* length)
 {
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::GetReadQueueLen"), zyerr::kStateError, "Not a valid socket");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::GetReadQueueLen"), zy::err::kStateError, "Not a valid socket");
     if (!length)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::GetReadQueueLen"), zyerr::kInvalidParameter,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::GetReadQueueLen"), zy::err::kInvalidParameter,
                                        "Invalid input parameter, length is NULL");
     // The FIONREAD request itself differs by platform, so the boundary
     // makes it; its failure is stored as the thread's last socket error.
     unsigned int queued = 0;
-    int code = zyos::ReadQueueLength(m_handle, &queued);
+    int code = zy::os::ReadQueueLength(m_handle, &queued);
     if (code != 0)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::GetReadQueueLen"), code);
     *length = queued;
@@ -487,7 +487,7 @@ CZyError CZySocket::GetReadQueueLen(unsigned int* length)
 CZyError CZySocket::GetLocalAddress(CZyIPAddr& address)
 {
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::GetLocalAddress"), zyerr::kStateError, "Not a valid socket");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::GetLocalAddress"), zy::err::kStateError, "Not a valid socket");
     ZYNET_SockAddr record = {};
     int code = ZYNET_getsockname(m_handle, &record);
     if (code != 0)
@@ -499,7 +499,7 @@ CZyError CZySocket::GetLocalAddress(CZyIPAddr& address)
 CZyError CZySocket::GetPeerAddress(CZyIPAddr& address)
 {
     if (!IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::GetPeerAddress"), zyerr::kStateError, "Not a valid socket");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::GetPeerAddress"), zy::err::kStateError, "Not a valid socket");
     ZYNET_SockAddr record = {};
     int code = ZYNET_getpeername(m_handle, &record);
     if (code != 0)
@@ -538,7 +538,7 @@ CZyError CZySocket::Shutdown(int how)
 CZyError CZySocket::CreateSocketPair(CZySocket* first, CZySocket* second)
 {
     if (!first || !second)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::CreateSocketPair"), zyerr::kInvalidParameter,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocket::CreateSocketPair"), zy::err::kInvalidParameter,
                                        "Invalid input parameter, socket object is NULL");
     ZYNET_SOCKET pair[2] = {ZYNET_INVALID_SOCKET, ZYNET_INVALID_SOCKET};
     if (ZYNET_socketpair(pair) != 0)

@@ -34,8 +34,8 @@ std::atomic<ZYNET_SocketCallback> g_listenCallback{nullptr};
 
 int Fault()
 {
-    zyos::SetLastError(zyerr::kFault);
-    return zyerr::kFault;
+    zy::os::SetLastError(zy::err::kFault);
+    return zy::err::kFault;
 }
 
 // The socket-type/protocol pairs of the three creation calls.
@@ -44,7 +44,7 @@ int MakeSocket(int family, int type, int protocol, ZYNET_SOCKET* out)
     if (out == nullptr)
         return Fault();
     ZYNET_SOCKET handle = ZYNET_INVALID_SOCKET;
-    int rc = zyos::Socket(family, type, protocol, &handle);
+    int rc = zy::os::Socket(family, type, protocol, &handle);
     *out = rc == 0 ? handle : ZYNET_INVALID_SOCKET;
     return rc;
 }
@@ -90,7 +90,7 @@ int TransferLoop(bool isSend, ZYNET_SOCKET handle, char* buffer, int length, int
                  int flags)
 {
     const bool peek = !isSend && (flags & kMsgPeek) != 0;
-    const zynet::SecondsWait wait(handle, isSend, seconds);
+    const zy::net::SecondsWait wait(handle, isSend, seconds);
     while (*count < length)
     {
         int done = 0;
@@ -107,9 +107,9 @@ int TransferLoop(bool isSend, ZYNET_SOCKET handle, char* buffer, int length, int
             // block goes on to the one-second wait. (Windows has no
             // non-blocking attempt, so there it always waits first.)
             const int offset = peek ? 0 : *count;
-            int rc = isSend ? zyos::SendNoWait(handle, buffer + offset, length - offset, flags, &done)
-                            : zyos::RecvNoWait(handle, buffer + offset, length - offset, flags, &done);
-            if (rc != zyerr::kWouldBlock)
+            int rc = isSend ? zy::os::SendNoWait(handle, buffer + offset, length - offset, flags, &done)
+                            : zy::os::RecvNoWait(handle, buffer + offset, length - offset, flags, &done);
+            if (rc != zy::err::kWouldBlock)
             {
                 if (rc != 0)
                     return rc;
@@ -120,16 +120,16 @@ int TransferLoop(bool isSend, ZYNET_SOCKET handle, char* buffer, int length, int
                 continue;
             }
             int code = 0;
-            zynet::SecondsWait::Step step = wait.WaitOneSecond(&code);
-            if (step == zynet::SecondsWait::Failed)
+            zy::net::SecondsWait::Step step = wait.WaitOneSecond(&code);
+            if (step == zy::net::SecondsWait::Failed)
                 return code;
-            if (step == zynet::SecondsWait::Idle)
+            if (step == zy::net::SecondsWait::Idle)
                 continue;
         }
         if (peek)
             *count = 0;
-        int rc = isSend ? zyos::Send(handle, buffer + *count, length - *count, flags, &done)
-                        : zyos::Recv(handle, buffer + *count, length - *count, flags, &done);
+        int rc = isSend ? zy::os::Send(handle, buffer + *count, length - *count, flags, &done)
+                        : zy::os::Recv(handle, buffer + *count, length - *count, flags, &done);
         if (rc != 0)
             return rc;
         if (done == 0)
@@ -150,7 +150,7 @@ int IcmpDatagram(bool isSend, ZYNET_SOCKET handle, ZYNET_SockAddr* peer, char* b
     if (seconds > 0)
     {
         bool expired = false;
-        int code = zynet::SecondsWait(handle, isSend, seconds).UntilReady(&expired);
+        int code = zy::net::SecondsWait(handle, isSend, seconds).UntilReady(&expired);
         if (code != 0)
             return code;
         if (expired)
@@ -164,12 +164,12 @@ int IcmpDatagram(bool isSend, ZYNET_SOCKET handle, ZYNET_SockAddr* peer, char* b
     int rc;
     if (isSend)
     {
-        rc = zyos::SendTo(handle, buffer, length, flags, peer, kFullRecordLength, &done);
+        rc = zy::os::SendTo(handle, buffer, length, flags, peer, kFullRecordLength, &done);
     }
     else
     {
         int fromLength = kFullRecordLength;
-        rc = zyos::RecvFrom(handle, buffer, length, flags, peer, &fromLength, &done);
+        rc = zy::os::RecvFrom(handle, buffer, length, flags, peer, &fromLength, &done);
     }
     if (rc != 0)
         return rc;
@@ -202,7 +202,7 @@ int ZYNET_bind(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr)
     if (addr == nullptr)
         return Fault();
     ZYNET_SockAddr copy = *addr;
-    return zyos::Bind(handle, &copy, ZYNET_GetActualSockAddrLen(&copy));
+    return zy::os::Bind(handle, &copy, ZYNET_GetActualSockAddrLen(&copy));
 }
 
 int ZYNET_connect(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr)
@@ -210,7 +210,7 @@ int ZYNET_connect(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr)
     if (addr == nullptr)
         return Fault();
     ZYNET_SockAddr copy = *addr;
-    return zyos::Connect(handle, &copy, ZYNET_GetActualSockAddrLen(&copy));
+    return zy::os::Connect(handle, &copy, ZYNET_GetActualSockAddrLen(&copy));
 }
 
 int ZYNET_listen(ZYNET_SOCKET handle, int backlog)
@@ -218,7 +218,7 @@ int ZYNET_listen(ZYNET_SOCKET handle, int backlog)
     ZYNET_SocketCallback callback = g_listenCallback.load(std::memory_order_acquire);
     if (callback != nullptr)
         callback(handle);
-    return zyos::Listen(handle, backlog);
+    return zy::os::Listen(handle, backlog);
 }
 
 int ZYNET_accept(ZYNET_SOCKET listener, ZYNET_SOCKET* out, ZYNET_SockAddr* peer)
@@ -235,7 +235,7 @@ int ZYNET_accept(ZYNET_SOCKET listener, ZYNET_SOCKET* out, ZYNET_SockAddr* peer)
     ZYNET_SOCKET accepted = ZYNET_INVALID_SOCKET;
     // A failed accept shows only as the invalid handle; its code stays
     // readable as the thread's last socket error.
-    if (zyos::Accept(listener, peer, &length, &accepted) != 0)
+    if (zy::os::Accept(listener, peer, &length, &accepted) != 0)
         return 0;
     if (peer->family == ZYNET_AF_UNIX)
     {
@@ -257,14 +257,14 @@ int ZYNET_close(ZYNET_SOCKET handle)
     // error. Selectors watching kernel event sets learn of the close from
     // the journal (recorded after the close, so that a check made after
     // reading the entry finds the descriptor gone).
-    const int rc = zyos::Close(handle) == 0 ? 0 : -1;
-    zyjournal::NoteClosed(handle);
+    const int rc = zy::os::Close(handle) == 0 ? 0 : -1;
+    zy::journal::NoteClosed(handle);
     return rc;
 }
 
 int ZYNET_shutdown(ZYNET_SOCKET handle, int how)
 {
-    return zyos::Shutdown(handle, how);
+    return zy::os::Shutdown(handle, how);
 }
 
 int ZYNET_send(ZYNET_SOCKET handle, const void* buffer, int length, int* count, int flags)
@@ -328,8 +328,8 @@ int ZYNET_select(int /*nfds*/, ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZY
     {
         if (timeout->tv_sec < 0 || timeout->tv_usec < 0)
         {
-            zyos::SetLastError(zyerr::kInvalidArgument);
-            return zyerr::kInvalidArgument;
+            zy::os::SetLastError(zy::err::kInvalidArgument);
+            return zy::err::kInvalidArgument;
         }
         // Round microseconds up so that a short non-zero wait does not become
         // a busy poll; clamp very long waits.
@@ -344,13 +344,13 @@ int ZYNET_select(int /*nfds*/, ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZY
     // As with Winsock, a wait on no socket at all is an invalid request.
     if (listed == 0 || listed > static_cast<uint64_t>(INT_MAX))
     {
-        zyos::SetLastError(zyerr::kInvalidArgument);
-        return zyerr::kInvalidArgument;
+        zy::os::SetLastError(zy::err::kInvalidArgument);
+        return zy::err::kInvalidArgument;
     }
     // The boundary rewrites the lists to their ready handles, or leaves them
     // as they were when it fails (10038 for a handle that is no socket).
     int ready = 0;
-    int rc = zyos::SelectLists(readSet, writeSet, exceptSet, timeoutMs, &ready);
+    int rc = zy::os::SelectLists(readSet, writeSet, exceptSet, timeoutMs, &ready);
     if (rc != 0)
         return rc;
     if (count != nullptr)
@@ -362,51 +362,51 @@ int ZYNET_ioctl(ZYNET_SOCKET handle, long command, unsigned long* argument)
 {
     if (argument == nullptr)
         return Fault();
-    return zyos::Ioctl(handle, command, argument);
+    return zy::os::Ioctl(handle, command, argument);
 }
 
 int ZYNET_setblocking(ZYNET_SOCKET handle)
 {
-    return zyos::SetNonBlocking(handle, false);
+    return zy::os::SetNonBlocking(handle, false);
 }
 
 int ZYNET_setnonblocking(ZYNET_SOCKET handle)
 {
-    return zyos::SetNonBlocking(handle, true);
+    return zy::os::SetNonBlocking(handle, true);
 }
 
 int ZYNET_getsockopt(ZYNET_SOCKET handle, int level, int option, char* value, int* length)
 {
     if (value == nullptr || length == nullptr)
         return Fault();
-    return zyos::GetSockOpt(handle, level, option, value, length);
+    return zy::os::GetSockOpt(handle, level, option, value, length);
 }
 
 int ZYNET_setsockopt(ZYNET_SOCKET handle, int level, int option, const char* value, int length)
 {
     if (value == nullptr)
         return Fault();
-    return zyos::SetSockOpt(handle, level, option, value, length);
+    return zy::os::SetSockOpt(handle, level, option, value, length);
 }
 
 int ZYNET_getsockname(ZYNET_SOCKET handle, ZYNET_SockAddr* out)
 {
-    return GetName(&zyos::GetSockName, handle, out);
+    return GetName(&zy::os::GetSockName, handle, out);
 }
 
 int ZYNET_getpeername(ZYNET_SOCKET handle, ZYNET_SockAddr* out)
 {
-    return GetName(&zyos::GetPeerName, handle, out);
+    return GetName(&zy::os::GetPeerName, handle, out);
 }
 
 int ZYNET_getsockfamily(ZYNET_SOCKET handle)
 {
-    return zyos::SocketFamily(handle);
+    return zy::os::SocketFamily(handle);
 }
 
 int ZYNET_settcpkeepaliveoptions(ZYNET_SOCKET handle, int idleSeconds, int intervalSeconds)
 {
-    return zyos::SetKeepAlive(handle, idleSeconds, intervalSeconds);
+    return zy::os::SetKeepAlive(handle, idleSeconds, intervalSeconds);
 }
 
 int ZYNET_socketpair(ZYNET_SOCKET pair[2])
@@ -454,9 +454,9 @@ int ZYNET_socketpair(ZYNET_SOCKET pair[2])
             rc = ZYNET_accept(listener, &accepted, &peer);
             if (rc == 0 && accepted == ZYNET_INVALID_SOCKET)
             {
-                rc = zyos::LastError();
+                rc = zy::os::LastError();
                 if (rc == 0)
-                    rc = zyerr::kInvalidSocket;
+                    rc = zy::err::kInvalidSocket;
             }
         }
         if (rc == 0)
@@ -483,7 +483,7 @@ int ZYNET_socketpair(ZYNET_SOCKET pair[2])
             ZYNET_close(connecting);
         if (listener != ZYNET_INVALID_SOCKET)
             ZYNET_close(listener);
-        zyos::SetLastError(result);
+        zy::os::SetLastError(result);
     }
 
     ZYNET_freehostent(&hosts);
@@ -502,12 +502,12 @@ void ZYNET_setlistencb(ZYNET_SocketCallback callback)
 
 int ZYNET_getlasterror(void)
 {
-    return zyos::LastError();
+    return zy::os::LastError();
 }
 
 void ZYNET_setlasterror(int code)
 {
-    zyos::SetLastError(code);
+    zy::os::SetLastError(code);
 }
 
 }  // extern "C"

@@ -49,7 +49,7 @@ struct CZySocketSelector::Mirror
     // Handles below this are indexed.
     static const ZYNET_SOCKET kIndexed = 1u << 16;
 
-    zyos::EventSet* set = nullptr;
+    zy::os::EventSet* set = nullptr;
     State state = kRebuild;
     // The registered object of each handle below kIndexed, per category:
     // pointers into the ordered sets (whose nodes never move), so that the
@@ -66,7 +66,7 @@ struct CZySocketSelector::Mirror
     ~Mirror() { Drop(); }
     void Drop()
     {
-        zyos::EventSetDestroy(set);
+        zy::os::EventSetDestroy(set);
         set = nullptr;
         state = kRebuild;
     }
@@ -164,7 +164,7 @@ CZySocketSelector::~CZySocketSelector()
 CZyError CZySocketSelector::SetSocket(SocketSet& sockets, ZyFdset& master, const CZySocket& socket, int category)
 {
     if (!socket.IsValid())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocketSelector::SetSocket"), zyerr::kInvalidSocket, "Invalid socket");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZySocketSelector::SetSocket"), zy::err::kInvalidSocket, "Invalid socket");
     ZYNET_SOCKET handle = socket.GetSocketDescriptor();
     CZyError err = master.set(handle);
     if (err.IsError())
@@ -178,7 +178,7 @@ CZyError CZySocketSelector::SetSocket(SocketSet& sockets, ZyFdset& master, const
     // it still watches the descriptor now open under that number.
     if (m_mirror->state == Mirror::kInStep)
     {
-        if (zyos::EventSetAdd(m_mirror->set, handle, 1u << category) != zyos::EVENTSET_OK)
+        if (zy::os::EventSetAdd(m_mirror->set, handle, 1u << category) != zy::os::EVENTSET_OK)
             m_mirror->state = Mirror::kOutOfStep;
     }
     else
@@ -197,7 +197,7 @@ void CZySocketSelector::ClearSocket(SocketSet& sockets, ZyFdset& master, const C
         ++m_mirror->changes;
         m_mirror->Index(category, socket.GetSocketDescriptor(), nullptr);
         if (m_mirror->state == Mirror::kInStep)
-            zyos::EventSetRemove(m_mirror->set, socket.GetSocketDescriptor(), 1u << category);
+            zy::os::EventSetRemove(m_mirror->set, socket.GetSocketDescriptor(), 1u << category);
         else
             m_mirror->Changed();
     }
@@ -209,7 +209,7 @@ void CZySocketSelector::ClearCategory(SocketSet& sockets, ZyFdset& master, ZyFds
     if (m_mirror->state == Mirror::kInStep)
     {
         for (const CZySocket& socket : sockets)
-            zyos::EventSetRemove(m_mirror->set, socket.GetSocketDescriptor(), 1u << category);
+            zy::os::EventSetRemove(m_mirror->set, socket.GetSocketDescriptor(), 1u << category);
     }
     else if (!sockets.empty())
         m_mirror->Changed();
@@ -290,20 +290,20 @@ bool CZySocketSelector::MirrorReady()
     if (mirror.state == Mirror::kRebuild)
     {
         mirror.Drop();
-        mirror.set = zyos::EventSetCreate();
+        mirror.set = zy::os::EventSetCreate();
         if (mirror.set == nullptr)
         {
             mirror.state = Mirror::kOutOfStep;
             return false;
         }
-        mirror.journalSeen = zyjournal::Generation();
+        mirror.journalSeen = zy::journal::Generation();
         mirror.state = Mirror::kInStep;
         const SocketSet* sets[3] = {&m_readSockets, &m_writeSockets, &m_exceptionSockets};
         for (int k = 0; k < 3 && mirror.state == Mirror::kInStep; ++k)
         {
             for (const CZySocket& socket : *sets[k])
             {
-                if (zyos::EventSetAdd(mirror.set, socket.GetSocketDescriptor(), 1u << k) != zyos::EVENTSET_OK)
+                if (zy::os::EventSetAdd(mirror.set, socket.GetSocketDescriptor(), 1u << k) != zy::os::EVENTSET_OK)
                 {
                     mirror.state = Mirror::kOutOfStep;
                     break;
@@ -322,26 +322,26 @@ bool CZySocketSelector::MirrorReady()
 int CZySocketSelector::CatchUpWithCloses()
 {
     Mirror& mirror = *m_mirror;
-    const uint64_t generation = zyjournal::Generation();
+    const uint64_t generation = zy::journal::Generation();
     if (generation == mirror.journalSeen)
-        return zyos::EVENTSET_OK;
+        return zy::os::EVENTSET_OK;
     mirror.closed.clear();
-    if (!zyjournal::ClosedSince(mirror.journalSeen, generation, mirror.closed))
+    if (!zy::journal::ClosedSince(mirror.journalSeen, generation, mirror.closed))
     {
         mirror.state = Mirror::kRebuild;
-        return MirrorReady() ? zyos::EVENTSET_OK : zyos::EVENTSET_FAILED;
+        return MirrorReady() ? zy::os::EVENTSET_OK : zy::os::EVENTSET_FAILED;
     }
     for (ZYNET_SOCKET handle : mirror.closed)
     {
-        const int rc = zyos::EventSetCheck(mirror.set, handle);
-        if (rc != zyos::EVENTSET_OK)
+        const int rc = zy::os::EventSetCheck(mirror.set, handle);
+        if (rc != zy::os::EVENTSET_OK)
         {
             mirror.state = Mirror::kOutOfStep;
             return rc;
         }
     }
     mirror.journalSeen = generation;
-    return zyos::EVENTSET_OK;
+    return zy::os::EVENTSET_OK;
 }
 
 // The wait through the event set, into the working sets. Anything but
@@ -360,9 +360,9 @@ int CZySocketSelector::WaitOnMirror(int timeoutMs, int* ready)
         working[k]->get_fdsetp();  // allocates an unused set
         capacity[k] = working[k]->capacity();
     }
-    const int rc = zyos::EventSetWait(m_mirror->set, timeoutMs, m_readWorking.get_fdsetp(),
+    const int rc = zy::os::EventSetWait(m_mirror->set, timeoutMs, m_readWorking.get_fdsetp(),
                                       m_writeWorking.get_fdsetp(), m_exceptionWorking.get_fdsetp(), capacity, ready);
-    if (rc != zyos::EVENTSET_OK)
+    if (rc != zy::os::EVENTSET_OK)
         m_mirror->state = Mirror::kOutOfStep;
     return rc;
 }
@@ -398,7 +398,7 @@ CZyError CZySocketSelector::Select(const struct timeval* limit, bool* timedOut)
     // wait converts it); everything else goes to the list wait, which
     // reports it as before.
     if ((limit == nullptr || (limit->tv_sec >= 0 && limit->tv_usec >= 0)) && MirrorReady() &&
-        CatchUpWithCloses() == zyos::EVENTSET_OK && WaitOnMirror(0, &ready) == zyos::EVENTSET_OK)
+        CatchUpWithCloses() == zy::os::EVENTSET_OK && WaitOnMirror(0, &ready) == zy::os::EVENTSET_OK)
     {
         if (ready == 0)
         {
@@ -425,7 +425,7 @@ CZyError CZySocketSelector::Select(const struct timeval* limit, bool* timedOut)
                 ms += (static_cast<long long>(limit->tv_usec) + 999) / 1000;
                 timeoutMs = ms > INT_MAX ? INT_MAX : static_cast<int>(ms);
             }
-            if (timeoutMs != 0 && WaitOnMirror(timeoutMs, &ready) != zyos::EVENTSET_OK)
+            if (timeoutMs != 0 && WaitOnMirror(timeoutMs, &ready) != zy::os::EVENTSET_OK)
                 return ListWait(limit, timedOut, &ready);
         }
         m_mirror->lastReady = static_cast<size_t>(ready);
@@ -447,7 +447,7 @@ void CZySocketSelector::RecheckListed()
         const uint32_t* handles = listed ? listed->fd_array : nullptr;
         for (uint32_t i = 0; handles && i < listed->fd_count; ++i)
         {
-            if (zyos::EventSetCheck(m_mirror->set, handles[i]) != zyos::EVENTSET_OK)
+            if (zy::os::EventSetCheck(m_mirror->set, handles[i]) != zy::os::EVENTSET_OK)
             {
                 m_mirror->state = Mirror::kOutOfStep;
                 return;

@@ -19,7 +19,7 @@ CZyLibrary::~CZyLibrary()
 void CZyLibrary::Unload()
 {
     if (m_module)
-        zyutil::os::UnloadModule(m_module);
+        zy::util::os::UnloadModule(m_module);
     m_module = nullptr;
     m_path.clear();
 }
@@ -27,10 +27,10 @@ void CZyLibrary::Unload()
 CZyError CZyLibrary::Load(const char* path, bool exportSymbols)
 {
     if (!path || !*path)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::Load"), zyerr::kInvalidParameter, "Invalid module path");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::Load"), zy::err::kInvalidParameter, "Invalid module path");
     Unload();
     uint32_t error = 0;
-    void* module = zyutil::os::LoadModule(path, exportSymbols, &error);
+    void* module = zy::util::os::LoadModule(path, exportSymbols, &error);
     if (!module)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::Load"), error, "Failed to load library [%s]", path);
     m_module = module;
@@ -42,11 +42,11 @@ CZyError CZyLibrary::GetAddress(const char* name, void*& address) const
 {
     address = nullptr;
     if (!m_module)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::GetAddress"), zyerr::kStateError, "No library loaded");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::GetAddress"), zy::err::kStateError, "No library loaded");
     if (!name || !*name)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::GetAddress"), zyerr::kInvalidParameter, "Invalid symbol name");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::GetAddress"), zy::err::kInvalidParameter, "Invalid symbol name");
     uint32_t error = 0;
-    address = zyutil::os::ModuleSymbol(m_module, name, &error);
+    address = zy::util::os::ModuleSymbol(m_module, name, &error);
     if (!address)
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZyLibrary::GetAddress"), error, "Failed to get address of [%s] in [%s]",
                                        name, m_path.c_str());
@@ -56,10 +56,10 @@ CZyError CZyLibrary::GetAddress(const char* name, void*& address) const
 void CZyLibrary::KeepMappedUntilExit()
 {
     if (m_module)
-        zyutil::os::KeepModuleMapped(m_module, m_path.c_str());
+        zy::util::os::KeepModuleMapped(m_module, m_path.c_str());
 }
 
 bool CZyLibrary::ModuleDirectoryOf(const void* address, std::string& directory)
 {
-    return zyutil::os::ModuleDirectoryOf(address, directory);
+    return zy::util::os::ModuleDirectoryOf(address, directory);
 }

@@ -46,7 +46,7 @@ CZyError FormatArgList(std::string& text, const char* format, va_list args)
     int needed = vsnprintf(buffer, sizeof(buffer), format, copy);
     va_end(copy);
     if (needed < 0)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("FXString::FormatArgList"), zyerr::kInvalidParameter,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("FXString::FormatArgList"), zy::err::kInvalidParameter,
                                        "Invalid format text");
     if (static_cast<size_t>(needed) < sizeof(buffer))
     {
@@ -54,7 +54,7 @@ CZyError FormatArgList(std::string& text, const char* format, va_list args)
         return CZyError::Success();
     }
     text.assign(buffer, sizeof(buffer) - 1);
-    return FXErrorUtil::ErrorWin32(ZY_LOC("FXString::FormatArgList"), zyerr::kBufferOverflow,
+    return FXErrorUtil::ErrorWin32(ZY_LOC("FXString::FormatArgList"), zy::err::kBufferOverflow,
                                    "Formatted text of %d bytes does not fit in %u", needed,
                                    static_cast<unsigned>(sizeof(buffer) - 1));
 }

@@ -5,7 +5,7 @@
 FILE* ZyOpenTextFileForReading(const char* path, int* lastError)
 {
     uint32_t error = 0;
-    FILE* file = static_cast<FILE*>(zyutil::os::OpenTextStream(path, &error));
+    FILE* file = static_cast<FILE*>(zy::util::os::OpenTextStream(path, &error));
     if (lastError)
         *lastError = file ? 0 : static_cast<int>(error);
     return file;

@@ -33,7 +33,7 @@ namespace FXProcess
 {
 unsigned long getProcessId()
 {
-    return zyutil::os::ProcessId();
+    return zy::util::os::ProcessId();
 }
 }  // namespace FXProcess
 
@@ -62,5 +62,5 @@ void ZYSLEEP_InTeRnAl(unsigned int milliseconds, const char* file, int line)
         hook(milliseconds, file, line, g_sleepHookContext.load(std::memory_order_relaxed));
         return;
     }
-    zyutil::os::SleepMilliseconds(milliseconds);
+    zy::util::os::SleepMilliseconds(milliseconds);
 }

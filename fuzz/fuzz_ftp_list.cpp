@@ -10,11 +10,11 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const char* text = reinterpret_cast<const char*>(data);
-    std::vector<zylisting::Entry> entries;
-    zylisting::Counts counts;
+    std::vector<zy::listing::Entry> entries;
+    zy::listing::Counts counts;
     // A fixed "now" keeps runs reproducible.
-    zylisting::ParseList(text, size, 1795000000, entries, counts);
-    zylisting::ParseMlsd(text, size, entries, counts);
+    zy::listing::ParseList(text, size, 1795000000, entries, counts);
+    zy::listing::ParseMlsd(text, size, entries, counts);
     if (counts.entries != entries.size())
         __builtin_trap();
     return 0;

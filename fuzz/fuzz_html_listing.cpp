@@ -31,11 +31,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         }
     }
 
-    for (const std::string& link : zyhttp::ExtractLinks(page))
+    for (const std::string& link : zy::http::ExtractLinks(page))
     {
-        zyhttp::ListingLink kind = zyhttp::ClassifyListingLink(link, "http://127.0.0.1:8080", "/base/dir/");
+        zy::http::ListingLink kind = zy::http::ClassifyListingLink(link, "http://127.0.0.1:8080", "/base/dir/");
         // A listing must never lead up, sideways or to the page itself.
-        if (kind.kind == zyhttp::ListingLink::kIgnore)
+        if (kind.kind == zy::http::ListingLink::kIgnore)
             continue;
         const std::string segmented = "/" + kind.name;
         if (kind.name.empty() || kind.name[0] == '/' || segmented.find("/../") != std::string::npos ||

@@ -24,20 +24,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
     for (int jsp = 0; jsp < 2; ++jsp)
     {
-        zyhttp::UploadFields values;
+        zy::http::UploadFields values;
         values.jsp = jsp == 1;
         values.clientId = fields[0];
         values.user = fields[1];
         values.password = fields[2];
         values.fileName = fields[3];
-        zyhttp::UploadForm form = zyhttp::BuildUploadForm(values);
-        const std::string delimiter = std::string("--") + zyhttp::kUploadBoundary + "\r\n";
-        const std::string closing = std::string("--") + zyhttp::kUploadBoundary + "--\r\n";
+        zy::http::UploadForm form = zy::http::BuildUploadForm(values);
+        const std::string delimiter = std::string("--") + zy::http::kUploadBoundary + "\r\n";
+        const std::string closing = std::string("--") + zy::http::kUploadBoundary + "--\r\n";
         if (form.head.compare(0, delimiter.size(), delimiter) != 0 || form.tail.size() < closing.size() ||
             form.tail.compare(form.tail.size() - closing.size(), closing.size(), closing) != 0)
             __builtin_trap();
     }
-    std::string header = zyhttp::BasicAuthorization(fields[1], fields[2]);
+    std::string header = zy::http::BasicAuthorization(fields[1], fields[2]);
     std::string decoded;
     if (header.compare(0, 6, "Basic ") != 0 || !FXString::Base64Decode(header.substr(6), decoded) ||
         decoded != fields[1] + ":" + fields[2])

@@ -13,15 +13,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     std::string text(reinterpret_cast<const char*>(data), size);
 
-    zyhttp::UrlParts parts;
-    if (zyhttp::ParseBaseUrl(text, parts))
+    zy::http::UrlParts parts;
+    if (zy::http::ParseBaseUrl(text, parts))
     {
         // What parsed prints as an origin that parses to the same server.
-        zyhttp::UrlParts again;
-        if (!zyhttp::ParseBaseUrl(zyhttp::Origin(parts), again) || again.host != parts.host ||
+        zy::http::UrlParts again;
+        if (!zy::http::ParseBaseUrl(zy::http::Origin(parts), again) || again.host != parts.host ||
             again.secure != parts.secure)
             __builtin_trap();
-        zyhttp::DirectoryPath(parts.path);
+        zy::http::DirectoryPath(parts.path);
     }
 
     // Encoding then decoding gives the plain path back (backslashes become
@@ -30,9 +30,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     for (char& c : plain)
         if (c == '\\')
             c = '/';
-    if (zyhttp::DecodePath(zyhttp::EncodePath(text)) != plain)
+    if (zy::http::DecodePath(zy::http::EncodePath(text)) != plain)
         __builtin_trap();
-    zyhttp::DecodePath(text);
+    zy::http::DecodePath(text);
 
     RkCURL::RkHTTPReq req(RkCURL::HTTPS);
     req.setURL(text);

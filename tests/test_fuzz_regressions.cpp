@@ -9,13 +9,13 @@
 // its own origin text no longer parsed back to.
 TEST(FuzzRegressions, BracketedHostMustBeAnIPv6Literal)
 {
-    zyhttp::UrlParts parts;
-    EXPECT_FALSE(zyhttp::ParseBaseUrl(std::string("[(/%1b/%0c\xc1\x90\x8c\xb7\x90\xa4\xc5\xc5" "0]/%4ex#fr"), parts));
-    EXPECT_FALSE(zyhttp::ParseBaseUrl("http://[::1/x]/", parts));
-    ASSERT_TRUE(zyhttp::ParseBaseUrl("https://[fe80::1%eth0]:8443/logs/", parts));
+    zy::http::UrlParts parts;
+    EXPECT_FALSE(zy::http::ParseBaseUrl(std::string("[(/%1b/%0c\xc1\x90\x8c\xb7\x90\xa4\xc5\xc5" "0]/%4ex#fr"), parts));
+    EXPECT_FALSE(zy::http::ParseBaseUrl("http://[::1/x]/", parts));
+    ASSERT_TRUE(zy::http::ParseBaseUrl("https://[fe80::1%eth0]:8443/logs/", parts));
     EXPECT_EQ(parts.host, "fe80::1%eth0");
-    zyhttp::UrlParts again;
-    ASSERT_TRUE(zyhttp::ParseBaseUrl(zyhttp::Origin(parts), again));
+    zy::http::UrlParts again;
+    ASSERT_TRUE(zy::http::ParseBaseUrl(zy::http::Origin(parts), again));
     EXPECT_EQ(again.host, parts.host);
     EXPECT_EQ(again.port, 8443);
 }

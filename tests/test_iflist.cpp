@@ -31,9 +31,9 @@ PairTexts Texts(const std::vector<AddrPair>& pairs)
     return out;
 }
 
-zyos::AdapterUnicast Unicast(const char* text, unsigned int prefix)
+zy::os::AdapterUnicast Unicast(const char* text, unsigned int prefix)
 {
-    zyos::AdapterUnicast unicast;
+    zy::os::AdapterUnicast unicast;
     std::memset(&unicast, 0, sizeof(unicast));
     ZYNET_str2ip(text, &unicast.address);
     unicast.prefixLength = prefix;
@@ -43,12 +43,12 @@ zyos::AdapterUnicast Unicast(const char* text, unsigned int prefix)
 using zytest::LogCapture;
 
 // A table whose answers the test chooses; it records the families asked.
-struct ScriptedTable : zyos::AdapterTable
+struct ScriptedTable : zy::os::AdapterTable
 {
-    uint32_t sizeResult = zyos::ADAPTERS_BUFFER_OVERFLOW;
+    uint32_t sizeResult = zy::os::ADAPTERS_BUFFER_OVERFLOW;
     bool allocateOk = true;
-    uint32_t fillResult = zyos::ADAPTERS_OK;
-    std::vector<zyos::AdapterInfo> table, filled;
+    uint32_t fillResult = zy::os::ADAPTERS_OK;
+    std::vector<zy::os::AdapterInfo> table, filled;
     std::vector<int> families;
     uint32_t allocated = 0;
     bool released = false;
@@ -67,16 +67,16 @@ struct ScriptedTable : zyos::AdapterTable
     uint32_t Fill(int family) override
     {
         families.push_back(family);
-        if (fillResult == zyos::ADAPTERS_OK)
+        if (fillResult == zy::os::ADAPTERS_OK)
             filled = table;
         return fillResult;
     }
     void Release() override { released = true; }
-    const std::vector<zyos::AdapterInfo>& Adapters() const override { return filled; }
+    const std::vector<zy::os::AdapterInfo>& Adapters() const override { return filled; }
     void Add(const char* name, uint32_t type, uint32_t status, std::vector<uint8_t> hardware,
-             std::vector<zyos::AdapterUnicast> unicast)
+             std::vector<zy::os::AdapterUnicast> unicast)
     {
-        table.push_back(zyos::AdapterInfo{name, type, status, std::move(hardware), std::move(unicast)});
+        table.push_back(zy::os::AdapterInfo{name, type, status, std::move(hardware), std::move(unicast)});
     }
 };
 }  // namespace
@@ -88,28 +88,28 @@ TEST(IFListRules, PairsGiveNetworkAddressAndTheIPv6Group)
     const char* networks[] = {"10.1.16.0", "10.1.31.200", "128.0.0.0"};
     for (size_t i = 0; i < 3; ++i)
     {
-        ASSERT_TRUE(zyiflist::MakeInterfacePair(Unicast(v4[i].first, v4[i].second), pair));
+        ASSERT_TRUE(zy::iflist::MakeInterfacePair(Unicast(v4[i].first, v4[i].second), pair));
         EXPECT_EQ(Text(pair.first), v4[i].first);
         EXPECT_EQ(Text(pair.second), networks[i]);  // the network, not the mask
     }
     for (unsigned int prefix : {0u, 33u})  // no usable prefix: a default-built address
     {
-        ASSERT_TRUE(zyiflist::MakeInterfacePair(Unicast("10.1.2.3", prefix), pair));
+        ASSERT_TRUE(zy::iflist::MakeInterfacePair(Unicast("10.1.2.3", prefix), pair));
         ZYNET_SockAddr cleared;
         std::memset(&cleared, 0, sizeof(cleared));
         cleared.family = static_cast<uint16_t>(CZyIPAddr::GetPreferredFamily());
         EXPECT_EQ(std::memcmp(pair.second.SockAddrPtr(), &cleared, sizeof(cleared)), 0) << prefix;
     }
     // IPv6: an IPv4 record with the fourth 16-bit group and two zero bytes.
-    zyos::AdapterUnicast v6 = Unicast("fd00:0:0:1234:5678::7", 64);
+    zy::os::AdapterUnicast v6 = Unicast("fd00:0:0:1234:5678::7", 64);
     v6.address.in6.port = 0x5000;
-    ASSERT_TRUE(zyiflist::MakeInterfacePair(v6, pair));
+    ASSERT_TRUE(zy::iflist::MakeInterfacePair(v6, pair));
     EXPECT_EQ(pair.first.GetAddressFamily(), CZyIPAddr::IP_FAMILY_IPV6);
     EXPECT_EQ(Text(pair.second), "18.52.0.0");
     EXPECT_EQ(pair.second.GetPortNumber(), 0);
     v6.address.family = 17;
-    EXPECT_FALSE(zyiflist::MakeInterfacePair(v6, pair));
-    EXPECT_EQ(zyiflist::FormatHardwareAddress({0x00, 0x1a, 0x2b, 0x3c, 0x4d, 0xEE}), "00:1a:2b:3c:4d:ee");
+    EXPECT_FALSE(zy::iflist::MakeInterfacePair(v6, pair));
+    EXPECT_EQ(zy::iflist::FormatHardwareAddress({0x00, 0x1a, 0x2b, 0x3c, 0x4d, 0xEE}), "00:1a:2b:3c:4d:ee");
 }
 
 TEST(IFListProtocol, EachFailingCallGivesItsCode)
@@ -118,7 +118,7 @@ TEST(IFListProtocol, EachFailingCallGivesItsCode)
     std::vector<AddrPair> pairs;
     ScriptedTable unexpected;
     unexpected.sizeResult = 87;
-    CZyError err = zyiflist::CollectInterfacePairs(unexpected, pairs, CZyIPAddr::IP_FAMILY_IPV4);
+    CZyError err = zy::iflist::CollectInterfacePairs(unexpected, pairs, CZyIPAddr::IP_FAMILY_IPV4);
     EXPECT_TRUE(err.Is(87));
     EXPECT_EQ(err.GetErrorKind(), EErrorKind::Win32);
     EXPECT_EQ(err.GetErrorMessage(), "Can't figure out buffer space for adapter addresses.");
@@ -127,7 +127,7 @@ TEST(IFListProtocol, EachFailingCallGivesItsCode)
 
     ScriptedTable noMemory;
     noMemory.allocateOk = false;
-    err = zyiflist::CollectInterfacePairs(noMemory, pairs, 0);
+    err = zy::iflist::CollectInterfacePairs(noMemory, pairs, 0);
     EXPECT_TRUE(err.Is(8));
     EXPECT_EQ(err.GetErrorMessage(), "Error allocating memory for pAdapterAddBuff");
     EXPECT_EQ(noMemory.allocated, 2048u);
@@ -135,7 +135,7 @@ TEST(IFListProtocol, EachFailingCallGivesItsCode)
     ScriptedTable fillFails;
     fillFails.fillResult = 111;  // the table grew between the calls
     std::vector<std::string> macs{"kept"};
-    err = zyiflist::CollectHardwareAddresses(fillFails, macs, 0);
+    err = zy::iflist::CollectHardwareAddresses(fillFails, macs, 0);
     EXPECT_TRUE(err.Is(111));
     EXPECT_EQ(err.GetErrorMessage(), "Error fetching adapter addresses");
     EXPECT_STREQ(err.GetItems()[0]->Location().Function(), "CZyIPAddr::GetMACList");
@@ -145,9 +145,9 @@ TEST(IFListProtocol, EachFailingCallGivesItsCode)
     ScriptedTable empty;
     empty.sizeResult = 232;
     pairs.resize(1);
-    EXPECT_FALSE(zyiflist::CollectInterfacePairs(empty, pairs, 23).IsError());
+    EXPECT_FALSE(zy::iflist::CollectInterfacePairs(empty, pairs, 23).IsError());
     EXPECT_TRUE(pairs.empty());
-    EXPECT_FALSE(zyiflist::CollectHardwareAddresses(empty, macs, 23).IsError());
+    EXPECT_FALSE(zy::iflist::CollectHardwareAddresses(empty, macs, 23).IsError());
     EXPECT_EQ(macs, std::vector<std::string>{"kept"});
 }
 
@@ -155,18 +155,18 @@ TEST(IFListProtocol, UsesUpAdaptersAndLoopbackInTableOrder)
 {
     LogCapture log;
     ScriptedTable t;
-    zyos::AdapterUnicast odd = Unicast("10.9.9.9", 8);
+    zy::os::AdapterUnicast odd = Unicast("10.9.9.9", 8);
     odd.address.family = 17;
     const std::vector<uint8_t> mac{0x02, 0, 0, 0xaa, 0xbb, 0xcc};
-    t.Add("eth0", zyos::ADAPTER_TYPE_ETHERNET, zyos::ADAPTER_OPER_UP, mac,
+    t.Add("eth0", zy::os::ADAPTER_TYPE_ETHERNET, zy::os::ADAPTER_OPER_UP, mac,
           {Unicast("192.168.10.7", 24), odd, Unicast("fd00::1234:0:0:7", 64)});
-    t.Add("eth1", zyos::ADAPTER_TYPE_ETHERNET, zyos::ADAPTER_OPER_DOWN, {2, 0, 0, 0xdd, 0xee, 0xff},
+    t.Add("eth1", zy::os::ADAPTER_TYPE_ETHERNET, zy::os::ADAPTER_OPER_DOWN, {2, 0, 0, 0xdd, 0xee, 0xff},
           {Unicast("192.168.20.9", 24)});
-    t.Add("lo", zyos::ADAPTER_TYPE_SOFTWARE_LOOPBACK, zyos::ADAPTER_OPER_DOWN, {}, {Unicast("127.0.0.1", 8)});
-    t.Add("eth2", zyos::ADAPTER_TYPE_ETHERNET, zyos::ADAPTER_OPER_UP, mac, {});
+    t.Add("lo", zy::os::ADAPTER_TYPE_SOFTWARE_LOOPBACK, zy::os::ADAPTER_OPER_DOWN, {}, {Unicast("127.0.0.1", 8)});
+    t.Add("eth2", zy::os::ADAPTER_TYPE_ETHERNET, zy::os::ADAPTER_OPER_UP, mac, {});
 
     std::vector<AddrPair> pairs(3);  // emptied first
-    ASSERT_FALSE(zyiflist::CollectInterfacePairs(t, pairs, 0).IsError());
+    ASSERT_FALSE(zy::iflist::CollectInterfacePairs(t, pairs, 0).IsError());
     ASSERT_EQ(pairs.size(), 3u);
     EXPECT_EQ(Text(pairs[0].first) + " " + Text(pairs[0].second), "192.168.10.7 192.168.10.0");
     EXPECT_EQ(Text(pairs[1].first) + " " + Text(pairs[1].second), "fd00::1234:0:0:7 0.0.0.0");
@@ -180,7 +180,7 @@ TEST(IFListProtocol, UsesUpAdaptersAndLoopbackInTableOrder)
     ScriptedTable again;
     again.table = t.table;
     std::vector<std::string> macs{"first"};
-    ASSERT_FALSE(zyiflist::CollectHardwareAddresses(again, macs, CZyIPAddr::IP_FAMILY_IPV6).IsError());
+    ASSERT_FALSE(zy::iflist::CollectHardwareAddresses(again, macs, CZyIPAddr::IP_FAMILY_IPV6).IsError());
     EXPECT_EQ(macs, (std::vector<std::string>{"first", "02:00:00:aa:bb:cc", "02:00:00:aa:bb:cc"}));
     EXPECT_EQ(again.families, (std::vector<int>{23, 0}));
 }

@@ -92,7 +92,7 @@ TEST(CZyIPAddr, ResolvesLocalhostAndReportsResolverFailures)
     CZyIPAddr keep = Parse("192.0.2.9");
     CZyError err = CZyIPAddr::GetByName("127.0.0.1", keep, CZyIPAddr::IP_FAMILY_IPV6);
     ASSERT_TRUE(err.IsError());
-    EXPECT_EQ(err.GetErrorCode(), zyos::LastError());
+    EXPECT_EQ(err.GetErrorCode(), zy::os::LastError());
     EXPECT_STREQ(Outermost(err), "CZyIPAddr::GetByName");
     EXPECT_EQ(Text(keep), "192.0.2.9");
     EXPECT_EQ(CZyIPAddr::GetByName(nullptr, out, kAny).GetErrorMessage(), "Null parameter passed");

@@ -15,18 +15,18 @@
 #include "support/TestEnv.h"
 
 using RkCURL::FileDirInfo;
-using zylisting::Entry;
+using zy::listing::Entry;
 
 namespace
 {
 // 2026-11-23 12:00:00 UTC
-const int64_t kNow = zylisting::SecondsFromCivil(2026, 11, 23, 12, 0, 0);
+const int64_t kNow = zy::listing::SecondsFromCivil(2026, 11, 23, 12, 0, 0);
 
-std::vector<Entry> List(const std::string& text, zylisting::Counts* countsOut = nullptr)
+std::vector<Entry> List(const std::string& text, zy::listing::Counts* countsOut = nullptr)
 {
     std::vector<Entry> entries;
-    zylisting::Counts counts;
-    zylisting::ParseList(text.data(), text.size(), kNow, entries, counts);
+    zy::listing::Counts counts;
+    zy::listing::ParseList(text.data(), text.size(), kNow, entries, counts);
     if (countsOut)
         *countsOut = counts;
     return entries;
@@ -52,26 +52,26 @@ TEST(Listing, UnixLines)
     struct Case { const char* line; const char* name; bool directory; uint64_t size; int64_t modified; const char* target; };
     const Case cases[] = {
         {"-rw-r--r--   1 user     group        1234 Nov 20 09:15 report.txt", "report.txt", false, 1234,
-         zylisting::SecondsFromCivil(2026, 11, 20, 9, 15, 0), ""},
+         zy::listing::SecondsFromCivil(2026, 11, 20, 9, 15, 0), ""},
         // a recent date later in the year than now belongs to last year
         {"-rw-r--r--   1 user     group          10 Dec 24 18:00 old.txt", "old.txt", false, 10,
-         zylisting::SecondsFromCivil(2025, 12, 24, 18, 0, 0), ""},
+         zy::listing::SecondsFromCivil(2025, 12, 24, 18, 0, 0), ""},
         {"drwxr-xr-x   2 user     group        4096 Jan  5  2019 with  two spaces ", "with  two spaces ", true, 4096,
-         zylisting::SecondsFromCivil(2019, 1, 5, 0, 0, 0), ""},
+         zy::listing::SecondsFromCivil(2019, 1, 5, 0, 0, 0), ""},
         {"lrwxrwxrwx   1 user     group           7 Mar  1 10:00 latest -> v1.2.3", "latest", false, 7,
-         zylisting::SecondsFromCivil(2026, 3, 1, 10, 0, 0), "v1.2.3"},
+         zy::listing::SecondsFromCivil(2026, 3, 1, 10, 0, 0), "v1.2.3"},
         // no group column, an ACL mark, a large size and UTF-8 in the name
         {"-rw-r--r--+ 1 owner 107374182400 Feb 29  2024 Größe.bin", "Größe.bin", false, 107374182400ULL,
-         zylisting::SecondsFromCivil(2024, 2, 29, 0, 0, 0), ""},
+         zy::listing::SecondsFromCivil(2024, 2, 29, 0, 0, 0), ""},
         // an owner that looks like a month
         {"-rw-------   1 jan      may             0 Jun 30 23:59 empty", "empty", false, 0,
-         zylisting::SecondsFromCivil(2026, 6, 30, 23, 59, 0), ""},
+         zy::listing::SecondsFromCivil(2026, 6, 30, 23, 59, 0), ""},
     };
     for (const Case& c : cases)
     {
         SCOPED_TRACE(c.line);
         Entry entry;
-        ASSERT_TRUE(zylisting::ParseUnixLine(c.line, strlen(c.line), kNow, entry));
+        ASSERT_TRUE(zy::listing::ParseUnixLine(c.line, strlen(c.line), kNow, entry));
         EXPECT_TRUE(entry.name == c.name && entry.isDirectory == c.directory && entry.isLink == (c.line[0] == 'l'));
         EXPECT_TRUE(entry.hasSize && entry.size == c.size && entry.hasTime && entry.modified == c.modified);
         EXPECT_EQ(entry.linkTarget, c.target);
@@ -94,7 +94,7 @@ TEST(Listing, MixedListingSkipsAndCountsOddLines)
         "-rw-r--r--   1 u g    5 Nov  1 10:00 \r\n"
         "10-10-10  10:10PM       <DIR>          win dir\n"
         "-rw-r--r--   1 u g    6 Nov  1 10:00 last";  // no final line end
-    zylisting::Counts counts;
+    zy::listing::Counts counts;
     std::vector<Entry> entries = List(text, &counts);
     ASSERT_EQ(entries.size(), 3u);
     EXPECT_TRUE(entries[0].name == "a b" && entries[1].name == "win dir" && entries[2].name == "last");
@@ -113,12 +113,12 @@ TEST(Listing, MlsdFacts)
         "size=1; no-type\r\n"
         "garbage\r\n";
     std::vector<Entry> entries;
-    zylisting::Counts counts;
-    zylisting::ParseMlsd(text.data(), text.size(), entries, counts);
+    zy::listing::Counts counts;
+    zy::listing::ParseMlsd(text.data(), text.size(), entries, counts);
     ASSERT_EQ(entries.size(), 3u);
     EXPECT_EQ(entries[0].name, "name with ; semicolon");
     EXPECT_TRUE(entries[0].size == 42u && entries[0].permissions == "0644");
-    EXPECT_EQ(entries[0].modified, zylisting::SecondsFromCivil(2024, 2, 29, 23, 59, 58));
+    EXPECT_EQ(entries[0].modified, zy::listing::SecondsFromCivil(2024, 2, 29, 23, 59, 58));
     EXPECT_TRUE(entries[1].isDirectory && !entries[1].hasSize && entries[2].isLink);
     EXPECT_EQ(counts.skipped, 2u);
 }
@@ -134,9 +134,9 @@ TEST(Listing, EveryPrefixStaysInBounds)
     {
         std::vector<char> copy(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(n));
         std::vector<Entry> entries;
-        zylisting::Counts counts;
-        zylisting::ParseList(copy.data(), copy.size(), kNow, entries, counts);
-        zylisting::ParseMlsd(copy.data(), copy.size(), entries, counts);
+        zy::listing::Counts counts;
+        zy::listing::ParseList(copy.data(), copy.size(), kNow, entries, counts);
+        zy::listing::ParseMlsd(copy.data(), copy.size(), entries, counts);
     }
 }
 
@@ -191,7 +191,7 @@ TEST(ListingParser, SavedServerPages)
         EXPECT_TRUE(entry.isDirectory == c.directory && entry.size == c.size && entry.sizeExact == c.exact);
         EXPECT_EQ(std::string("/list/") + c.name, entry.fullPath);
         EXPECT_EQ(c.time, entry.modificationText);
-        EXPECT_EQ(zylisting::SecondsFromCivil(2026, c.month, c.day, c.hour, c.minute, c.second),
+        EXPECT_EQ(zy::listing::SecondsFromCivil(2026, c.month, c.day, c.hour, c.minute, c.second),
                   entry.modificationTime);
     }
 }
@@ -252,7 +252,7 @@ TEST(ListingParser, CutPagesNeverReadPastTheirEnd)
 // WinINet client's links (single ASCII bytes only).
 TEST(ListingHtml, OneEntityDecoderTwoReferenceSets)
 {
-    using zylisting::EntitySet;
+    using zy::listing::EntitySet;
     struct Case { const char* in; const char* page; const char* ascii; };
     const Case cases[] = {
         {"a&amp;b&lt;&gt;&quot;&apos;", "a&b<>\"'", "a&b<>\"'"},
@@ -264,8 +264,8 @@ TEST(ListingHtml, OneEntityDecoderTwoReferenceSets)
     };
     for (const Case& c : cases)
     {
-        EXPECT_EQ(c.page, zylisting::DecodeEntities(c.in, EntitySet::kListingPage)) << c.in;
-        EXPECT_EQ(c.ascii, zylisting::DecodeEntities(c.in, EntitySet::kAsciiOnly)) << c.in;
+        EXPECT_EQ(c.page, zy::listing::DecodeEntities(c.in, EntitySet::kListingPage)) << c.in;
+        EXPECT_EQ(c.ascii, zy::listing::DecodeEntities(c.in, EntitySet::kAsciiOnly)) << c.in;
     }
 }
 
@@ -275,22 +275,22 @@ TEST(ListingText, CivilDatesAndUrlPieces)
     {
         int64_t year = 0;
         unsigned month = 0, day = 0;
-        zylisting::CivilFromDays(days, year, month, day);
-        EXPECT_EQ(days, zylisting::DaysFromCivil(year, month, day)) << days;
+        zy::listing::CivilFromDays(days, year, month, day);
+        EXPECT_EQ(days, zy::listing::DaysFromCivil(year, month, day)) << days;
     }
-    EXPECT_EQ("2024-02-29 23:59", zylisting::TimeText(zylisting::SecondsFromCivil(2024, 2, 29, 23, 59, 58)));
-    EXPECT_EQ("1969-12-31 23:59", zylisting::TimeText(-1));
+    EXPECT_EQ("2024-02-29 23:59", zy::listing::TimeText(zy::listing::SecondsFromCivil(2024, 2, 29, 23, 59, 58)));
+    EXPECT_EQ("1969-12-31 23:59", zy::listing::TimeText(-1));
 
-    const zyurl::UrlSplit split = zyurl::SplitUrl("http://h:1/p?q");
+    const zy::url::UrlSplit split = zy::url::SplitUrl("http://h:1/p?q");
     EXPECT_TRUE(split.hasScheme && split.authority == 7 && split.path == 10);
-    const zyurl::UrlSplit bare = zyurl::SplitUrl("host?x");
+    const zy::url::UrlSplit bare = zy::url::SplitUrl("host?x");
     EXPECT_TRUE(!bare.hasScheme && bare.authority == 0 && bare.path == 6);
-    EXPECT_EQ("http://[::1]:8080/x", zyurl::WithPort("http://[::1]/x", 8080));
-    EXPECT_EQ("ftp://h:21/x", zyurl::WithPort("ftp://h:21/x", 99));
-    EXPECT_EQ("ftp://h:99", zyurl::WithPort("ftp://h", 99));
-    EXPECT_EQ("[::1]", zyurl::JoinHostPort("::1", 0));
-    EXPECT_EQ("h:8443", zyurl::JoinHostPort("h", 8443));
-    EXPECT_EQ("a b%zz%4\xC3\xA9 100%", zyurl::PercentDecode("a%20b%zz%4%c3%A9 100%"));
+    EXPECT_EQ("http://[::1]:8080/x", zy::url::WithPort("http://[::1]/x", 8080));
+    EXPECT_EQ("ftp://h:21/x", zy::url::WithPort("ftp://h:21/x", 99));
+    EXPECT_EQ("ftp://h:99", zy::url::WithPort("ftp://h", 99));
+    EXPECT_EQ("[::1]", zy::url::JoinHostPort("::1", 0));
+    EXPECT_EQ("h:8443", zy::url::JoinHostPort("h", 8443));
+    EXPECT_EQ("a b%zz%4\xC3\xA9 100%", zy::url::PercentDecode("a%20b%zz%4%c3%A9 100%"));
 
     // What a trace may show of a request's secrets.
     const std::pair<const char*, const char*> kMasked[] = {
@@ -303,7 +303,7 @@ TEST(ListingText, CivilDatesAndUrlPieces)
         {"Passive mode: PASSWORD-free", "Passive mode: PASSWORD-free"},
     };
     for (const auto& row : kMasked)
-        EXPECT_EQ(row.second, zyurl::MaskSecrets(row.first)) << row.first;
+        EXPECT_EQ(row.second, zy::url::MaskSecrets(row.first)) << row.first;
 }
 
 // A Windows-style server's LIST output with odd lines, as the class's entries.

@@ -36,19 +36,19 @@ TEST(OsApi, ErrorAndFamilyTranslation)
                              {EBADF, 10038},        {ENOMEM, 8},        {EINPROGRESS, 10036}, {ECONNRESET, 10054},
                              {EPIPE, 10058},        {0, 0},             {ENOENT, ENOENT}};
     for (const auto& e : errnos)
-        EXPECT_EQ(zyos::TranslateErrno(e[0]), e[1]) << "errno " << e[0];
+        EXPECT_EQ(zy::os::TranslateErrno(e[0]), e[1]) << "errno " << e[0];
     const int resolver[][2] = {{EAI_NONAME, 11001}, {EAI_AGAIN, 11002},   {EAI_NODATA, 11004},
                                {EAI_FAMILY, 10047}, {EAI_OVERFLOW, 10014}, {0, 0}};
     for (const auto& e : resolver)
-        EXPECT_EQ(zyos::TranslateResolverError(e[0]), e[1]) << "resolver code " << e[0];
+        EXPECT_EQ(zy::os::TranslateResolverError(e[0]), e[1]) << "resolver code " << e[0];
     errno = ECONNRESET;
-    EXPECT_EQ(zyos::TranslateResolverError(EAI_SYSTEM), 10054);
+    EXPECT_EQ(zy::os::TranslateResolverError(EAI_SYSTEM), 10054);
 #endif
-    EXPECT_EQ(zyos::TranslateErrno(10061), 10061);  // portable codes are never translated again
-    EXPECT_EQ(zyos::TranslateResolverError(11001), 11001);
+    EXPECT_EQ(zy::os::TranslateErrno(10061), 10061);  // portable codes are never translated again
+    EXPECT_EQ(zy::os::TranslateResolverError(11001), 11001);
     for (int family : {0, 1, 2, 23})
-        EXPECT_EQ(zyos::FamilyFromOs(zyos::FamilyToOs(family)), family);
-    EXPECT_EQ(zyos::FamilyToOs(ZYNET_AF_INET6) == 23, zytest::IsWindowsTarget());
+        EXPECT_EQ(zy::os::FamilyFromOs(zy::os::FamilyToOs(family)), family);
+    EXPECT_EQ(zy::os::FamilyToOs(ZYNET_AF_INET6) == 23, zytest::IsWindowsTarget());
 }
 
 TEST(OsApi, FailuresReportPortableCodes)
@@ -60,37 +60,37 @@ TEST(OsApi, FailuresReportPortableCodes)
         ASSERT_EQ(ZYNET_getsockname(pair.server, &closed), 0);
     }
     ZYNET_SOCKET s = ZYNET_INVALID_SOCKET;
-    ASSERT_EQ(zyos::Socket(ZYNET_AF_INET, 1, 0, &s), 0);
-    EXPECT_EQ(zyos::Connect(s, &closed, 16), 10061);
-    EXPECT_EQ(zyos::LastError(), 10061);
-    EXPECT_EQ(zyos::Close(s), 0);
+    ASSERT_EQ(zy::os::Socket(ZYNET_AF_INET, 1, 0, &s), 0);
+    EXPECT_EQ(zy::os::Connect(s, &closed, 16), 10061);
+    EXPECT_EQ(zy::os::LastError(), 10061);
+    EXPECT_EQ(zy::os::Close(s), 0);
 
     // A closed handle is "not a socket", and SocketFamily says -1.
     int transferred = 0;
-    EXPECT_EQ(zyos::Send(s, "x", 1, 0, &transferred), 10038);
-    EXPECT_EQ(zyos::SocketFamily(s), -1);
-    EXPECT_EQ(zyos::LastError(), 10038);
-    EXPECT_EQ(zyos::Socket(99, 1, 0, &s), 10047);
+    EXPECT_EQ(zy::os::Send(s, "x", 1, 0, &transferred), 10038);
+    EXPECT_EQ(zy::os::SocketFamily(s), -1);
+    EXPECT_EQ(zy::os::LastError(), 10038);
+    EXPECT_EQ(zy::os::Socket(99, 1, 0, &s), 10047);
     EXPECT_EQ(s, ZYNET_INVALID_SOCKET);
 
     // A non-blocking connect under way is "would block" on both targets, and
     // its failure shows in the exception set.
-    ASSERT_EQ(zyos::Socket(ZYNET_AF_INET, 1, 0, &s), 0);
-    ASSERT_EQ(zyos::SetNonBlocking(s, true), 0);
-    int rc = zyos::Connect(s, &closed, 16);
+    ASSERT_EQ(zy::os::Socket(ZYNET_AF_INET, 1, 0, &s), 0);
+    ASSERT_EQ(zy::os::SetNonBlocking(s, true), 0);
+    int rc = zy::os::Connect(s, &closed, 16);
     if (rc == 10035)
     {
-        zyos::PollEntry entry = {s, zyos::POLL_EXCEPT, 0};
+        zy::os::PollEntry entry = {s, zy::os::POLL_EXCEPT, 0};
         int ready = 0;
-        ASSERT_EQ(zyos::Poll(&entry, 1, 5000, &ready), 0);
+        ASSERT_EQ(zy::os::Poll(&entry, 1, 5000, &ready), 0);
         EXPECT_EQ(ready, 1);
-        EXPECT_EQ(entry.revents, zyos::POLL_EXCEPT);
+        EXPECT_EQ(entry.revents, zy::os::POLL_EXCEPT);
     }
     else
     {
         EXPECT_EQ(rc, 10061);  // refused at once
     }
-    zyos::Close(s);
+    zy::os::Close(s);
 }
 
 TEST(OsApi, PollReportsReadinessTimeoutsAndBadHandles)
@@ -99,28 +99,28 @@ TEST(OsApi, PollReportsReadinessTimeoutsAndBadHandles)
     ASSERT_TRUE(c.Ok());
 
     // Nothing to read yet, but writable.
-    zyos::PollEntry entries[2] = {{c.server, zyos::POLL_READ, 0}, {c.client, zyos::POLL_WRITE | zyos::POLL_EXCEPT, 0}};
+    zy::os::PollEntry entries[2] = {{c.server, zy::os::POLL_READ, 0}, {c.client, zy::os::POLL_WRITE | zy::os::POLL_EXCEPT, 0}};
     int ready = -1;
-    ASSERT_EQ(zyos::Poll(entries, 2, 0, &ready), 0);
+    ASSERT_EQ(zy::os::Poll(entries, 2, 0, &ready), 0);
     EXPECT_EQ(ready, 1);
     EXPECT_EQ(entries[0].revents, 0);
-    EXPECT_EQ(entries[1].revents, zyos::POLL_WRITE);
+    EXPECT_EQ(entries[1].revents, zy::os::POLL_WRITE);
 
     // A peer that shut down makes the socket readable.
-    ASSERT_EQ(zyos::Shutdown(c.client, 1), 0);
-    zyos::PollEntry closed = {c.server, zyos::POLL_READ, 0};
-    ASSERT_EQ(zyos::Poll(&closed, 1, 5000, &ready), 0);
-    EXPECT_EQ(closed.revents, zyos::POLL_READ);
+    ASSERT_EQ(zy::os::Shutdown(c.client, 1), 0);
+    zy::os::PollEntry closed = {c.server, zy::os::POLL_READ, 0};
+    ASSERT_EQ(zy::os::Poll(&closed, 1, 5000, &ready), 0);
+    EXPECT_EQ(closed.revents, zy::os::POLL_READ);
 
     // Handles that are no socket are flagged, without waiting.
     ZYNET_SOCKET gone = ZYNET_INVALID_SOCKET;
-    ASSERT_EQ(zyos::Socket(ZYNET_AF_INET, 1, 0, &gone), 0);
-    zyos::Close(gone);
-    zyos::PollEntry bad[3] = {
-        {ZYNET_INVALID_SOCKET, zyos::POLL_READ, 0}, {c.client, zyos::POLL_WRITE, 0}, {gone, zyos::POLL_READ, 0}};
-    ASSERT_EQ(zyos::Poll(bad, 3, 5000, &ready), 0);
-    EXPECT_EQ(bad[0].revents, zyos::POLL_INVALID);
-    EXPECT_EQ(bad[2].revents, zyos::POLL_INVALID);
+    ASSERT_EQ(zy::os::Socket(ZYNET_AF_INET, 1, 0, &gone), 0);
+    zy::os::Close(gone);
+    zy::os::PollEntry bad[3] = {
+        {ZYNET_INVALID_SOCKET, zy::os::POLL_READ, 0}, {c.client, zy::os::POLL_WRITE, 0}, {gone, zy::os::POLL_READ, 0}};
+    ASSERT_EQ(zy::os::Poll(bad, 3, 5000, &ready), 0);
+    EXPECT_EQ(bad[0].revents, zy::os::POLL_INVALID);
+    EXPECT_EQ(bad[2].revents, zy::os::POLL_INVALID);
     EXPECT_GE(ready, 2);
 }
 
@@ -139,9 +139,9 @@ TEST(OsApi, LinuxKeepAliveIsInSecondsWithinLinuxRange)
     EXPECT_NE(option(SOL_SOCKET, SO_KEEPALIVE), 0);
     EXPECT_EQ(option(IPPROTO_TCP, TCP_KEEPINTVL), 7);
     // Zero (accepted by Windows) is raised to Linux's minimum of one second.
-    ASSERT_EQ(zyos::SetKeepAlive(c.client, 0, 0), 0);
+    ASSERT_EQ(zy::os::SetKeepAlive(c.client, 0, 0), 0);
     EXPECT_EQ(option(IPPROTO_TCP, TCP_KEEPIDLE), 1);
-    EXPECT_EQ(zyos::SetIpTtl(c.client, 17), 0);
+    EXPECT_EQ(zy::os::SetIpTtl(c.client, 17), 0);
     EXPECT_EQ(option(IPPROTO_IP, IP_TTL), 17);
 }
 #endif
@@ -152,23 +152,23 @@ TEST(OsApi, ResolverGivesPortableRecords)
     // one too short for its family is refused.
     ZYNET_SockAddr v6 = LoopbackRecord(ZYNET_AF_INET6);
     char host[64];
-    EXPECT_EQ(zyos::GetNameInfo(&v6, 112, host, sizeof(host), zyos::NI_FLAG_NUMERICHOST), 0);
+    EXPECT_EQ(zy::os::GetNameInfo(&v6, 112, host, sizeof(host), zy::os::NI_FLAG_NUMERICHOST), 0);
     EXPECT_STREQ(host, "::1");
-    EXPECT_NE(zyos::GetNameInfo(&v6, 16, host, sizeof(host), zyos::NI_FLAG_NUMERICHOST), 0);
+    EXPECT_NE(zy::os::GetNameInfo(&v6, 16, host, sizeof(host), zy::os::NI_FLAG_NUMERICHOST), 0);
 
     // Names under "invalid" never reach a name server (the look-up itself is
     // checked through ZYNET_name2ip).
     for (const char* name : {"INVALID", "a.b.Invalid."})
-        EXPECT_TRUE(zyos::IsReservedInvalidName(name)) << name;
+        EXPECT_TRUE(zy::os::IsReservedInvalidName(name)) << name;
     for (const char* name : {"notinvalid", "invalid.example", ""})
-        EXPECT_FALSE(zyos::IsReservedInvalidName(name)) << name;
-    EXPECT_FALSE(zyos::IsReservedInvalidName(nullptr));
+        EXPECT_FALSE(zy::os::IsReservedInvalidName(name)) << name;
+    EXPECT_FALSE(zy::os::IsReservedInvalidName(nullptr));
 }
 
 #if defined(_WIN32)
 TEST(OsApi, WindowsResolverSubstitutesAreIPv4Only)
 {
-    using namespace zyos::win;
+    using namespace zy::os::win;
     // Wine and every supported Windows have the native resolver.
     EXPECT_FALSE(Resolver().substitutes);
 

@@ -192,7 +192,7 @@ private:
             if (icmp[0] != 8)
                 continue;  // only echo requests are answered (our own replies come by too)
 
-            SeenRequest seen = {icmp[0], icmp[1], 0, 0, size, zyicmp::Checksum(icmp, size) == 0};
+            SeenRequest seen = {icmp[0], icmp[1], 0, 0, size, zy::icmp::Checksum(icmp, size) == 0};
             memcpy(&seen.identifier, icmp + 4, 2);
             memcpy(&seen.sequence, icmp + 6, 2);
             m_seen.push_back(seen);
@@ -215,7 +215,7 @@ private:
                 memcpy(icmp + 6, &sequence, 2);
             }
             icmp[2] = icmp[3] = 0;
-            uint16_t sum = zyicmp::Checksum(icmp, replySize);
+            uint16_t sum = zy::icmp::Checksum(icmp, replySize);
             if (answer == EchoAnswer::BadChecksum)
                 sum ^= 0x1234;
             memcpy(icmp + 2, &sum, 2);
@@ -278,9 +278,9 @@ TEST(Ping, ReplyParsingStaysWithinTheBytesReceived)
     // RFC 1071's example; an odd length counts as padded with a zero byte.
     const unsigned char sample[] = {0x00, 0x01, 0xf2, 0x03, 0xf4, 0xf5, 0xf6, 0xf7};
     const unsigned char padded[] = {0x00, 0x01, 0xf2, 0x03, 0xf4, 0xf5, 0xf6, 0x00};
-    uint16_t sum = zyicmp::Checksum(sample, 8);
+    uint16_t sum = zy::icmp::Checksum(sample, 8);
     EXPECT_EQ(memcmp(&sum, "\x22\x0d", 2), 0);
-    EXPECT_EQ(zyicmp::Checksum(sample, 7), zyicmp::Checksum(padded, 8));
+    EXPECT_EQ(zy::icmp::Checksum(sample, 7), zy::icmp::Checksum(padded, 8));
 
     // An ICMP message of 32 bytes like our request, `cut` bytes shorter, its
     // checksum (test-side) spoilt by `sumXor`.
@@ -291,7 +291,7 @@ TEST(Ping, ReplyParsingStaysWithinTheBytesReceived)
         m[1] = m[2] = m[3] = 0;
         memcpy(&m[4], &ident, 2);
         memcpy(&m[6], &sequence, 2);
-        uint16_t s = zyicmp::Checksum(m.data(), m.size()) ^ sumXor;
+        uint16_t s = zy::icmp::Checksum(m.data(), m.size()) ^ sumXor;
         memcpy(&m[2], &s, 2);
         return m;
     };
@@ -305,15 +305,15 @@ TEST(Ping, ReplyParsingStaysWithinTheBytesReceived)
     const std::vector<unsigned char> request = icmp(8, id, seq);
     auto classify = [&](const std::vector<unsigned char>& bytes, bool ipHeader = true) {
         std::unique_ptr<unsigned char[]> exact = Exact(bytes);  // the sanitizers see any over-read
-        zyicmp::ReplyCheck check = {exact.get(), bytes.size(), ipHeader, request.data(), request.size(), id};
-        return zyicmp::ClassifyReply(check);
+        zy::icmp::ReplyCheck check = {exact.get(), bytes.size(), ipHeader, request.data(), request.size(), id};
+        return zy::icmp::ClassifyReply(check);
     };
 
-    zyicmp::ReplyVerdict good = classify(withIp(icmp(0, id, seq)));
+    zy::icmp::ReplyVerdict good = classify(withIp(icmp(0, id, seq)));
     EXPECT_EQ(good.status, PING_OK);
     EXPECT_EQ(good.ttl, 55u);
     EXPECT_FALSE(good.ownRequest);
-    zyicmp::ReplyVerdict own = classify(withIp(request, 5, 64));  // our request on its way in
+    zy::icmp::ReplyVerdict own = classify(withIp(request, 5, 64));  // our request on its way in
     EXPECT_TRUE(own.ownRequest);
 
     std::vector<unsigned char> full = withIp(icmp(0, id, seq));
@@ -338,7 +338,7 @@ TEST(Ping, ReplyParsingStaysWithinTheBytesReceived)
                  {tooSmall, PING_SHORT_REPLY, "header below 20 bytes"}};
     for (const auto& c : cases)
     {
-        zyicmp::ReplyVerdict verdict = classify(c.bytes);
+        zy::icmp::ReplyVerdict verdict = classify(c.bytes);
         EXPECT_EQ(verdict.status, c.status) << c.what;
         EXPECT_FALSE(verdict.ownRequest) << c.what;
     }
@@ -346,7 +346,7 @@ TEST(Ping, ReplyParsingStaysWithinTheBytesReceived)
         EXPECT_EQ(classify(std::vector<unsigned char>(full.begin(), full.begin() + n)).status, PING_SHORT_REPLY) << n;
 
     // Datagram sockets deliver the ICMP message alone.
-    zyicmp::ReplyVerdict bare = classify(icmp(0, id, seq), false);
+    zy::icmp::ReplyVerdict bare = classify(icmp(0, id, seq), false);
     EXPECT_EQ(bare.status, PING_OK);
     EXPECT_EQ(bare.ttl, 0u);
     EXPECT_EQ(classify(std::vector<unsigned char>(request.begin(), request.begin() + 7), false).status,

@@ -103,7 +103,7 @@ TEST(SockAddr, NumericConversionWritesOnlyTheFamilysBytes)
 {
     ZYNET_SockAddr v4 = Filled(0xAB);
     ASSERT_EQ(ZYNET_str2ip("10.20.30.40", &v4), 0);
-    EXPECT_EQ(zyos::LastError(), 0);
+    EXPECT_EQ(zy::os::LastError(), 0);
     EXPECT_EQ(v4.family, ZYNET_AF_INET);
     EXPECT_EQ(ZYNET_getport(&v4), 0u);
     const uint8_t want4[4] = {10, 20, 30, 40};
@@ -128,7 +128,7 @@ TEST(SockAddr, NumericConversionWritesOnlyTheFamilysBytes)
     EXPECT_STREQ(text, "10.20.30.40");
     // A buffer too small for the digits is refused on both targets.
     EXPECT_EQ(ZYNET_ip2str(&v4, text, 5), 10014);
-    EXPECT_EQ(zyos::LastError(), 10014);
+    EXPECT_EQ(zy::os::LastError(), 10014);
 
     // Failures: a name (numeric only, so never looked up, reserved or not).
     ZYNET_SockAddr kept = Filled(0x5C);
@@ -136,12 +136,12 @@ TEST(SockAddr, NumericConversionWritesOnlyTheFamilysBytes)
     for (const char* text : {"localhost", "10.20.30.40.50"})
     {
         EXPECT_EQ(ZYNET_str2ip(text, &kept), 11001) << text;
-        EXPECT_EQ(zyos::LastError(), 11001) << text;
+        EXPECT_EQ(zy::os::LastError(), 11001) << text;
         EXPECT_EQ(memcmp(&kept, &before, sizeof(kept)), 0) << text;
     }
     // The next success clears the stored error.
     ASSERT_EQ(ZYNET_str2ip("::1", &kept), 0);
-    EXPECT_EQ(zyos::LastError(), 0);
+    EXPECT_EQ(zy::os::LastError(), 0);
 }
 
 TEST(SockAddr, LookUpsGivePortableFamiliesAndCodes)
@@ -161,7 +161,7 @@ TEST(SockAddr, LookUpsGivePortableFamiliesAndCodes)
     // without asking any name server.
     host = {3, nullptr};
     EXPECT_EQ(ZYNET_name2ip("no-such-host.invalid", &host, 0), 11001);
-    EXPECT_EQ(zyos::LastError(), 11001);
+    EXPECT_EQ(zy::os::LastError(), 11001);
     EXPECT_EQ(host.count, 3);
     EXPECT_EQ(host.addrs, nullptr);
 
@@ -286,11 +286,11 @@ TEST(SockAddr, UnixSupportIsCachedAndCanBeSwitchedOff)
 {
     // Without a registry answer the test is a probe socket of family 1.
     ZYNET_SOCKET probe = ZYNET_INVALID_SOCKET;
-    const int probed = zyos::Socket(ZYNET_AF_UNIX, 1, 0, &probe) == 0 ? 1 : 0;
+    const int probed = zy::os::Socket(ZYNET_AF_UNIX, 1, 0, &probe) == 0 ? 1 : 0;
     if (probed)
-        zyos::Close(probe);
+        zy::os::Close(probe);
     unsigned long major = 0, build = 0, revision = 0;
-    const bool fromRegistry = zyos::ReadWindowsVersion(&major, &build, &revision);
+    const bool fromRegistry = zy::os::ReadWindowsVersion(&major, &build, &revision);
     const int expected = fromRegistry ? ZyUnixSupportFromVersion(major, build, revision) : probed;
     EXPECT_EQ(ZYNET_AreUnixSocketsSupported(), expected);
     EXPECT_TRUE(zytest::IsWindowsTarget() || (!fromRegistry && expected == 1)) << "no registry on Linux";
@@ -312,7 +312,7 @@ TEST(SockAddr, FamilyPreferenceKeepsTheFirstValue)
 
     // A different value is a programming error: logged (no debugger here),
     // and the first value stays.
-    ASSERT_FALSE(zyos::IsDebuggerAttached());
+    ASSERT_FALSE(zy::os::IsDebuggerAttached());
     ZYNET_SetFamilyPreference(ZYNET_AF_INET6);
     EXPECT_EQ(ZYNET_GetFamilyPreference(), ZYNET_AF_INET);
     EXPECT_EQ(log.lines.size(), 1u);

@@ -14,7 +14,7 @@
 
 #include "ZyNetwork/ZySocketTypes.h"
 
-namespace zyjournal
+namespace zy::journal
 {
 // Records a handle that has just been closed.
 void NoteClosed(ZYNET_SOCKET handle);
@@ -26,4 +26,4 @@ uint64_t Generation();
 // to generation `upTo` (a value Generation() returned); false when some of
 // them are no longer held, so that the caller must check everything.
 bool ClosedSince(uint64_t since, uint64_t upTo, std::vector<ZYNET_SOCKET>& out);
-}  // namespace zyjournal
+}  // namespace zy::journal

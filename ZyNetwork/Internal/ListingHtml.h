@@ -10,7 +10,7 @@
 
 #include "ZyNetwork/Internal/ListingParsers.h"
 
-namespace zylisting
+namespace zy::listing
 {
 // Which character references DecodeEntities resolves; anything else stays as
 // written.
@@ -65,4 +65,4 @@ struct ListingLink
 // lead up or to the page itself.
 ListingLink ClassifyListingLink(const std::string& link, const std::string& origin,
                                 const std::string& directoryPath);
-}  // namespace zylisting
+}  // namespace zy::listing

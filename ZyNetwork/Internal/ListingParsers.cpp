@@ -3,7 +3,7 @@
 #include <stdio.h>
 #include <string.h>
 
-namespace zylisting
+namespace zy::listing
 {
 namespace
 {
@@ -427,4 +427,4 @@ void ParseMlsd(const char* data, size_t size, std::vector<Entry>& entries, Count
         ++counts.skipped;
     });
 }
-}  // namespace zylisting
+}  // namespace zy::listing

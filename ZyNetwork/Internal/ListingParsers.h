@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-namespace zylisting
+namespace zy::listing
 {
 struct Entry
 {
@@ -59,4 +59,4 @@ void CivilFromDays(int64_t days, int64_t& year, unsigned& month, unsigned& day);
 int64_t SecondsFromCivil(int year, int month, int day, int hour, int minute, int second);
 // "YYYY-MM-DD HH:MM" of seconds since 1970-01-01.
 std::string TimeText(int64_t seconds);
-}  // namespace zylisting
+}  // namespace zy::listing

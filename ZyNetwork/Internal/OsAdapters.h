@@ -16,7 +16,7 @@
 
 #include "ZyNetwork/ZySockAddr.h"
 
-namespace zyos
+namespace zy::os
 {
 // Results of the two table calls, IP Helper's numbers on every platform.
 enum AdapterTableResult : uint32_t
@@ -85,4 +85,4 @@ public:
 // The platform's adapter table (getifaddrs on POSIX, GetAdaptersAddresses
 // on Windows).
 std::unique_ptr<AdapterTable> NewAdapterTable();
-}  // namespace zyos
+}  // namespace zy::os

@@ -39,7 +39,7 @@
 #undef GetNameInfo
 #endif
 
-namespace zyos
+namespace zy::os
 {
 // ---- errors and families -------------------------------------------------
 int LastError();               // the thread's last socket error
@@ -207,4 +207,4 @@ void BreakIntoDebugger();
 // The registry's version fields when they can be read (Windows); false on
 // POSIX or when any read fails.
 bool ReadWindowsVersion(unsigned long* major, unsigned long* build, unsigned long* revision);
-}  // namespace zyos
+}  // namespace zy::os

@@ -17,7 +17,7 @@
 #include "ZyNetwork/ZySockAddr.h"
 #include "ZyNetwork/ZySocketTypes.h"
 
-namespace zyos
+namespace zy::os
 {
 namespace common
 {
@@ -156,4 +156,4 @@ inline bool CopyFirstRecord(const Entry* list, int osInet, int osInet6, ZYNET_So
     return false;
 }
 }  // namespace common
-}  // namespace zyos
+}  // namespace zy::os

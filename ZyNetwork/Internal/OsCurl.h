@@ -8,7 +8,7 @@
 
 class CZyLibrary;
 
-namespace zyos
+namespace zy::os
 {
 // The path (or bare name, for the system's search order) of the curl library
 // file to load. `moduleAddress` is an address inside the module that holds
@@ -36,4 +36,4 @@ bool DefaultCABundle(std::string& path);
 // exit handlers pointing at unmapped code. Windows: nothing; the file needs
 // only system DLLs.
 void KeepCurlLibraryMapped(CZyLibrary& library);
-}  // namespace zyos
+}  // namespace zy::os

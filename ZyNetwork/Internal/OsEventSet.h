@@ -12,7 +12,7 @@
 #include "ZyNetwork/ZyFdset.h"
 #include "ZyNetwork/ZySocketTypes.h"
 
-namespace zyos
+namespace zy::os
 {
 // What a handle is watched for, with select's meaning (the same bits and
 // readiness rules as the POLL_* values of the list wait): READ is reported
@@ -64,4 +64,4 @@ int EventSetCheck(EventSet* set, ZYNET_SOCKET handle);
 // handles kept over the three lists. FAILED leaves the lists as they were.
 int EventSetWait(EventSet* set, int timeoutMs, ZYNET_fd_set* read, ZYNET_fd_set* write, ZYNET_fd_set* except,
                  const uint32_t capacity[3], int* count);
-}  // namespace zyos
+}  // namespace zy::os

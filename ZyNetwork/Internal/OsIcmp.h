@@ -10,7 +10,7 @@
 
 #include "ZyNetwork/ZySocketTypes.h"
 
-namespace zyos
+namespace zy::os
 {
 // Opens an unprivileged ICMP echo socket (Linux: SOCK_DGRAM with
 // IPPROTO_ICMP, allowed for the groups in net.ipv4.ping_group_range), binds
@@ -25,9 +25,9 @@ int OpenIcmpDatagramSocket(int family, ZYNET_SOCKET* out, uint16_t* wireIdentifi
 // `buffer`, its size into `received`, the TTL the reply arrived with into
 // `ttl` (-1 when the kernel gave none). Returns 0 or a portable code.
 int RecvIcmpDatagram(ZYNET_SOCKET handle, void* buffer, int length, int* received, int* ttl);
-}  // namespace zyos
+}  // namespace zy::os
 
-namespace zyicmp
+namespace zy::icmp
 {
 enum
 {
@@ -65,4 +65,4 @@ struct ReplyVerdict
 // byte for byte the request we sent (a raw socket sees outgoing loopback
 // traffic) is flagged `ownRequest` and is no reply at all.
 ReplyVerdict ClassifyReply(const ReplyCheck& check);
-}  // namespace zyicmp
+}  // namespace zy::icmp

@@ -17,7 +17,7 @@
 
 #include "ZyNetwork/QosWaveTypes.h"
 
-namespace zyos
+namespace zy::os
 {
 // The file that error locations of the QoS wrappers name on this platform.
 extern const char* const kQosLocationFile;
@@ -42,4 +42,4 @@ QosResult QosSetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation
 QosResult QosAddSocketToFlow(void* handle, unsigned int socket, sockaddr* destination, _QOS_TRAFFIC_TYPE trafficType,
                              unsigned long flags, unsigned long* flowId);
 QosResult QosRemoveSocketFromFlow(void* handle, unsigned int socket, unsigned long flowId, unsigned long flags);
-}  // namespace zyos
+}  // namespace zy::os

@@ -43,7 +43,7 @@ class WholeUrlBase
 {
 public:
     WholeUrlBase(std::string& base, const std::string& url, const std::string& origin)
-        : m_base(base), m_active(zyurl::IsWholeUrl(url))
+        : m_base(base), m_active(zy::url::IsWholeUrl(url))
     {
         if (m_active)
         {
@@ -67,7 +67,7 @@ private:
 
 // A listing entry as the request classes report it, below `parent` (no
 // trailing '/'). The time text is the page's own where it shows one.
-inline FileDirInfo ToFileDirInfo(const zylisting::Entry& entry, const std::string& parent)
+inline FileDirInfo ToFileDirInfo(const zy::listing::Entry& entry, const std::string& parent)
 {
     FileDirInfo info;
     info.name = entry.name;
@@ -78,7 +78,7 @@ inline FileDirInfo ToFileDirInfo(const zylisting::Entry& entry, const std::strin
     if (entry.hasTime)
     {
         info.modificationTime = entry.modified;
-        info.modificationText = entry.timeText.empty() ? zylisting::TimeText(entry.modified) : entry.timeText;
+        info.modificationText = entry.timeText.empty() ? zy::listing::TimeText(entry.modified) : entry.timeText;
     }
     info.linkTarget = entry.linkTarget;
     return info;
@@ -91,5 +91,5 @@ inline FileDirInfo ToFileDirInfo(const zylisting::Entry& entry, const std::strin
     do                                                                    \
     {                                                                     \
         if (!m_initialized)                                               \
-            return FXErrorUtil::ErrorInt(ZY_LOC(function), zyerr::kTransferRefused, "%s", text); \
+            return FXErrorUtil::ErrorInt(ZY_LOC(function), zy::err::kTransferRefused, "%s", text); \
     } while (0)

@@ -16,7 +16,7 @@
 #include "ZyUtils/Internal/ErrorCodes.h"
 #include "ZyUtils/ZyTime.h"
 
-namespace zynet
+namespace zy::net
 {
 class SecondsWait
 {
@@ -31,7 +31,7 @@ public:
     // A limit of `seconds` on `handle`, for writing or for reading, counted
     // from now. A caller without a limit (seconds <= 0) never asks Expired().
     SecondsWait(ZYNET_SOCKET handle, bool forWrite, int seconds)
-        : m_handle(handle), m_events(forWrite ? zyos::POLL_WRITE : zyos::POLL_READ), m_seconds(seconds),
+        : m_handle(handle), m_events(forWrite ? zy::os::POLL_WRITE : zy::os::POLL_READ), m_seconds(seconds),
           m_start(ZyMonotonicSeconds())
     {
     }
@@ -43,13 +43,13 @@ public:
     // fails with 10038, as select() on it would.
     Step WaitOneSecond(int* code) const
     {
-        zyos::PollEntry entry = {m_handle, m_events, 0};
+        zy::os::PollEntry entry = {m_handle, m_events, 0};
         int ready = 0;
-        int rc = zyos::Poll(&entry, 1, 1000, &ready);
-        if (rc == 0 && (entry.revents & zyos::POLL_INVALID) != 0)
+        int rc = zy::os::Poll(&entry, 1, 1000, &ready);
+        if (rc == 0 && (entry.revents & zy::os::POLL_INVALID) != 0)
         {
-            zyos::SetLastError(zyerr::kInvalidSocket);
-            rc = zyerr::kInvalidSocket;
+            zy::os::SetLastError(zy::err::kInvalidSocket);
+            rc = zy::err::kInvalidSocket;
         }
         if (rc != 0)
         {
@@ -85,4 +85,4 @@ private:
     int m_seconds;
     int64_t m_start;
 };
-}  // namespace zynet
+}  // namespace zy::net

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-namespace zyurl
+namespace zy::url
 {
 int HexValue(char c)
 {
@@ -194,4 +194,4 @@ std::string MaskSecrets(const std::string& text)
     }
     return out;
 }
-}  // namespace zyurl
+}  // namespace zy::url

@@ -8,7 +8,7 @@
 #include "ZyNetwork/Internal/UrlText.h"
 #include "ZyUtils/ZyString.h"
 
-namespace zyhttp
+namespace zy::http
 {
 const char kUploadBoundary[] = "--HTTP-LOGUPLOAD-DEFAULT-BOUNDARY--";
 const char kUploadModeJsp[] = "Use_JSP_for_Upload";
@@ -147,7 +147,7 @@ std::string Origin(const UrlParts& parts)
 {
     const uint16_t defaultPort = parts.secure ? 443 : 80;
     return (parts.secure ? "https://" : "http://") +
-           zyurl::JoinHostPort(parts.host, parts.port != defaultPort ? parts.port : 0);
+           zy::url::JoinHostPort(parts.host, parts.port != defaultPort ? parts.port : 0);
 }
 
 std::string DirectoryPath(const std::string& path)
@@ -171,14 +171,14 @@ std::string EncodePath(const std::string& plain)
         else if (IsPathByte(c))
             out += static_cast<char>(c);
         else
-            zyurl::AppendPercentEscape(out, c);
+            zy::url::AppendPercentEscape(out, c);
     }
     return out;
 }
 
 std::string DecodePath(const std::string& encoded)
 {
-    return zyurl::PercentDecode(encoded);
+    return zy::url::PercentDecode(encoded);
 }
 
 UploadForm BuildUploadForm(const UploadFields& fields)
@@ -219,4 +219,4 @@ std::string BasicAuthorization(const std::string& user, const std::string& passw
     return "Basic " + FXString::Base64Encode(user + ":" + password);
 }
 
-}  // namespace zyhttp
+}  // namespace zy::http

@@ -11,7 +11,7 @@
 
 #include "ZyNetwork/Internal/ListingHtml.h"
 
-namespace zyhttp
+namespace zy::http
 {
 // A base URL taken apart: "https://host:8443/logs/?q#f" gives secure, "host",
 // port 8443 (explicit), path "/logs/", query "?q"; the fragment is dropped.
@@ -75,7 +75,7 @@ UploadForm BuildUploadForm(const UploadFields& fields);
 std::string BasicAuthorization(const std::string& user, const std::string& password);
 
 // The listing-page helpers live with the other listing readers.
-using zylisting::ClassifyListingLink;
-using zylisting::ExtractLinks;
-using zylisting::ListingLink;
-}  // namespace zyhttp
+using zy::listing::ClassifyListingLink;
+using zy::listing::ExtractLinks;
+using zy::listing::ListingLink;
+}  // namespace zy::http

@@ -12,7 +12,7 @@
 // build 17763 update revision 2210 on, and on every later build. 1 or 0.
 int ZyUnixSupportFromVersion(unsigned long major, unsigned long build, unsigned long revision);
 
-namespace zynet
+namespace zy::net
 {
 // A text holding a slash or a backslash anywhere is a Unix-domain path: it
 // is never looked up.
@@ -36,4 +36,4 @@ int LookUpName(const char* name, int family, std::vector<ZYNET_SockAddr>* record
 // collide with private namespaces, so an IPv4 record of that address is
 // never accepted as a real answer.
 bool IsNameCollision(const ZYNET_SockAddr& record);
-}  // namespace zynet
+}  // namespace zy::net

@@ -19,7 +19,7 @@
 
 #include "ZyNetwork/Internal/OsApi.h"
 
-namespace zyos
+namespace zy::os
 {
 namespace
 {
@@ -215,4 +215,4 @@ std::unique_ptr<AdapterTable> NewAdapterTable()
 {
     return std::unique_ptr<AdapterTable>(new PosixAdapterTable());
 }
-}  // namespace zyos
+}  // namespace zy::os

@@ -10,7 +10,7 @@
 #include <atomic>
 #include <cstddef>
 
-namespace zyjournal
+namespace zy::journal
 {
 namespace
 {
@@ -57,4 +57,4 @@ bool ClosedSince(uint64_t since, uint64_t upTo, std::vector<ZYNET_SOCKET>& out)
     }
     return true;
 }
-}  // namespace zyjournal
+}  // namespace zy::journal

@@ -6,7 +6,7 @@
 #include "ZyNetwork/CurlWrapper.h"
 #include "ZyNetwork/Internal/OsCurl.h"
 
-namespace zyos
+namespace zy::os
 {
 bool DefaultCABundle(std::string& path)
 {
@@ -27,4 +27,4 @@ bool DefaultCABundle(std::string& path)
     }
     return false;
 }
-}  // namespace zyos
+}  // namespace zy::os

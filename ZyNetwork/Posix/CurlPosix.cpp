@@ -6,7 +6,7 @@
 
 #include "ZyUtils/ZyLibrary.h"
 
-namespace zyos
+namespace zy::os
 {
 std::string DefaultCurlLibraryPath(const void* moduleAddress)
 {
@@ -27,4 +27,4 @@ void KeepCurlLibraryMapped(CZyLibrary& library)
 {
     library.KeepMappedUntilExit();
 }
-}  // namespace zyos
+}  // namespace zy::os

@@ -7,7 +7,7 @@
 
 #include "ZyNetwork/Posix/PosixSupport.h"
 
-namespace zyos
+namespace zy::os
 {
 namespace posix
 {
@@ -187,4 +187,4 @@ int FamilyFromOs(int osFamily)
     return posix::PortableFamily(osFamily);
 }
 
-}  // namespace zyos
+}  // namespace zy::os

@@ -28,7 +28,7 @@
 
 #include "ZyNetwork/Posix/PosixSupport.h"
 
-namespace zyos
+namespace zy::os
 {
 class EventSet
 {
@@ -292,4 +292,4 @@ int EventSetWait(EventSet* set, int timeoutMs, ZYNET_fd_set* read, ZYNET_fd_set*
         *count = static_cast<int>(kept[0] + kept[1] + kept[2]);
     return EVENTSET_OK;
 }
-}  // namespace zyos
+}  // namespace zy::os

@@ -9,18 +9,18 @@
 #include "ZyNetwork/Internal/OsIcmp.h"
 #include "ZyNetwork/Posix/PosixSupport.h"
 
-namespace zyos
+namespace zy::os
 {
 using namespace posix;
 
 int OpenIcmpDatagramSocket(int family, ZYNET_SOCKET* out, uint16_t* wireIdentifier)
 {
     if (out == nullptr || wireIdentifier == nullptr)
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     *out = ZYNET_INVALID_SOCKET;
     *wireIdentifier = 0;
     if (family != ZYNET_AF_INET)
-        return Fail(zyerr::kAfNotSupported);
+        return Fail(zy::err::kAfNotSupported);
 
     int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_ICMP);
     if (fd < 0)
@@ -54,7 +54,7 @@ int OpenIcmpDatagramSocket(int family, ZYNET_SOCKET* out, uint16_t* wireIdentifi
 int RecvIcmpDatagram(ZYNET_SOCKET handle, void* buffer, int length, int* received, int* ttl)
 {
     if (received == nullptr || ttl == nullptr || length < 0 || (buffer == nullptr && length > 0))
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     *received = 0;
     *ttl = -1;
 
@@ -90,4 +90,4 @@ int RecvIcmpDatagram(ZYNET_SOCKET handle, void* buffer, int length, int* receive
     *received = count > length ? length : static_cast<int>(count);
     return 0;
 }
-}  // namespace zyos
+}  // namespace zy::os

@@ -14,7 +14,7 @@
 #include "ZyNetwork/Internal/OsCommon.h"
 #include "ZyUtils/Internal/ErrorCodes.h"
 
-namespace zyos
+namespace zy::os
 {
 namespace posix
 {
@@ -99,4 +99,4 @@ inline void StoreWritten(const sockaddr_storage& os, socklen_t osLength, ZYNET_S
     common::StoreWritten(os, osLength, out, length, PortableFamily);
 }
 }  // namespace posix
-}  // namespace zyos
+}  // namespace zy::os

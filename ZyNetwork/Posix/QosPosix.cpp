@@ -25,7 +25,7 @@
 
 #include "ZyUtils/Internal/ErrorCodes.h"
 
-namespace zyos
+namespace zy::os
 {
 const char* const kQosLocationFile = "ZyNetwork/Posix/QosPosix";
 }
@@ -164,11 +164,11 @@ const struct
     uint32_t code;
 } kWin32ForErrno[] = {
     // clang-format off
-    {EBADF, zyerr::kInvalidSocket},         {ENOTSOCK, zyerr::kInvalidSocket},
-    {ENOPROTOOPT, zyerr::kNotSupported},    {EOPNOTSUPP, zyerr::kNotSupported},
-    {EPERM, zyerr::kAccessDeniedWin32},     {EACCES, zyerr::kAccessDeniedWin32},
-    {ENOMEM, zyerr::kNotEnoughMemory},      {ENOBUFS, zyerr::kNotEnoughMemory},
-    {EINVAL, zyerr::kInvalidParameter},
+    {EBADF, zy::err::kInvalidSocket},         {ENOTSOCK, zy::err::kInvalidSocket},
+    {ENOPROTOOPT, zy::err::kNotSupported},    {EOPNOTSUPP, zy::err::kNotSupported},
+    {EPERM, zy::err::kAccessDeniedWin32},     {EACCES, zy::err::kAccessDeniedWin32},
+    {ENOMEM, zy::err::kNotEnoughMemory},      {ENOBUFS, zy::err::kNotEnoughMemory},
+    {EINVAL, zy::err::kInvalidParameter},
     // clang-format on
 };
 
@@ -209,13 +209,13 @@ uint32_t SaveMarking(unsigned int socket, FlowSocket& entry)
     if (fstat(fd, &info) != 0)
         return Win32FromErrno(errno);
     if (!S_ISSOCK(info.st_mode))
-        return zyerr::kInvalidSocket;
+        return zy::err::kInvalidSocket;
     entry.device = info.st_dev;
     entry.inode = info.st_ino;
     if (GetIntOption(fd, SOL_SOCKET, SO_DOMAIN, &entry.family) != 0)
         return Win32FromErrno(errno);
     if (entry.family != AF_INET && entry.family != AF_INET6)
-        return zyerr::kNotSupported;
+        return zy::err::kNotSupported;
     if (entry.family == AF_INET6)
     {
         if (GetIntOption(fd, IPPROTO_IPV6, IPV6_TCLASS, &entry.tclass) != 0)
@@ -271,7 +271,7 @@ uint32_t ApplyPacing(FlowSocket& entry, uint64_t bytesPerSecond)
 {
     const int fd = static_cast<int>(entry.socket);
     if (!entry.savedPacing)
-        return zyerr::kNotSupported;
+        return zy::err::kNotSupported;
     if (setsockopt(fd, SOL_SOCKET, SO_MAX_PACING_RATE, &bytesPerSecond, sizeof(bytesPerSecond)) != 0)
     {
         // Kernels before 5.x take the rate as 32 bits only.
@@ -311,14 +311,14 @@ bool SocketIsConnected(unsigned int socket)
 uint32_t CreateHandle(_QOS_VERSION* version, void** handle)
 {
     if (version == nullptr || handle == nullptr)
-        return zyerr::kInvalidParameter;
+        return zy::err::kInvalidParameter;
     if (version->MajorVersion != QOS_VERSION_MAJOR_CURRENT || version->MinorVersion != QOS_VERSION_MINOR_CURRENT)
-        return zyerr::kInvalidParameter;
+        return zy::err::kInvalidParameter;
     QosHandle* created = new (std::nothrow) QosHandle;
     if (created == nullptr || !RegisterHandle(created))
     {
         delete created;
-        return zyerr::kNotEnoughMemory;
+        return zy::err::kNotEnoughMemory;
     }
     *handle = created;
     return 0;
@@ -330,7 +330,7 @@ uint32_t CloseHandle(void* handle)
     QosHandle* qos = static_cast<QosHandle*>(handle);
     // Only the close that empties the slot owns the handle.
     if (slot == nullptr || !slot->compare_exchange_strong(qos, nullptr, std::memory_order_acq_rel))
-        return zyerr::kInvalidHandle;
+        return zy::err::kInvalidHandle;
     for (auto& flow : qos->flows)
         for (const FlowSocket& entry : flow.second.sockets)
             RestoreMarking(entry);
@@ -343,14 +343,14 @@ uint32_t AddSocketToFlow(void* handle, unsigned int socket, sockaddr* destinatio
 {
     QosHandle* qos = FindHandle(handle);
     if (qos == nullptr)
-        return zyerr::kInvalidHandle;
+        return zy::err::kInvalidHandle;
     if (flowId == nullptr || static_cast<unsigned>(trafficType) > QOSTrafficTypeControl ||
         (flags & ~static_cast<unsigned long>(QOS_NON_ADAPTIVE_FLOW)) != 0)
-        return zyerr::kInvalidParameter;
+        return zy::err::kInvalidParameter;
     for (const auto& flow : qos->flows)
         for (const FlowSocket& entry : flow.second.sockets)
             if (entry.socket == socket && IsSameSocket(entry))
-                return zyerr::kInvalidParameter;  // already in a flow of this handle
+                return zy::err::kInvalidParameter;  // already in a flow of this handle
 
     FlowSocket entry;
     uint32_t error = SaveMarking(socket, entry);
@@ -359,7 +359,7 @@ uint32_t AddSocketToFlow(void* handle, unsigned int socket, sockaddr* destinatio
     // Where the traffic goes: the destination, or the peer of a connected socket.
     if (destination == nullptr ? !SocketIsConnected(socket)
                                : destination->sa_family != AF_INET && destination->sa_family != AF_INET6)
-        return zyerr::kInvalidParameter;
+        return zy::err::kInvalidParameter;
 
     Flow* flow = nullptr;
     Flow created;
@@ -367,9 +367,9 @@ uint32_t AddSocketToFlow(void* handle, unsigned int socket, sockaddr* destinatio
     {
         auto found = qos->flows.find(*flowId);
         if (found == qos->flows.end())
-            return zyerr::kNotFound;
+            return zy::err::kNotFound;
         if (!found->second.nonAdaptive)
-            return zyerr::kInvalidParameter;  // only non-adaptive flows carry several sockets
+            return zy::err::kInvalidParameter;  // only non-adaptive flows carry several sockets
         flow = &found->second;
     }
     else
@@ -406,24 +406,24 @@ uint32_t SetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, un
 {
     QosHandle* qos = FindHandle(handle);
     if (qos == nullptr)
-        return zyerr::kInvalidHandle;
+        return zy::err::kInvalidHandle;
     auto found = qos->flows.find(flowId);
     if (found == qos->flows.end())
-        return zyerr::kNotFound;
+        return zy::err::kNotFound;
     if (overlapped != nullptr)
-        return zyerr::kNotSupported;  // changes are made at once; there is no asynchronous completion
+        return zy::err::kNotSupported;  // changes are made at once; there is no asynchronous completion
     if (buffer == nullptr || flags != 0)
-        return zyerr::kInvalidParameter;
+        return zy::err::kInvalidParameter;
     Flow& flow = found->second;
     switch (operation)
     {
     case QOSSetTrafficType:
     {
         if (size < sizeof(QOS_TRAFFIC_TYPE))
-            return zyerr::kInvalidParameter;
+            return zy::err::kInvalidParameter;
         const unsigned type = static_cast<unsigned>(*static_cast<const QOS_TRAFFIC_TYPE*>(buffer));
         if (type > QOSTrafficTypeControl)
-            return zyerr::kInvalidParameter;
+            return zy::err::kInvalidParameter;
         flow.dscp = kTrafficMarking[type].dscp;
         flow.priority = kTrafficMarking[type].priority;
         break;
@@ -437,19 +437,19 @@ uint32_t SetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, un
         else if (size >= sizeof(uint32_t))
             value = *static_cast<const uint32_t*>(buffer);
         else
-            return zyerr::kInvalidParameter;
+            return zy::err::kInvalidParameter;
         if (value > 63)
-            return zyerr::kInvalidParameter;
+            return zy::err::kInvalidParameter;
         flow.dscp = static_cast<int>(value);
         break;
     }
     case QOSSetOutgoingRate:
     {
         if (size < sizeof(QOS_FLOWRATE_OUTGOING))
-            return zyerr::kInvalidParameter;
+            return zy::err::kInvalidParameter;
         const QOS_FLOWRATE_OUTGOING* rate = static_cast<const QOS_FLOWRATE_OUTGOING*>(buffer);
         if (rate->Bandwidth == 0)
-            return zyerr::kInvalidParameter;
+            return zy::err::kInvalidParameter;
         for (FlowSocket& entry : flow.sockets)
         {
             uint32_t error = ApplyPacing(entry, (rate->Bandwidth + 7) / 8);
@@ -461,7 +461,7 @@ uint32_t SetFlow(void* handle, unsigned long flowId, _QOS_SET_FLOW operation, un
         return 0;
     }
     default:
-        return zyerr::kInvalidParameter;
+        return zy::err::kInvalidParameter;
     }
     for (const FlowSocket& entry : flow.sockets)
     {
@@ -476,12 +476,12 @@ uint32_t RemoveSocketFromFlow(void* handle, unsigned int socket, unsigned long f
 {
     QosHandle* qos = FindHandle(handle);
     if (qos == nullptr)
-        return zyerr::kInvalidHandle;
+        return zy::err::kInvalidHandle;
     if (flags != 0)
-        return zyerr::kInvalidParameter;
+        return zy::err::kInvalidParameter;
     auto found = qos->flows.find(flowId);
     if (found == qos->flows.end())
-        return zyerr::kNotFound;
+        return zy::err::kNotFound;
     std::vector<FlowSocket>& sockets = found->second.sockets;
     for (auto entry = sockets.begin(); entry != sockets.end(); ++entry)
     {
@@ -494,11 +494,11 @@ uint32_t RemoveSocketFromFlow(void* handle, unsigned int socket, unsigned long f
             qos->flows.erase(found);
         return 0;
     }
-    return zyerr::kNotFound;
+    return zy::err::kNotFound;
 }
 }  // namespace
 
-namespace zyos
+namespace zy::os
 {
 namespace
 {
@@ -534,4 +534,4 @@ QosResult QosRemoveSocketFromFlow(void* handle, unsigned int socket, unsigned lo
 {
     return Outcome(RemoveSocketFromFlow(handle, socket, flowId, flags));
 }
-}  // namespace zyos
+}  // namespace zy::os

@@ -11,7 +11,7 @@
 
 #include "ZyNetwork/Posix/PosixSupport.h"
 
-namespace zyos
+namespace zy::os
 {
 using namespace posix;
 
@@ -109,7 +109,7 @@ int GetAddrInfo(const char* name, int flags, int family, int socktype, int proto
     if (otherFamilies != nullptr)
         *otherFamilies = 0;
     if (IsReservedInvalidName(name))
-        return Fail(zyerr::kHostNotFound);
+        return Fail(zy::err::kHostNotFound);
     addrinfo* list = nullptr;
     int rc = ResolveList(name, flags, family, socktype, protocol, &list);
     if (rc != 0)
@@ -127,7 +127,7 @@ int GetFirstAddrInfo(const char* name, int flags, int family, int socktype, int 
     // A numeric-only look-up never asks a name server, and the resolver
     // answers 11001 for any other text, reserved names included.
     if ((flags & AI_FLAG_NUMERICHOST) == 0 && IsReservedInvalidName(name))
-        return Fail(zyerr::kHostNotFound);
+        return Fail(zy::err::kHostNotFound);
     if (flags == AI_FLAG_NUMERICHOST && family == ZYNET_AF_UNSPEC && name != nullptr &&
         PlainNumericToRecord(name, out))
     {
@@ -148,11 +148,11 @@ int GetFirstAddrInfo(const char* name, int flags, int family, int socktype, int 
 int GetNameInfo(const ZYNET_SockAddr* addr, int length, char* host, int hostLength, int flags)
 {
     if (host == nullptr || hostLength < 0)
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     sockaddr_storage os;
     socklen_t osLength = 0;
     if (!ToOs(addr, length, &os, &osLength))
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     // glibc accepts any length at least the family's own size (a longer one,
     // such as a whole 112-byte record for IPv6, is fine) and refuses a
     // shorter one with EAI_FAMILY.
@@ -166,12 +166,12 @@ int GetNameInfo(const ZYNET_SockAddr* addr, int length, char* host, int hostLeng
 int GetHostName(char* buffer, int length)
 {
     if (buffer == nullptr || length <= 0)
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     if (::gethostname(buffer, static_cast<size_t>(length)) != 0)
     {
         // Winsock reports a buffer too small for the name as a fault.
         if (errno == ENAMETOOLONG)
-            return Fail(zyerr::kFault);
+            return Fail(zy::err::kFault);
         return FailErrno();
     }
     // glibc truncates without a terminator when the name fills the buffer
@@ -179,7 +179,7 @@ int GetHostName(char* buffer, int length)
     if (memchr(buffer, '\0', static_cast<size_t>(length)) == nullptr)
     {
         buffer[0] = '\0';
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     }
     return 0;
 }
@@ -187,20 +187,20 @@ int GetHostName(char* buffer, int length)
 int GetServByName(const char* service, const char* protocol, struct servent** out)
 {
     if (out == nullptr || service == nullptr)
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     *out = ::getservbyname(service, protocol);
     if (*out == nullptr)
-        return Fail(zyerr::kNoData);
+        return Fail(zy::err::kNoData);
     return 0;
 }
 
 int GetServByPort(int port, const char* protocol, struct servent** out)
 {
     if (out == nullptr)
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     *out = ::getservbyport(port, protocol);
     if (*out == nullptr)
-        return Fail(zyerr::kNoData);
+        return Fail(zy::err::kNoData);
     return 0;
 }
-}  // namespace zyos
+}  // namespace zy::os

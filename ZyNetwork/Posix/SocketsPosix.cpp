@@ -18,7 +18,7 @@ static_assert(sizeof(struct sockaddr_in6) == 28, "sockaddr_in6 layout");
 static_assert(sizeof(struct sockaddr_un) == 110, "sockaddr_un layout");
 static_assert(sizeof(struct sockaddr_storage) >= sizeof(ZYNET_SockAddr), "storage holds a whole record");
 
-namespace zyos
+namespace zy::os
 {
 using namespace posix;
 
@@ -49,7 +49,7 @@ int Cleanup()
 int Socket(int family, int type, int protocol, ZYNET_SOCKET* out)
 {
     if (!common::HandleOut(out))
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     int fd = ::socket(OsFamily(family), type | SOCK_CLOEXEC, protocol);
     if (fd < 0)
         return FailErrno();
@@ -71,7 +71,7 @@ int Bind(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr, int length)
     sockaddr_storage os;
     socklen_t osLength = 0;
     if (!ToOs(addr, length, &os, &osLength))
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     if (::bind(Fd(handle), reinterpret_cast<sockaddr*>(&os), osLength) != 0)
         return FailErrno();
     return 0;
@@ -82,7 +82,7 @@ int Connect(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr, int length)
     sockaddr_storage os;
     socklen_t osLength = 0;
     if (!ToOs(addr, length, &os, &osLength))
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     // Not retried on EINTR: an interrupted connect goes on in the background
     // and a second call would only report EALREADY.
     if (::connect(Fd(handle), reinterpret_cast<sockaddr*>(&os), osLength) != 0)
@@ -90,7 +90,7 @@ int Connect(ZYNET_SOCKET handle, const ZYNET_SockAddr* addr, int length)
         // A non-blocking connect under way is "would block" (10035) in
         // Winsock, which is what callers of both platforms test for.
         if (errno == EINPROGRESS)
-            return Fail(zyerr::kWouldBlock);
+            return Fail(zy::err::kWouldBlock);
         return FailErrno();
     }
     return 0;
@@ -106,9 +106,9 @@ int Listen(ZYNET_SOCKET handle, int backlog)
 int Accept(ZYNET_SOCKET handle, ZYNET_SockAddr* peer, int* length, ZYNET_SOCKET* out)
 {
     if (!common::HandleOut(out))
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     if (!common::OptionalAddressArgs(peer, length))
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     sockaddr_storage os;
     memset(&os, 0, sizeof(os));
     socklen_t osLength = peer != nullptr ? OsCapacity(*length) : 0;
@@ -136,7 +136,7 @@ int Shutdown(ZYNET_SOCKET handle, int how)
 int Send(ZYNET_SOCKET handle, const void* buffer, int length, int flags, int* transferred)
 {
     if (!common::TransferArgs(length, transferred))
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     ssize_t sent;
     do
         sent = ::send(Fd(handle), buffer, static_cast<size_t>(length), flags | MSG_NOSIGNAL);
@@ -150,7 +150,7 @@ int Send(ZYNET_SOCKET handle, const void* buffer, int length, int flags, int* tr
 int Recv(ZYNET_SOCKET handle, void* buffer, int length, int flags, int* transferred)
 {
     if (!common::TransferArgs(length, transferred))
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     ssize_t received;
     do
         received = ::recv(Fd(handle), buffer, static_cast<size_t>(length), flags);
@@ -164,13 +164,13 @@ int Recv(ZYNET_SOCKET handle, void* buffer, int length, int flags, int* transfer
 int SendNoWait(ZYNET_SOCKET handle, const void* buffer, int length, int flags, int* transferred)
 {
     if (!common::TransferArgs(length, transferred))
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     ssize_t sent;
     do
         sent = ::send(Fd(handle), buffer, static_cast<size_t>(length), flags | MSG_DONTWAIT | MSG_NOSIGNAL);
     while (sent < 0 && errno == EINTR);
     if (sent < 0)
-        return (errno == EAGAIN || errno == EWOULDBLOCK) ? static_cast<int>(zyerr::kWouldBlock) : FailErrno();
+        return (errno == EAGAIN || errno == EWOULDBLOCK) ? static_cast<int>(zy::err::kWouldBlock) : FailErrno();
     *transferred = static_cast<int>(sent);
     return 0;
 }
@@ -178,13 +178,13 @@ int SendNoWait(ZYNET_SOCKET handle, const void* buffer, int length, int flags, i
 int RecvNoWait(ZYNET_SOCKET handle, void* buffer, int length, int flags, int* transferred)
 {
     if (!common::TransferArgs(length, transferred))
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     ssize_t received;
     do
         received = ::recv(Fd(handle), buffer, static_cast<size_t>(length), flags | MSG_DONTWAIT);
     while (received < 0 && errno == EINTR);
     if (received < 0)
-        return (errno == EAGAIN || errno == EWOULDBLOCK) ? static_cast<int>(zyerr::kWouldBlock) : FailErrno();
+        return (errno == EAGAIN || errno == EWOULDBLOCK) ? static_cast<int>(zy::err::kWouldBlock) : FailErrno();
     *transferred = static_cast<int>(received);
     return 0;
 }
@@ -193,14 +193,14 @@ int SendTo(ZYNET_SOCKET handle, const void* buffer, int length, int flags, const
            int* transferred)
 {
     if (!common::TransferArgs(length, transferred))
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     sockaddr_storage os;
     socklen_t osLength = 0;
     const sockaddr* target = nullptr;
     if (to != nullptr)
     {
         if (!ToOs(to, toLength, &os, &osLength))
-            return Fail(zyerr::kFault);
+            return Fail(zy::err::kFault);
         target = reinterpret_cast<const sockaddr*>(&os);
     }
     ssize_t sent;
@@ -217,9 +217,9 @@ int RecvFrom(ZYNET_SOCKET handle, void* buffer, int length, int flags, ZYNET_Soc
              int* transferred)
 {
     if (!common::TransferArgs(length, transferred))
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     if (!common::OptionalAddressArgs(from, fromLength))
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     sockaddr_storage os;
     memset(&os, 0, sizeof(os));
     socklen_t osLength = from != nullptr ? OsCapacity(*fromLength) : 0;
@@ -240,7 +240,7 @@ int RecvFrom(ZYNET_SOCKET handle, void* buffer, int length, int flags, ZYNET_Soc
 int GetSockOpt(ZYNET_SOCKET handle, int level, int option, char* value, int* length)
 {
     if (length == nullptr || *length < 0)
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     socklen_t osLength = static_cast<socklen_t>(*length);
     if (::getsockopt(Fd(handle), level, option, value, &osLength) != 0)
         return FailErrno();
@@ -251,7 +251,7 @@ int GetSockOpt(ZYNET_SOCKET handle, int level, int option, char* value, int* len
 int SetSockOpt(ZYNET_SOCKET handle, int level, int option, const char* value, int length)
 {
     if (length < 0)
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     if (::setsockopt(Fd(handle), level, option, value, static_cast<socklen_t>(length)) != 0)
         return FailErrno();
     return 0;
@@ -260,7 +260,7 @@ int SetSockOpt(ZYNET_SOCKET handle, int level, int option, const char* value, in
 int Ioctl(ZYNET_SOCKET handle, long command, unsigned long* argument)
 {
     if (argument == nullptr)
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     int rc;
     if (IsIntIoctl(command))
     {
@@ -290,7 +290,7 @@ int SetNonBlocking(ZYNET_SOCKET handle, bool nonBlocking)
 int ReadQueueLength(ZYNET_SOCKET handle, unsigned int* length)
 {
     if (length == nullptr)
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     int value = 0;
     if (::ioctl(Fd(handle), FIONREAD, &value) != 0)
         return FailErrno();
@@ -301,7 +301,7 @@ int ReadQueueLength(ZYNET_SOCKET handle, unsigned int* length)
 static int GetName(bool peer, ZYNET_SOCKET handle, ZYNET_SockAddr* out, int* length)
 {
     if (out == nullptr || length == nullptr || *length < 0)
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
     sockaddr_storage os;
     memset(&os, 0, sizeof(os));
     socklen_t osLength = OsCapacity(*length);
@@ -363,4 +363,4 @@ int SetIpTtl(ZYNET_SOCKET handle, int ttl)
         return FailErrno();
     return 0;
 }
-}  // namespace zyos
+}  // namespace zy::os

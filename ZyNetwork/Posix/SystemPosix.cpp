@@ -8,7 +8,7 @@
 
 #include "ZyNetwork/Internal/OsApi.h"
 
-namespace zyos
+namespace zy::os
 {
 // ---- debugging ---------------------------------------------------------------
 
@@ -42,4 +42,4 @@ bool ReadWindowsVersion(unsigned long* /*major*/, unsigned long* /*build*/, unsi
 {
     return false;  // no registry here; the caller probes with a socket
 }
-}  // namespace zyos
+}  // namespace zy::os

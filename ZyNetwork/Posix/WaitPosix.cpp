@@ -10,7 +10,7 @@
 
 #include "ZyNetwork/Posix/PosixSupport.h"
 
-namespace zyos
+namespace zy::os
 {
 using namespace posix;
 
@@ -78,7 +78,7 @@ int Poll(PollEntry* entries, int count, int timeoutMs, int* ready)
     if (ready != nullptr)
         *ready = 0;
     if (count < 0 || (count > 0 && entries == nullptr))
-        return Fail(zyerr::kFault);
+        return Fail(zy::err::kFault);
 
     pollfd* fds = PollScratch(static_cast<size_t>(count));
     bool notDescriptor = false;
@@ -146,7 +146,7 @@ int SelectLists(ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZYNET_fd_set* exc
     if (rc < 0)
         return FailErrno();
     if (notDescriptor)
-        return Fail(zyerr::kInvalidSocket);
+        return Fail(zy::err::kInvalidSocket);
 
     uint32_t kept[3] = {0, 0, 0};
     if (rc > 0)
@@ -184,7 +184,7 @@ int SelectLists(ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZYNET_fd_set* exc
                 for (uint32_t i = 0; i < set->fd_count; ++i, ++p)
                     set->fd_array[i] = static_cast<uint32_t>(p->fd);
             }
-            return Fail(zyerr::kInvalidSocket);
+            return Fail(zy::err::kInvalidSocket);
         }
     }
     for (int k = 0; k < 3; ++k)
@@ -196,4 +196,4 @@ int SelectLists(ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZYNET_fd_set* exc
         *count = static_cast<int>(kept[0] + kept[1] + kept[2]);
     return 0;
 }
-}  // namespace zyos
+}  // namespace zy::os

@@ -25,7 +25,7 @@
 
 static const char kZyFile[] = "ZyNetwork/ZyHTTP";
 
-using namespace zyhttp;
+using namespace zy::http;
 
 namespace
 {
@@ -75,23 +75,23 @@ ZyHTTP::~ZyHTTP() = default;
 
 CZyError ZyHTTP::SetBaseURL(const char* baseUrl)
 {
-    zyhttp::UrlParts parts;
-    if (!baseUrl || !zyhttp::ParseBaseUrl(baseUrl, parts))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::SetBaseURL"), zyerr::kInvalidParameter,
+    zy::http::UrlParts parts;
+    if (!baseUrl || !zy::http::ParseBaseUrl(baseUrl, parts))
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::SetBaseURL"), zy::err::kInvalidParameter,
                                        "Not a usable HTTP URL: '%s'", baseUrl ? baseUrl : "(null)");
     m_haveUrl = true;
     m_secure = parts.secure;
     m_server = parts.host;
     m_port = parts.port;
-    m_path = zyhttp::DirectoryPath(parts.path);
+    m_path = zy::http::DirectoryPath(parts.path);
     return CZyError::Success();
 }
 
 void ZyHTTP::SetWebServer(const char* server)
 {
     std::string text = server ? server : "";
-    zyhttp::UrlParts parts;
-    if (text.empty() || text.find_first_of("/?#") != std::string::npos || !zyhttp::ParseBaseUrl(text, parts))
+    zy::http::UrlParts parts;
+    if (text.empty() || text.find_first_of("/?#") != std::string::npos || !zy::http::ParseBaseUrl(text, parts))
     {
         m_haveUrl = false;  // requests report the missing server
         m_server.Clear();
@@ -105,7 +105,7 @@ void ZyHTTP::SetWebServer(const char* server)
 
 void ZyHTTP::SetPath(const char* path)
 {
-    m_path = zyhttp::DirectoryPath(path ? path : "");
+    m_path = zy::http::DirectoryPath(path ? path : "");
 }
 
 void ZyHTTP::SetUser(const char* user)
@@ -153,13 +153,13 @@ void ZyHTTP::SetIgnoreCertificateErrors()
 CZyError ZyHTTP::GetWorkingURL(CZyString& url) const
 {
     if (!m_haveUrl)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::GetWorkingURL"), zyerr::kInvalidParameter,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::GetWorkingURL"), zy::err::kInvalidParameter,
                                        "No server URL is set");
-    zyhttp::UrlParts parts;
+    zy::http::UrlParts parts;
     parts.secure = m_secure;
     parts.host = m_server.str();
     parts.port = m_port;
-    url = zyhttp::Origin(parts) + m_path.str();
+    url = zy::http::Origin(parts) + m_path.str();
     return CZyError::Success();
 }
 
@@ -173,11 +173,11 @@ CZyError ZyHTTP::_target(const std::string& object, Target& target) const
     target.secure = m_secure;
     target.port = m_port != 0 ? m_port : (m_secure ? INTERNET_DEFAULT_HTTPS_PORT : INTERNET_DEFAULT_HTTP_PORT);
     target.object = object;
-    zyhttp::UrlParts parts;
+    zy::http::UrlParts parts;
     parts.secure = m_secure;
     parts.host = m_server.str();
     parts.port = m_port;
-    target.url = zyhttp::Origin(parts) + object;
+    target.url = zy::http::Origin(parts) + object;
     return CZyError::Success();
 }
 

@@ -17,7 +17,7 @@
 #include "ZyUtils/ZyString.h"
 #include "ZyUtils/ZyTime.h"
 
-using namespace zyhttp;
+using namespace zy::http;
 
 namespace
 {
@@ -307,7 +307,7 @@ CZyError CZyHTTP2::Reconnect()
         return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::Reconnect"), ERROR_INVALID_PARAMETER,
                                        "Invalid parameters to reconnect");
     if (!m_connection)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::Reconnect"), zyerr::kStateError, "No connection to reconnect");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::Reconnect"), zy::err::kStateError, "No connection to reconnect");
 
     CloseInternetHandle(m_connection);
     Log("Reconnecting to %S:%d", m_hostName.c_str(), static_cast<int>(m_port));
@@ -330,14 +330,14 @@ CZyError CZyHTTP2::EscapeUrl(const wchar_t* url, std::wstring& out)
     URL_COMPONENTS components;
     // A URL that does not crack cannot be rebuilt either.
     if (!CrackUrl(url, components))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::EscapeUrl"), zyerr::kStateError, "Failed to escape URL");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::EscapeUrl"), zy::err::kStateError, "Failed to escape URL");
 
     DWORD length = 0;
     WinHttpCreateUrl(&components, ICU_ESCAPE, nullptr, &length);
     std::vector<wchar_t> escaped(static_cast<size_t>(length) + 1, L'\0');
     length = static_cast<DWORD>(escaped.size());
     if (!WinHttpCreateUrl(&components, ICU_ESCAPE, escaped.data(), &length))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::EscapeUrl"), zyerr::kStateError, "Failed to escape URL");
+        return FXErrorUtil::ErrorWin32(ZY_LOC("CZyHTTP2::EscapeUrl"), zy::err::kStateError, "Failed to escape URL");
     escaped.back() = L'\0';
 
     CZyError error = EscapeUrlExtra(escaped.data(), out);

@@ -9,7 +9,7 @@
 
 #include "ZyUtils/ZyString.h"
 
-namespace zyhttp
+namespace zy::http
 {
 // One chunk of a transfer, both ways.
 const DWORD kTransferBufferSize = 10240;
@@ -32,4 +32,4 @@ inline void CloseInternetHandle(void*& handle)
         handle = nullptr;
     }
 }
-}  // namespace zyhttp
+}  // namespace zy::http

@@ -14,7 +14,7 @@
 #include "ZyUtils/ZyString.h"
 #include "ZyUtils/ZyTime.h"
 
-using namespace zyhttp;
+using namespace zy::http;
 
 namespace
 {

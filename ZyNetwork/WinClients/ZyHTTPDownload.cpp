@@ -17,7 +17,7 @@
 // Locations name the class's file, wherever its code stands.
 static const char kZyFile[] = "ZyNetwork/ZyHTTP";
 
-using namespace zyhttp;
+using namespace zy::http;
 
 CZyError ZyHTTP::_sendRequestGet(const Target& target, const std::map<CZyString, CZyString>& headers,
                                  Handles& handles, uint64_t& contentLength) const
@@ -29,7 +29,7 @@ CZyError ZyHTTP::_sendRequestGet(const Target& target, const std::map<CZyString,
     {
         if (header.first.IsEmpty() || HasLineBreak(header.first.str()) || HasLineBreak(header.second.str()) ||
             header.first.str().find(':') != std::string::npos)
-            return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestGet"), zyerr::kInvalidParameter,
+            return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestGet"), zy::err::kInvalidParameter,
                                            "Bad request header '%s'", header.first.c_str());
         std::string line = header.first.str() + ": " + header.second.str() + "\r\n";
         if (!HttpAddRequestHeadersA(handles.request.Get(), line.c_str(), static_cast<DWORD>(line.size()),
@@ -132,12 +132,12 @@ CZyError ZyHTTP::_fetchPage(const Target& target, std::string& page)
 CZyError ZyHTTP::DownloadFile(const char* remoteDirectory, const char* fileName, const char* localDirectory)
 {
     if (!fileName || !*fileName || LastSegment(fileName).empty())
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::DownloadFile"), zyerr::kInvalidParameter,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::DownloadFile"), zy::err::kInvalidParameter,
                                        "No file name to download");
     std::string object = m_path.str();
     if (remoteDirectory && *remoteDirectory)
-        object = zyhttp::DirectoryPath(object + zyhttp::EncodePath(remoteDirectory));
-    std::string name = zyhttp::EncodePath(fileName);
+        object = zy::http::DirectoryPath(object + zy::http::EncodePath(remoteDirectory));
+    std::string name = zy::http::EncodePath(fileName);
     while (!name.empty() && name[0] == '/')
         name.erase(0, 1);
     Target target;
@@ -152,15 +152,15 @@ CZyError ZyHTTP::DownloadFile(const char* remoteDirectory, const char* fileName,
 CZyError ZyHTTP::DownloadFileFromUrl(const char* url, const char* localDirectory, const char* localFileName,
                                      const std::map<CZyString, CZyString>& headers)
 {
-    zyhttp::UrlParts parts;
-    if (!url || !zyhttp::ParseBaseUrl(url, parts))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::DownloadFileFromUrl"), zyerr::kInvalidParameter,
+    zy::http::UrlParts parts;
+    if (!url || !zy::http::ParseBaseUrl(url, parts))
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::DownloadFileFromUrl"), zy::err::kInvalidParameter,
                                        "Not a usable HTTP URL: '%s'", url ? url : "(null)");
     std::string name = localFileName ? localFileName : "";
     if (name.empty())
-        name = zyhttp::DecodePath(LastSegment(parts.path));
+        name = zy::http::DecodePath(LastSegment(parts.path));
     if (name.empty() || name.find_first_of("/\\:") != std::string::npos)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::DownloadFileFromUrl"), zyerr::kInvalidParameter,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::DownloadFileFromUrl"), zy::err::kInvalidParameter,
                                        "No local file name for '%s'", url);
     Target target;
     target.host = parts.host;
@@ -179,16 +179,16 @@ CZyError ZyHTTP::GetFileList(std::vector<CZyString>& files, const char* director
     files.clear();
     std::string top = m_path.str();
     if (directory && *directory)
-        top = zyhttp::DirectoryPath(top + zyhttp::EncodePath(directory));
+        top = zy::http::DirectoryPath(top + zy::http::EncodePath(directory));
     CZyString working;
     CZyError error = GetWorkingURL(working);
     if (error.IsError())
         return error.Push(ZY_LOC("ZyHTTP::GetFileList"));
-    zyhttp::UrlParts parts;
+    zy::http::UrlParts parts;
     parts.secure = m_secure;
     parts.host = m_server.str();
     parts.port = m_port;
-    const std::string origin = zyhttp::Origin(parts);
+    const std::string origin = zy::http::Origin(parts);
 
     struct Page
     {
@@ -213,18 +213,18 @@ CZyError ZyHTTP::GetFileList(std::vector<CZyString>& files, const char* director
             files.clear();
             return error.Push(ZY_LOC("ZyHTTP::GetFileList"));
         }
-        for (const std::string& link : zyhttp::ExtractLinks(html))
+        for (const std::string& link : zy::http::ExtractLinks(html))
         {
-            zyhttp::ListingLink entry = zyhttp::ClassifyListingLink(link, origin, page.path);
-            if (entry.kind == zyhttp::ListingLink::kFile)
+            zy::http::ListingLink entry = zy::http::ClassifyListingLink(link, origin, page.path);
+            if (entry.kind == zy::http::ListingLink::kFile)
             {
                 std::string name = page.prefix + entry.name;
                 if (found.insert(name).second)
                     files.push_back(name);
             }
-            else if (entry.kind == zyhttp::ListingLink::kDirectory && page.depth < kMaxListingDepth)
+            else if (entry.kind == zy::http::ListingLink::kDirectory && page.depth < kMaxListingDepth)
             {
-                std::string path = page.path + zyhttp::EncodePath(entry.name);
+                std::string path = page.path + zy::http::EncodePath(entry.name);
                 if (visited.insert(path).second)
                     pending.push_back({path, page.prefix + entry.name, page.depth + 1});
             }

@@ -12,7 +12,7 @@
 #include "ZyNetwork/ZyHTTP.h"
 #include "ZyUtils/Internal/ErrorCodes.h"
 
-namespace zyhttp
+namespace zy::http
 {
 const DWORD kChunk = 64 * 1024;                   // read and write pieces
 const size_t kMaxListingPage = 16 * 1024 * 1024;  // a listing page larger than this is refused
@@ -102,7 +102,7 @@ private:
     DWORD m_error;  // written before the event is set
     LONG m_references;
 };
-}  // namespace zyhttp
+}  // namespace zy::http
 
 // One request's destination.
 struct ZyHTTP::Target
@@ -157,7 +157,7 @@ struct ZyHTTP::Handles
     {
         while (size > 0)
         {
-            DWORD piece = size > zyhttp::kChunk ? zyhttp::kChunk : static_cast<DWORD>(size);
+            DWORD piece = size > zy::http::kChunk ? zy::http::kChunk : static_cast<DWORD>(size);
             DWORD written = 0;
             DWORD error = Run(0, [&] { return InternetWriteFile(request.Get(), data, piece, &written); });
             if (error != ERROR_SUCCESS)
@@ -170,9 +170,9 @@ struct ZyHTTP::Handles
         return ERROR_SUCCESS;
     }
 
-    zyhttp::InternetHandle session;
-    zyhttp::InternetHandle connection;
-    zyhttp::InternetHandle request;
-    zyhttp::Completion* completion;  // asynchronous mode only
+    zy::http::InternetHandle session;
+    zy::http::InternetHandle connection;
+    zy::http::InternetHandle request;
+    zy::http::Completion* completion;  // asynchronous mode only
     DWORD headerLimitMs;     // for connecting, the request and the response headers
 };

@@ -15,7 +15,7 @@
 // Locations name the class's file, wherever its code stands.
 static const char kZyFile[] = "ZyNetwork/ZyHTTP";
 
-using namespace zyhttp;
+using namespace zy::http;
 
 CZyError ZyHTTP::_sendRequestPost(const Target& target, const char* localFile, const char* clientId)
 {
@@ -27,20 +27,20 @@ CZyError ZyHTTP::_sendRequestPost(const Target& target, const char* localFile, c
     if (error.IsError())
         return error.Push(ZY_LOC("ZyHTTP::_sendRequestPost"), "Cannot read %s", localFile);
 
-    zyhttp::UploadFields fields;
-    fields.jsp = m_uploadMode == zyhttp::kUploadModeJsp;
-    fields.clientId = clientId && *clientId ? clientId : zyhttp::kNoClientId;
+    zy::http::UploadFields fields;
+    fields.jsp = m_uploadMode == zy::http::kUploadModeJsp;
+    fields.clientId = clientId && *clientId ? clientId : zy::http::kNoClientId;
     fields.user = m_user.str();
     fields.password = m_password.str();
     fields.fileName = LastSegment(localFile);
-    const zyhttp::UploadForm form = zyhttp::BuildUploadForm(fields);
+    const zy::http::UploadForm form = zy::http::BuildUploadForm(fields);
     const uint64_t total = form.head.size() + fileSize + form.tail.size();
     if (total > 0xFFFFFFFFull)
         return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), ERROR_FILE_TOO_LARGE,
                                        "%s is too large to upload", localFile);
 
     if (HasLineBreak(m_user.str()) || HasLineBreak(m_password.str()))
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), zyerr::kInvalidParameter,
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), zy::err::kInvalidParameter,
                                        "The user name or password holds a line break");
 
     Handles handles;
@@ -49,8 +49,8 @@ CZyError ZyHTTP::_sendRequestPost(const Target& target, const char* localFile, c
         return error.Push(ZY_LOC("ZyHTTP::_sendRequestPost"));
     std::string headers;
     if (!m_user.IsEmpty())
-        headers += "Authorization: " + zyhttp::BasicAuthorization(m_user.str(), m_password.str()) + "\r\n";
-    headers += std::string("Content-Type: multipart/form-data; boundary=") + zyhttp::kUploadBoundary + "\r\n";
+        headers += "Authorization: " + zy::http::BasicAuthorization(m_user.str(), m_password.str()) + "\r\n";
+    headers += std::string("Content-Type: multipart/form-data; boundary=") + zy::http::kUploadBoundary + "\r\n";
     if (!HttpAddRequestHeadersA(handles.request.Get(), headers.c_str(), static_cast<DWORD>(headers.size()),
                                 HTTP_ADDREQ_FLAG_ADD | HTTP_ADDREQ_FLAG_REPLACE))
         return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::_sendRequestPost"), GetLastError(),
@@ -106,8 +106,8 @@ CZyError ZyHTTP::_sendRequestPost(const Target& target, const char* localFile, c
 CZyError ZyHTTP::UploadFile(const char* localFile, const char* clientId)
 {
     if (!localFile || !*localFile)
-        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::UploadFile"), zyerr::kInvalidParameter, "No file to upload");
-    const char* object = m_uploadMode == zyhttp::kUploadModeJsp ? "httplogupload.do" : "upload.asp";
+        return FXErrorUtil::ErrorWin32(ZY_LOC("ZyHTTP::UploadFile"), zy::err::kInvalidParameter, "No file to upload");
+    const char* object = m_uploadMode == zy::http::kUploadModeJsp ? "httplogupload.do" : "upload.asp";
     Target target;
     CZyError error = _target(m_path.str() + object, target);
     if (!error.IsError())

@@ -11,7 +11,7 @@
 #include <cstring>
 #include <new>
 
-namespace zyos
+namespace zy::os
 {
 namespace
 {
@@ -109,4 +109,4 @@ std::unique_ptr<AdapterTable> NewAdapterTable()
 {
     return std::unique_ptr<AdapterTable>(new WindowsAdapterTable());
 }
-}  // namespace zyos
+}  // namespace zy::os

@@ -2,7 +2,7 @@
 // registered sets themselves and has no kernel event set to keep in step.
 #include "ZyNetwork/Internal/CloseJournal.h"
 
-namespace zyjournal
+namespace zy::journal
 {
 void NoteClosed(ZYNET_SOCKET) {}
 
@@ -15,4 +15,4 @@ bool ClosedSince(uint64_t, uint64_t, std::vector<ZYNET_SOCKET>&)
 {
     return true;
 }
-}  // namespace zyjournal
+}  // namespace zy::journal

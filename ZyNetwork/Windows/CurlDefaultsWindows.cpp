@@ -2,11 +2,11 @@
 // directory, written with a backslash.
 #include "ZyNetwork/Internal/OsCurl.h"
 
-namespace zyos
+namespace zy::os
 {
 bool DefaultCABundle(std::string& path)
 {
     path = std::string(".") + "\\" + "curl-ca-bundle.crt";
     return true;
 }
-}  // namespace zyos
+}  // namespace zy::os

@@ -4,7 +4,7 @@
 
 #include "ZyUtils/ZyLibrary.h"
 
-namespace zyos
+namespace zy::os
 {
 std::string DefaultCurlLibraryPath(const void* moduleAddress)
 {
@@ -21,4 +21,4 @@ void KeepCurlLibraryMapped(CZyLibrary& /*library*/)
 {
     // RKCurl.dll needs only system DLLs: it is unloaded at exit.
 }
-}  // namespace zyos
+}  // namespace zy::os

@@ -3,7 +3,7 @@
 // that Wine lets through from its host are normalised.
 #include "ZyNetwork/Windows/WindowsSupport.h"
 
-namespace zyos
+namespace zy::os
 {
 using namespace win;
 
@@ -36,4 +36,4 @@ int FamilyFromOs(int osFamily)
 {
     return osFamily;
 }
-}  // namespace zyos
+}  // namespace zy::os

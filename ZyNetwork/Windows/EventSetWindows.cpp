@@ -3,7 +3,7 @@
 // available.
 #include "ZyNetwork/Internal/OsEventSet.h"
 
-namespace zyos
+namespace zy::os
 {
 EventSet* EventSetCreate()
 {
@@ -34,4 +34,4 @@ int EventSetWait(EventSet*, int, ZYNET_fd_set*, ZYNET_fd_set*, ZYNET_fd_set*, co
         *count = 0;
     return EVENTSET_FAILED;
 }
-}  // namespace zyos
+}  // namespace zy::os

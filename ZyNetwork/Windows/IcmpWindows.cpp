@@ -7,7 +7,7 @@
 #include "ZyNetwork/Internal/OsApi.h"
 #include "ZyUtils/Internal/ErrorCodes.h"
 
-namespace zyos
+namespace zy::os
 {
 int OpenIcmpDatagramSocket(int /*family*/, ZYNET_SOCKET* out, uint16_t* wireIdentifier)
 {
@@ -15,8 +15,8 @@ int OpenIcmpDatagramSocket(int /*family*/, ZYNET_SOCKET* out, uint16_t* wireIden
         *out = ZYNET_INVALID_SOCKET;
     if (wireIdentifier != nullptr)
         *wireIdentifier = 0;
-    SetLastError(zyerr::kSocketTypeNotSupported);
-    return zyerr::kSocketTypeNotSupported;
+    SetLastError(zy::err::kSocketTypeNotSupported);
+    return zy::err::kSocketTypeNotSupported;
 }
 
 int RecvIcmpDatagram(ZYNET_SOCKET /*handle*/, void* /*buffer*/, int /*length*/, int* received, int* ttl)
@@ -25,7 +25,7 @@ int RecvIcmpDatagram(ZYNET_SOCKET /*handle*/, void* /*buffer*/, int /*length*/, 
         *received = 0;
     if (ttl != nullptr)
         *ttl = -1;
-    SetLastError(zyerr::kSocketTypeNotSupported);
-    return zyerr::kSocketTypeNotSupported;
+    SetLastError(zy::err::kSocketTypeNotSupported);
+    return zy::err::kSocketTypeNotSupported;
 }
-}  // namespace zyos
+}  // namespace zy::os

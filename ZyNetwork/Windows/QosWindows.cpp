@@ -12,7 +12,7 @@
 #include "ZyUtils/Windows/DynamicLoadBase.h"
 #include "ZyUtils/ZyString.h"
 
-namespace zyos
+namespace zy::os
 {
 // The wrappers' error locations keep the name of the file that first held them.
 const char* const kQosLocationFile = "ZyNetwork/Windows/QosWaveApi";
@@ -104,7 +104,7 @@ static UINT_PTR WidenSocket(unsigned int socket)
 }
 }  // namespace FXQWaveDll
 
-namespace zyos
+namespace zy::os
 {
 namespace
 {
@@ -156,4 +156,4 @@ QosResult QosRemoveSocketFromFlow(void* handle, unsigned int socket, unsigned lo
     return function == nullptr ? kNotOffered
                                : Outcome(function(handle, FXQWaveDll::WidenSocket(socket), flowId, flags));
 }
-}  // namespace zyos
+}  // namespace zy::os

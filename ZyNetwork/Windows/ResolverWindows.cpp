@@ -14,7 +14,7 @@
 
 #include "ZyUtils/ZyLibrary.h"
 
-namespace zyos
+namespace zy::os
 {
 namespace win
 {
@@ -409,4 +409,4 @@ int GetServByPort(int port, const char* protocol, struct servent** out)
     }
     return 0;
 }
-}  // namespace zyos
+}  // namespace zy::os

@@ -7,7 +7,7 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
-namespace zyos
+namespace zy::os
 {
 namespace win
 {
@@ -37,4 +37,4 @@ int WSAAPI SubstituteGetNameInfo(const struct sockaddr* addr, socklen_t addrLeng
                                  char* service, DWORD serviceLength, int flags);
 void WSAAPI SubstituteFreeAddrInfo(struct addrinfo* list);
 }  // namespace win
-}  // namespace zyos
+}  // namespace zy::os

@@ -33,7 +33,7 @@ static_assert(sizeof(struct sockaddr_un) == 110, "sockaddr_un layout");
 static_assert(AF_INET6 == ZYNET_AF_INET6, "Winsock's IPv6 family is the portable one");
 static_assert(sizeof(struct sockaddr_storage) >= sizeof(ZYNET_SockAddr), "storage holds a whole record");
 
-namespace zyos
+namespace zy::os
 {
 using namespace win;
 
@@ -333,4 +333,4 @@ int SetIpTtl(ZYNET_SOCKET handle, int ttl)
         return FailLast();
     return 0;
 }
-}  // namespace zyos
+}  // namespace zy::os

@@ -8,7 +8,7 @@
 
 #include "ZyNetwork/Internal/OsApi.h"
 
-namespace zyos
+namespace zy::os
 {
 // ---- debugging ---------------------------------------------------------------
 
@@ -62,4 +62,4 @@ bool ReadWindowsVersion(unsigned long* major, unsigned long* build, unsigned lon
     *build = static_cast<unsigned long>(atoi(buildText));
     return true;
 }
-}  // namespace zyos
+}  // namespace zy::os

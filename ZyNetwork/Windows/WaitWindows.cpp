@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <vector>
 
-namespace zyos
+namespace zy::os
 {
 using namespace win;
 
@@ -227,4 +227,4 @@ int SelectLists(ZYNET_fd_set* readSet, ZYNET_fd_set* writeSet, ZYNET_fd_set* exc
         *count = static_cast<int>(kept);
     return 0;
 }
-}  // namespace zyos
+}  // namespace zy::os

@@ -12,7 +12,7 @@
 #include "ZyNetwork/Internal/OsCommon.h"
 #include "ZyUtils/Internal/ErrorCodes.h"
 
-namespace zyos
+namespace zy::os
 {
 namespace win
 {
@@ -94,4 +94,4 @@ inline bool IsSocket(SOCKET socket)
     return getsockopt(socket, SOL_SOCKET, SO_TYPE, reinterpret_cast<char*>(&type), &length) == 0;
 }
 }  // namespace win
-}  // namespace zyos
+}  // namespace zy::os

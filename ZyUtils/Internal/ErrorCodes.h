@@ -6,7 +6,7 @@
 // Internal: not installed.
 #pragma once
 
-namespace zyerr
+namespace zy::err
 {
 // ---- Win32 codes -----------------------------------------------------------
 constexpr int kAccessDeniedWin32 = 5;    // ERROR_ACCESS_DENIED
@@ -47,4 +47,4 @@ constexpr int kTransferRefused = 1;
 constexpr int kUrlEmpty = 101;              // a request with no URL set
 // The transfer-domain code when curl gives no handle (no curl result exists).
 constexpr int kNoCurlHandle = -1;
-}  // namespace zyerr
+}  // namespace zy::err

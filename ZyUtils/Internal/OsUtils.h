@@ -9,7 +9,7 @@
 
 #include <string>
 
-namespace zyutil
+namespace zy::util
 {
 namespace os
 {
@@ -67,4 +67,4 @@ void* OpenTextStream(const char* path, uint32_t* error);
 unsigned long ProcessId();
 void SleepMilliseconds(unsigned int milliseconds);
 }  // namespace os
-}  // namespace zyutil
+}  // namespace zy::util

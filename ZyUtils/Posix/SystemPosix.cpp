@@ -12,7 +12,7 @@
 #include <time.h>
 #include <unistd.h>
 
-namespace zyutil
+namespace zy::util
 {
 namespace os
 {
@@ -66,7 +66,7 @@ void* LoadModule(const char* path, bool exportSymbols, uint32_t* error)
     dlerror();
     void* module = dlopen(path, RTLD_NOW | (exportSymbols ? RTLD_GLOBAL : RTLD_LOCAL));
     if (!module && error)
-        *error = zyerr::kModuleNotFound;  // Windows' code for any module that will not load
+        *error = zy::err::kModuleNotFound;  // Windows' code for any module that will not load
     return module;
 }
 
@@ -75,7 +75,7 @@ void* ModuleSymbol(void* module, const char* name, uint32_t* error)
     dlerror();
     void* address = dlsym(module, name);
     if (!address && error)
-        *error = zyerr::kProcNotFound;
+        *error = zy::err::kProcNotFound;
     return address;
 }
 
@@ -246,4 +246,4 @@ void SleepMilliseconds(unsigned int milliseconds)
     }
 }
 }  // namespace os
-}  // namespace zyutil
+}  // namespace zy::util

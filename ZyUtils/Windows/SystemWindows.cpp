@@ -11,7 +11,7 @@
 
 #include "ZyUtils/ZyString.h"
 
-namespace zyutil
+namespace zy::util
 {
 namespace os
 {
@@ -211,4 +211,4 @@ void SleepMilliseconds(unsigned int milliseconds)
     Sleep(milliseconds);
 }
 }  // namespace os
-}  // namespace zyutil
+}  // namespace zy::util

@@ -5,7 +5,7 @@
 
 #include "ZyNetwork/RkCURLError.h"
 
-namespace zynet
+namespace zytool
 {
 namespace
 {
@@ -163,4 +163,4 @@ std::string MaskCredentials(const std::string& url)
         return url;
     return url.substr(0, colon + 1) + "***" + url.substr(at);
 }
-}  // namespace zynet
+}  // namespace zytool

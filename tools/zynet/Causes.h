@@ -5,7 +5,7 @@
 
 #include "ZyUtils/ZyError.h"
 
-namespace zynet
+namespace zytool
 {
 // What the tool saw of the failed request besides the error itself.
 struct FailureFacts
@@ -37,4 +37,4 @@ std::string RequestUrl(const std::string& typed);
 
 // A standard reason phrase of an HTTP status ("" for an unknown one).
 const char* HttpReason(int status);
-}  // namespace zynet
+}  // namespace zytool

@@ -9,7 +9,7 @@
 #include "ZyNetwork/ZyIPAddr.h"
 #include "ZyNetwork/ZySockAddr.h"
 
-namespace zynet
+namespace zytool
 {
 namespace
 {
@@ -228,4 +228,4 @@ int RunIfaces(Output& out, const std::vector<std::string>& args)
     }
     return kExitOk;
 }
-}  // namespace zynet
+}  // namespace zytool

@@ -6,7 +6,7 @@
 #include "ZyNetwork/ZyIPAddr.h"
 #include "ZyNetwork/ZyIPAddrBlacklist.h"
 
-namespace zynet
+namespace zytool
 {
 namespace
 {
@@ -90,4 +90,4 @@ int RunBlacklist(Output& out, const std::vector<std::string>& args)
     out.Result()["checks"] = results;
     return kExitOk;
 }
-}  // namespace zynet
+}  // namespace zytool

@@ -8,7 +8,7 @@
 #include "ZyNetwork/CurlWrapper.h"
 #include "ZyUtils/ZyLibrary.h"
 
-namespace zynet
+namespace zytool
 {
 int RunCurlVersion(Output& out, const std::vector<std::string>& args)
 {
@@ -51,4 +51,4 @@ int RunCurlVersion(Output& out, const std::vector<std::string>& args)
     out.Line("tls:       %s", *tls ? tls : "(none)");
     return kExitOk;
 }
-}  // namespace zynet
+}  // namespace zytool

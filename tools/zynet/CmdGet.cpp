@@ -18,7 +18,7 @@
 #include "ZyNetwork/RkProtocolReq.h"
 #include "ZyUtils/ZyString.h"
 
-namespace zynet
+namespace zytool
 {
 namespace
 {
@@ -417,4 +417,4 @@ int RunGet(Output& out, const std::vector<std::string>& args)
     ReportSaved(out, out.Result(), result, sink, output, resume);
     return kExitOk;
 }
-}  // namespace zynet
+}  // namespace zytool

@@ -10,7 +10,7 @@
 
 static const char kZyFile[] = "tools/zynet/CmdPing";
 
-namespace zynet
+namespace zytool
 {
 namespace
 {
@@ -200,7 +200,7 @@ PingTourOutcome PingForTour(std::string& detail, CZyError& error)
     }
     if (result.received == 0)
     {
-        error = FXErrorUtil::ErrorInt(ZY_LOC("zynet::PingForTour"), 1,
+        error = FXErrorUtil::ErrorInt(ZY_LOC("zytool::PingForTour"), 1,
                                       "no echo reply in %u requests (%u timeouts, %u foreign replies)", result.sent,
                                       result.timeouts, result.foreignReplies);
         detail = "no echo reply";
@@ -210,4 +210,4 @@ PingTourOutcome PingForTour(std::string& detail, CZyError& error)
                               result.sent, static_cast<unsigned long long>(result.totalTimeMs));
     return kPingTourOk;
 }
-}  // namespace zynet
+}  // namespace zytool

@@ -17,7 +17,7 @@
 
 static const char kZyFile[] = "tools/zynet/CmdTour";
 
-namespace zynet
+namespace zytool
 {
 namespace
 {
@@ -48,19 +48,19 @@ CZyError EchoOnce(CZySocket& client, CZySocket& server, const std::string& messa
     int count = 0;
     CZyError error = client.SendWithTimeOut(message.data(), length, kLimitSeconds, &timedOut, 0, &count);
     if (error.IsError())
-        return error.Push(ZY_LOC("zynet::EchoOnce"), "request send failed");
+        return error.Push(ZY_LOC("zytool::EchoOnce"), "request send failed");
     error = server.RecvWithTimeout(buffer.data(), length, kLimitSeconds, &timedOut, 0, &count);
     if (error.IsError())
-        return error.Push(ZY_LOC("zynet::EchoOnce"), "request receive failed");
+        return error.Push(ZY_LOC("zytool::EchoOnce"), "request receive failed");
     error = server.SendWithTimeOut(buffer.data(), count, kLimitSeconds, &timedOut, 0, &count);
     if (error.IsError())
-        return error.Push(ZY_LOC("zynet::EchoOnce"), "echo send failed");
+        return error.Push(ZY_LOC("zytool::EchoOnce"), "echo send failed");
     std::fill(buffer.begin(), buffer.end(), '\0');
     error = client.RecvWithTimeout(buffer.data(), length, kLimitSeconds, &timedOut, 0, &count);
     if (error.IsError())
-        return error.Push(ZY_LOC("zynet::EchoOnce"), "echo receive failed");
+        return error.Push(ZY_LOC("zytool::EchoOnce"), "echo receive failed");
     if (std::string(buffer.data(), static_cast<size_t>(count)) != message)
-        return FXErrorUtil::ErrorInt(ZY_LOC("zynet::EchoOnce"), 1, "the echo differs from the request");
+        return FXErrorUtil::ErrorInt(ZY_LOC("zytool::EchoOnce"), 1, "the echo differs from the request");
     detail = FXString::Format("%d bytes echoed", length);
     return CZyError::Success();
 }
@@ -76,7 +76,7 @@ StepResult SocketPairEcho()
     if (error.IsError())
         return Failed(error, "no socket pair");
     if (!first.IsValid() || !second.IsValid())
-        return Failed(FXErrorUtil::ErrorInt(ZY_LOC("zynet::SocketPairEcho"), 1, "the pair holds no sockets"),
+        return Failed(FXErrorUtil::ErrorInt(ZY_LOC("zytool::SocketPairEcho"), 1, "the pair holds no sockets"),
                       "no socket pair");
     std::string detail;
     error = EchoOnce(first, second, "hello through a socket pair", detail);
@@ -118,7 +118,7 @@ StepResult StreamEcho(const std::string& listenText)
     if (error.IsError())
         return Failed(error, "accept failed");
     if (!server.IsValid())
-        return Failed(FXErrorUtil::ErrorWin32(ZY_LOC("zynet::StreamEcho"), static_cast<uint32_t>(ZYNET_getlasterror()),
+        return Failed(FXErrorUtil::ErrorWin32(ZY_LOC("zytool::StreamEcho"), static_cast<uint32_t>(ZYNET_getlasterror()),
                                               "the platform refused the connection"),
                       "accept failed");
     std::string detail;
@@ -191,7 +191,7 @@ StepResult SelectorOverManySockets()
         if (error.IsError())
             return Failed(error, "no socket pair");
         if (!readers[i].IsValid())
-            return Failed(FXErrorUtil::ErrorInt(ZY_LOC("zynet::SelectorOverManySockets"), 1, "empty socket pair"),
+            return Failed(FXErrorUtil::ErrorInt(ZY_LOC("zytool::SelectorOverManySockets"), 1, "empty socket pair"),
                           "no socket pair");
         selector.SetReadSocket(readers[i]);
     }
@@ -217,7 +217,7 @@ StepResult SelectorOverManySockets()
     std::sort(expected.begin(), expected.end());
     if (timedOut || got != expected)
     {
-        return Failed(FXErrorUtil::ErrorInt(ZY_LOC("zynet::SelectorOverManySockets"), 1,
+        return Failed(FXErrorUtil::ErrorInt(ZY_LOC("zytool::SelectorOverManySockets"), 1,
                                             "%u sockets ready, expected %u", static_cast<unsigned>(got.size()),
                                             static_cast<unsigned>(expected.size())),
                       "wrong ready set");
@@ -237,7 +237,7 @@ StepResult SelectorOverManySockets()
     if (error.IsError())
         return Failed(error, "select failed");
     if (!timedOut || !selector.GetReadSelected().empty())
-        return Failed(FXErrorUtil::ErrorInt(ZY_LOC("zynet::SelectorOverManySockets"), 1,
+        return Failed(FXErrorUtil::ErrorInt(ZY_LOC("zytool::SelectorOverManySockets"), 1,
                                             "drained sockets still ready"),
                       "wrong ready set");
     return Ok(FXString::Format("%d sockets watched, %u ready, then none", kPairs,
@@ -265,7 +265,7 @@ StepResult ResolveLocalhost()
     if (error.IsError())
         return Failed(error, "localhost did not resolve");
     if (addresses.empty())
-        return Failed(FXErrorUtil::ErrorInt(ZY_LOC("zynet::ResolveLocalhost"), 1, "no address"),
+        return Failed(FXErrorUtil::ErrorInt(ZY_LOC("zytool::ResolveLocalhost"), 1, "no address"),
                       "localhost has no address");
     return Ok("localhost = " + JoinAddresses(addresses, 4));
 }
@@ -368,4 +368,4 @@ int RunTour(Output& out, const std::vector<std::string>& args)
     out.Line("%d steps: %d ok, %d skipped, %d failed", ok + skipped + failed, ok, skipped, failed);
     return failed ? kExitFailure : kExitOk;
 }
-}  // namespace zynet
+}  // namespace zytool

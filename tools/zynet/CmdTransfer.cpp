@@ -16,7 +16,7 @@
 #include "ZyUtils/ZyFile.h"
 #include "ZyUtils/ZyString.h"
 
-namespace zynet
+namespace zytool
 {
 namespace
 {
@@ -343,4 +343,4 @@ int RunMkdir(Output& out, const std::vector<std::string>& args)
 {
     return RunFileCommand(out, args, true);
 }
-}  // namespace zynet
+}  // namespace zytool

@@ -11,7 +11,7 @@
 #include "Terminal.h"
 #include "ZyUtils/ZyString.h"
 
-namespace zynet
+namespace zytool
 {
 namespace
 {
@@ -70,7 +70,7 @@ CZyError BodySink::MakeTemporary(std::string& path)
         }
     }
     path.clear();
-    return error.Push(ZY_LOC("zynet::BodySink::MakeTemporary"), "cannot make a temporary file beside %s",
+    return error.Push(ZY_LOC("zytool::BodySink::MakeTemporary"), "cannot make a temporary file beside %s",
                       m_file.c_str());
 }
 
@@ -232,7 +232,7 @@ bool BodySink::AlreadyComplete() const
 
 CZyError BodySink::Commit()
 {
-    static const char kFunction[] = "zynet::BodySink::Commit";
+    static const char kFunction[] = "zytool::BodySink::Commit";
     if (ToStdout())
     {
         fflush(stdout);
@@ -265,4 +265,4 @@ void BodySink::Abandon()
         fflush(stdout);
     RemoveTemporary();
 }
-}  // namespace zynet
+}  // namespace zytool

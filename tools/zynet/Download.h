@@ -13,7 +13,7 @@
 #include "ZyUtils/ZyError.h"
 #include "ZyUtils/ZyFile.h"
 
-namespace zynet
+namespace zytool
 {
 class BodySink
 {
@@ -93,4 +93,4 @@ private:
     CZyFile m_out;
     std::string m_temporary;
 };
-}  // namespace zynet
+}  // namespace zytool

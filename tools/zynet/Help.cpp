@@ -8,7 +8,7 @@
 
 #include "Tool.h"
 
-namespace zynet
+namespace zytool
 {
 namespace
 {
@@ -287,4 +287,4 @@ void PrintBashCompletion(FILE* stream)
                  "}\n"
                  "complete -o default -F _zynet zynet\n");
 }
-}  // namespace zynet
+}  // namespace zytool

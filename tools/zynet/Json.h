@@ -6,7 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
-namespace zynet
+namespace zytool
 {
 typedef nlohmann::ordered_json Json;
 
@@ -17,4 +17,4 @@ inline std::string JsonText(const Json& document, int indent = 2)
 {
     return document.dump(indent > 0 ? indent : -1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
-}  // namespace zynet
+}  // namespace zytool

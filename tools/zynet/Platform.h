@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace zynet
+namespace zytool
 {
 // The directory for temporary files as the platform's environment names it
 // ("" when it names none), and the separator that joins a file name to it.
@@ -24,4 +24,4 @@ bool MoveOver(const std::string& from, const std::string& to, std::string& why);
 // SIGTERM) first removes the file `path` (a download's temporary file).
 void RemoveOnInterrupt(const std::string& path);
 void ForgetOnInterrupt();
-}  // namespace zynet
+}  // namespace zytool

@@ -2,11 +2,11 @@
 // Windows/TerminalWindows.cpp).
 #pragma once
 
-namespace zynet
+namespace zytool
 {
 // True when stderr is a terminal (progress lines are drawn only there).
 bool StderrIsTerminal();
 // Puts stdout in binary mode where the platform has another (downloads to
 // stdout).
 void SetBinaryStdout();
-}  // namespace zynet
+}  // namespace zytool

@@ -8,7 +8,7 @@
 #include "ZyNetwork/ZyIPAddr.h"
 #include "ZyUtils/ZyString.h"
 
-namespace zynet
+namespace zytool
 {
 Output::Output(const std::string& command, bool json, bool verbose)
     : m_command(command), m_json(json), m_verbose(verbose), m_result(Json::object())
@@ -209,4 +209,4 @@ std::string AddressText(const CZyIPAddr& address)
         return "?";
     return text.str();
 }
-}  // namespace zynet
+}  // namespace zytool

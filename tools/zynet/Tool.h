@@ -13,7 +13,7 @@
 #include "ZyNetwork/ZyIPAddr.h"
 #include "ZyUtils/ZyError.h"
 
-namespace zynet
+namespace zytool
 {
 // Exit codes: 0 success, 1 a library call failed, 2 bad arguments.
 enum
@@ -40,7 +40,7 @@ public:
 
     bool IsJson() const { return m_json; }
     bool IsVerbose() const { return m_verbose; }
-    zynet::Json& Result() { return m_result; }
+    zytool::Json& Result() { return m_result; }
     // A line of human output (printf-style); nothing in JSON mode.
     void Line(const char* format, ...) ZY_PRINTF_LIKE(2, 3);
     // Reports a failed library call: in human mode one line on stderr,
@@ -66,7 +66,7 @@ private:
     bool m_json;
     bool m_verbose;
     std::vector<std::string> m_secrets;
-    zynet::Json m_result;
+    zytool::Json m_result;
 };
 
 // The JSON form of an error value.
@@ -179,4 +179,4 @@ PingTourOutcome PingForTour(std::string& detail, CZyError& error);
 
 // The text form of an address, or "?" when it has none.
 std::string AddressText(const CZyIPAddr& address);
-}  // namespace zynet
+}  // namespace zytool

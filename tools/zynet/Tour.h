@@ -13,7 +13,7 @@
 #include "ZyNetwork/ZySocket.h"
 #include "ZyUtils/ZyError.h"
 
-namespace zynet
+namespace zytool
 {
 const int kTourLimitSeconds = 5;  // time limit of every transfer in the tour
 
@@ -109,4 +109,4 @@ std::vector<TourStep> PlatformTransferSteps();
 // What a transfer step checks: `got` holds the bytes of `expected`.
 CZyError CompareBytes(const char* where, const std::string& what, const std::string& got,
                       const std::string& expected);
-}  // namespace zynet
+}  // namespace zytool

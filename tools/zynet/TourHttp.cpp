@@ -16,7 +16,7 @@
 
 static const char kZyFile[] = "tools/zynet/TourHttp";
 
-namespace zynet
+namespace zytool
 {
 namespace
 {
@@ -44,7 +44,7 @@ bool ReadSome(CZySocket& connection, std::string& into, CZyError& error)
         return false;
     if (timedOut)
     {
-        error = FXErrorUtil::ErrorInt(ZY_LOC("zynet::ReadSome"), 1, "the client sent nothing for %d s",
+        error = FXErrorUtil::ErrorInt(ZY_LOC("zytool::ReadSome"), 1, "the client sent nothing for %d s",
                                       kTourLimitSeconds);
         return false;
     }
@@ -124,7 +124,7 @@ CZyError TourHttpServer::Start()
     if (error.IsError())
     {
         m_listener.Close();
-        return error.Push(ZY_LOC("zynet::TourHttpServer::Start"), "no listening socket on 127.0.0.1");
+        return error.Push(ZY_LOC("zytool::TourHttpServer::Start"), "no listening socket on 127.0.0.1");
     }
     m_port = bound.GetPortNumber();
     m_thread = std::thread([this] { Run(); });
@@ -294,7 +294,7 @@ CZyError CurlTransfers(TourHttpServer& server, std::string& summary)
     if (!error.IsError())
         error = request.SetTimeOut(kTourLimitSeconds);
     if (error.IsError())
-        return error.Push(ZY_LOC("zynet::CurlTransfers"), "cannot set up the request");
+        return error.Push(ZY_LOC("zytool::CurlTransfers"), "cannot set up the request");
     request.setURL(server.BaseUrl());
     std::string received;
     request.setWriteFunctionPointer(&received, &AppendBytes);
@@ -304,9 +304,9 @@ CZyError CurlTransfers(TourHttpServer& server, std::string& summary)
         received.clear();
         error = request.download(file.first.c_str(), {});
         if (!error.IsError())
-            error = CompareBytes("zynet::CurlTransfers", "GET " + file.first, received, file.second);
+            error = CompareBytes("zytool::CurlTransfers", "GET " + file.first, received, file.second);
         if (error.IsError())
-            return error.Push(ZY_LOC("zynet::CurlTransfers"), "download of %s failed", file.first.c_str());
+            return error.Push(ZY_LOC("zytool::CurlTransfers"), "download of %s failed", file.first.c_str());
         bytes += received.size();
     }
     // PUT a buffer, then read back what the server stored.
@@ -315,19 +315,19 @@ CZyError CurlTransfers(TourHttpServer& server, std::string& summary)
     error = request.doPutOperation("curl-upload.bin", sent.data(), static_cast<long>(sent.size()), {});
     std::string stored;
     if (!error.IsError())
-        error = CompareBytes("zynet::CurlTransfers", "PUT curl-upload.bin",
+        error = CompareBytes("zytool::CurlTransfers", "PUT curl-upload.bin",
                              server.File("curl-upload.bin", stored) ? stored : "", sent);
     if (error.IsError())
-        return error.Push(ZY_LOC("zynet::CurlTransfers"), "upload failed");
+        return error.Push(ZY_LOC("zytool::CurlTransfers"), "upload failed");
     bytes += sent.size();
     // HEAD: the size alone.
     double size = -1;
     error = request.getFileInfo("curl-upload.bin", size);
     if (!error.IsError() && size != static_cast<double>(sent.size()))
-        error = FXErrorUtil::ErrorInt(ZY_LOC("zynet::CurlTransfers"), 1, "HEAD reports %.0f bytes, expected %lu",
+        error = FXErrorUtil::ErrorInt(ZY_LOC("zytool::CurlTransfers"), 1, "HEAD reports %.0f bytes, expected %lu",
                                       size, static_cast<unsigned long>(sent.size()));
     if (error.IsError())
-        return error.Push(ZY_LOC("zynet::CurlTransfers"), "HEAD failed");
+        return error.Push(ZY_LOC("zytool::CurlTransfers"), "HEAD failed");
     summary = FXString::Format("%u GET, 1 PUT, 1 HEAD, %lu bytes checked",
                                static_cast<unsigned>(TourHttpServer::ServedFiles().size()),
                                static_cast<unsigned long>(bytes));
@@ -354,8 +354,8 @@ StepResult TransfersOverCurl()
         return Failed(error, version + " from " + file + ": transfer failed");
     const std::string threadError = server.ThreadError();
     if (!threadError.empty())
-        return Failed(FXErrorUtil::ErrorInt(ZY_LOC("zynet::TransfersOverCurl"), 1, "%s", threadError.c_str()),
+        return Failed(FXErrorUtil::ErrorInt(ZY_LOC("zytool::TransfersOverCurl"), 1, "%s", threadError.c_str()),
                       "the HTTP server failed");
     return Ok(version + " from " + file + ", " + summary);
 }
-}  // namespace zynet
+}  // namespace zytool

@@ -14,7 +14,7 @@
 #include "ZyNetwork/RkProtocolReq.h"
 #include "ZyUtils/ZyString.h"
 
-namespace zynet
+namespace zytool
 {
 extern const char kDefaultClient[];
 
@@ -135,4 +135,4 @@ int FailTransfer(Output& out, const std::string& what, const CZyError& error, co
 
 // Whether to draw the progress line (a terminal, not --json).
 bool ShowProgress(const Output& out);
-}  // namespace zynet
+}  // namespace zytool

@@ -7,7 +7,7 @@
 
 #include "ZyUtils/ZyError.h"
 
-namespace zynet
+namespace zytool
 {
 // The options of a transfer command that a client honours where it can.
 struct TransferOptions
@@ -37,4 +37,4 @@ const std::vector<TransferClient>& TransferClients();
 // The Windows clients, each in its own file of tools/zynet/Windows/.
 TransferClient WinHttpClient();
 TransferClient WinInetClient();  // Windows/ClientWinInet.cpp
-}  // namespace zynet
+}  // namespace zytool

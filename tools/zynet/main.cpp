@@ -12,7 +12,7 @@
 #include "Transfer.h"
 #include "ZyNetwork/ZySockInit.h"
 
-namespace zynet
+namespace zytool
 {
 namespace
 {
@@ -245,10 +245,10 @@ Args ParseCommandArgs(const std::vector<std::string>& args, const char* command,
     }
     return ParseArgs(args, flags, values, minPositional, maxPositional);
 }
-}  // namespace zynet
+}  // namespace zytool
 
-using zynet::Command;
-using zynet::FindCommand;
+using zytool::Command;
+using zytool::FindCommand;
 
 int main(int argc, char** argv)
 {
@@ -279,22 +279,22 @@ int main(int argc, char** argv)
     if (!args.empty() && args[0] == "--version")
     {
         std::printf("zynet %s\n", ZYNET_VERSION);
-        return zynet::kExitOk;
+        return zytool::kExitOk;
     }
     if (!args.empty() && args[0] == "--man")
     {
-        zynet::PrintManPage(stdout);
-        return zynet::kExitOk;
+        zytool::PrintManPage(stdout);
+        return zytool::kExitOk;
     }
     if (!args.empty() && args[0] == "--completion")
     {
         if (args.size() != 2 || args[1] != "bash")
         {
             std::fprintf(stderr, "zynet: --completion needs a shell: bash (the only one it knows)\n");
-            return zynet::kExitUsage;
+            return zytool::kExitUsage;
         }
-        zynet::PrintBashCompletion(stdout);
-        return zynet::kExitOk;
+        zytool::PrintBashCompletion(stdout);
+        return zytool::kExitOk;
     }
     if (!args.empty() && args[0] != "--")
     {
@@ -305,24 +305,24 @@ int main(int argc, char** argv)
                          "zynet: unknown command '%s'\n"
                          "usage: zynet [--json] [COMMAND] [ARGS...]  (`zynet --help` lists the commands)\n",
                          args[0].c_str());
-            return zynet::kExitUsage;
+            return zytool::kExitUsage;
         }
         args.erase(args.begin());
     }
     else if (help)
     {
-        zynet::PrintMainHelp(stdout);
-        return zynet::kExitOk;
+        zytool::PrintMainHelp(stdout);
+        return zytool::kExitOk;
     }
     if (help)
     {
-        zynet::PrintCommandHelp(*command);
-        return zynet::kExitOk;
+        zytool::PrintCommandHelp(*command);
+        return zytool::kExitOk;
     }
 
     CZySockInit sockets;
     CZyError started = sockets.Init();
-    zynet::Output out(command->name, json, verbose);
+    zytool::Output out(command->name, json, verbose);
     int rc;
     if (started.IsError())
     {
@@ -334,11 +334,11 @@ int main(int argc, char** argv)
         {
             rc = command->run(out, args);
         }
-        catch (const zynet::UsageError& error)
+        catch (const zytool::UsageError& error)
         {
             std::fprintf(stderr, "zynet %s: %s\n", command->name, error.what());
-            zynet::PrintUsageLine(stderr, *command);
-            return zynet::kExitUsage;
+            zytool::PrintUsageLine(stderr, *command);
+            return zytool::kExitUsage;
         }
         catch (const std::exception& error)
         {

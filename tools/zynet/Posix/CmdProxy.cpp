@@ -4,7 +4,7 @@
 
 #include "Tool.h"
 
-namespace zynet
+namespace zytool
 {
 int RunProxy(Output& out, const std::vector<std::string>& args)
 {
@@ -13,4 +13,4 @@ int RunProxy(Output& out, const std::vector<std::string>& args)
         throw UsageError("--pac needs a URL to look up");
     return out.Fail("not available on this platform: proxy discovery uses WinHTTP (Windows only)");
 }
-}  // namespace zynet
+}  // namespace zytool

@@ -4,11 +4,11 @@
 
 #include "Tool.h"
 
-namespace zynet
+namespace zytool
 {
 int RunUploadLog(Output& out, const std::vector<std::string>& args)
 {
     ParseCommandArgs(args, "upload-log", 2, 2);
     return out.Fail("upload-log is available on Windows only (it uses the WinINet client)");
 }
-}  // namespace zynet
+}  // namespace zytool

@@ -10,7 +10,7 @@
 
 #include "Platform.h"
 
-namespace zynet
+namespace zytool
 {
 std::string TempDirectory()
 {
@@ -75,4 +75,4 @@ void ForgetOnInterrupt()
 {
     g_interruptArmed = 0;
 }
-}  // namespace zynet
+}  // namespace zytool

@@ -2,7 +2,7 @@
 
 #include "Terminal.h"
 
-namespace zynet
+namespace zytool
 {
 bool StderrIsTerminal()
 {
@@ -10,4 +10,4 @@ bool StderrIsTerminal()
 }
 
 void SetBinaryStdout() {}
-}  // namespace zynet
+}  // namespace zytool

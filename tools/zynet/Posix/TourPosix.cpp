@@ -2,10 +2,10 @@
 // curl binding, which the common transfer step covers.
 #include "Tour.h"
 
-namespace zynet
+namespace zytool
 {
 std::vector<TourStep> PlatformTransferSteps()
 {
     return {};
 }
-}  // namespace zynet
+}  // namespace zytool

@@ -1,6 +1,6 @@
 #include "TransferClients.h"
 
-namespace zynet
+namespace zytool
 {
 // Linux has only curl.
 const std::vector<TransferClient>& TransferClients()
@@ -8,4 +8,4 @@ const std::vector<TransferClient>& TransferClients()
     static const std::vector<TransferClient> none;
     return none;
 }
-}  // namespace zynet
+}  // namespace zytool

@@ -6,7 +6,7 @@
 #include "ZyNetwork/ZyHTTP2.h"
 #include "ZyUtils/ZyString.h"
 
-namespace zynet
+namespace zytool
 {
 namespace
 {
@@ -58,4 +58,4 @@ TransferClient WinHttpClient()
 {
     return TransferClient{"winhttp", &Download, &Upload, nullptr};
 }
-}  // namespace zynet
+}  // namespace zytool

@@ -7,7 +7,7 @@
 #include "TransferClients.h"
 #include "ZyNetwork/ZyHTTP.h"
 
-namespace zynet
+namespace zytool
 {
 namespace
 {
@@ -57,4 +57,4 @@ TransferClient WinInetClient()
 {
     return {"wininet", Download, nullptr, List};
 }
-}  // namespace zynet
+}  // namespace zytool

@@ -5,7 +5,7 @@
 #include "Tool.h"
 #include "ZyNetwork/ZyHTTP2.h"
 
-namespace zynet
+namespace zytool
 {
 namespace
 {
@@ -63,4 +63,4 @@ int RunProxy(Output& out, const std::vector<std::string>& args)
              proxy.empty() ? "(direct)" : proxy.c_str(), OrNone(bypass));
     return kExitOk;
 }
-}  // namespace zynet
+}  // namespace zytool

@@ -7,7 +7,7 @@
 #include "ZyNetwork/ZyHTTP.h"
 #include "ZyUtils/ZyFile.h"
 
-namespace zynet
+namespace zytool
 {
 int RunUploadLog(Output& out, const std::vector<std::string>& args)
 {
@@ -61,4 +61,4 @@ int RunUploadLog(Output& out, const std::vector<std::string>& args)
     out.Result()["ccid"] = ccid.empty() ? std::string("NO CCID") : ccid;
     return kExitOk;
 }
-}  // namespace zynet
+}  // namespace zytool

@@ -7,7 +7,7 @@
 
 #include "Platform.h"
 
-namespace zynet
+namespace zytool
 {
 std::string TempDirectory()
 {
@@ -93,4 +93,4 @@ void ForgetOnInterrupt()
 {
     InterlockedExchange(&g_interruptArmed, 0);
 }
-}  // namespace zynet
+}  // namespace zytool

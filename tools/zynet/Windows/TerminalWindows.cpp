@@ -4,7 +4,7 @@
 
 #include "Terminal.h"
 
-namespace zynet
+namespace zytool
 {
 bool StderrIsTerminal()
 {
@@ -16,4 +16,4 @@ void SetBinaryStdout()
     fflush(stdout);
     _setmode(_fileno(stdout), _O_BINARY);
 }
-}  // namespace zynet
+}  // namespace zytool

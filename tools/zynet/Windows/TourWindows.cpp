@@ -16,7 +16,7 @@
 
 static const char kZyFile[] = "tools/zynet/Windows/TourWindows";
 
-namespace zynet
+namespace zytool
 {
 namespace
 {
@@ -70,9 +70,9 @@ CZyError WriteFileBytes(const std::string& path, const std::string& bytes)
     FILE* file = std::fopen(path.c_str(), "wb");
     const bool ok = file && std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
     if (file && std::fclose(file) != 0)
-        return FXErrorUtil::ErrorInt(ZY_LOC("zynet::WriteFileBytes"), 1, "cannot write %s", path.c_str());
+        return FXErrorUtil::ErrorInt(ZY_LOC("zytool::WriteFileBytes"), 1, "cannot write %s", path.c_str());
     if (!ok)
-        return FXErrorUtil::ErrorInt(ZY_LOC("zynet::WriteFileBytes"), 1, "cannot write %s", path.c_str());
+        return FXErrorUtil::ErrorInt(ZY_LOC("zytool::WriteFileBytes"), 1, "cannot write %s", path.c_str());
     return CZyError::Success();
 }
 
@@ -118,13 +118,13 @@ StepResult WithServer(const char* where, Body body)
 
 StepResult TransfersOverWinHttp()
 {
-    return WithServer("zynet::TransfersOverWinHttp", [](TourHttpServer& server, std::string& summary) -> CZyError {
+    return WithServer("zytool::TransfersOverWinHttp", [](TourHttpServer& server, std::string& summary) -> CZyError {
         TempFiles temp;
         CZyHTTP2 client;
         client.SetInternetTimeoutSec(kTourLimitSeconds);
         size_t bytes = 0;
         CZyError error = DownloadServed(
-            "zynet::TransfersOverWinHttp", temp,
+            "zytool::TransfersOverWinHttp", temp,
             [&](const std::string& remote, const std::string& local) {
                 return client.DownloadFile((temp.Directory() + local).c_str(), (server.BaseUrl() + "/" + remote).c_str());
             },
@@ -139,10 +139,10 @@ StepResult TransfersOverWinHttp()
             error = client.UploadFile(local.c_str(), (server.BaseUrl() + "/winhttp-upload.bin").c_str());
         std::string stored;
         if (!error.IsError())
-            error = CompareBytes("zynet::TransfersOverWinHttp", "PUT winhttp-upload.bin",
+            error = CompareBytes("zytool::TransfersOverWinHttp", "PUT winhttp-upload.bin",
                                  server.File("winhttp-upload.bin", stored) ? stored : "", sent);
         if (error.IsError())
-            return error.Push(ZY_LOC("zynet::TransfersOverWinHttp"), "upload failed");
+            return error.Push(ZY_LOC("zytool::TransfersOverWinHttp"), "upload failed");
         bytes += sent.size();
         summary = FXString::Format("CZyHTTP2: %u GET, 1 PUT, %lu bytes checked",
                                    static_cast<unsigned>(TourHttpServer::ServedFiles().size()),
@@ -153,13 +153,13 @@ StepResult TransfersOverWinHttp()
 
 StepResult TransfersOverWinInet()
 {
-    return WithServer("zynet::TransfersOverWinInet", [](TourHttpServer& server, std::string& summary) -> CZyError {
+    return WithServer("zytool::TransfersOverWinInet", [](TourHttpServer& server, std::string& summary) -> CZyError {
         TempFiles temp;
         ZyHTTP client(server.BaseUrl().c_str());
         client.SetInternetTimeout(kTourLimitSeconds * 1000);
         size_t bytes = 0;
         CZyError error = DownloadServed(
-            "zynet::TransfersOverWinInet", temp,
+            "zytool::TransfersOverWinInet", temp,
             [&](const std::string& remote, const std::string& local) {
                 return client.DownloadFileFromUrl((server.BaseUrl() + "/" + remote).c_str(), temp.Directory().c_str(),
                                                   local.c_str(), {});
@@ -171,11 +171,11 @@ StepResult TransfersOverWinInet()
         std::vector<CZyString> names;
         error = client.GetFileList(names, nullptr);
         if (error.IsError())
-            return error.Push(ZY_LOC("zynet::TransfersOverWinInet"), "listing failed");
+            return error.Push(ZY_LOC("zytool::TransfersOverWinInet"), "listing failed");
         for (const auto& file : TourHttpServer::ServedFiles())
             if (std::find_if(names.begin(), names.end(), [&](const CZyString& n) { return n.str() == file.first; }) ==
                 names.end())
-                return FXErrorUtil::ErrorInt(ZY_LOC("zynet::TransfersOverWinInet"), 1, "the listing lacks %s",
+                return FXErrorUtil::ErrorInt(ZY_LOC("zytool::TransfersOverWinInet"), 1, "the listing lacks %s",
                                              file.first.c_str());
         // The multipart upload goes to "upload.asp"; the form holds the file.
         const std::string name = temp.Name("wininet-upload.txt");
@@ -186,11 +186,11 @@ StepResult TransfersOverWinInet()
         std::string form;
         if (!error.IsError() && (!server.File("upload.asp", form) || form.find(sent) == std::string::npos ||
                                  form.find("filename=" + name) == std::string::npos))
-            error = FXErrorUtil::ErrorInt(ZY_LOC("zynet::TransfersOverWinInet"), 1,
+            error = FXErrorUtil::ErrorInt(ZY_LOC("zytool::TransfersOverWinInet"), 1,
                                           "the form the server got (%lu bytes) lacks the file",
                                           static_cast<unsigned long>(form.size()));
         if (error.IsError())
-            return error.Push(ZY_LOC("zynet::TransfersOverWinInet"), "upload failed");
+            return error.Push(ZY_LOC("zytool::TransfersOverWinInet"), "upload failed");
         bytes += sent.size();
         summary = FXString::Format("ZyHTTP: %u GET, 1 listing of %u names, 1 form POST, %lu bytes checked",
                                    static_cast<unsigned>(TourHttpServer::ServedFiles().size()),
@@ -204,4 +204,4 @@ std::vector<TourStep> PlatformTransferSteps()
 {
     return {{"transfers over WinHTTP", TransfersOverWinHttp}, {"transfers over WinINet", TransfersOverWinInet}};
 }
-}  // namespace zynet
+}  // namespace zytool

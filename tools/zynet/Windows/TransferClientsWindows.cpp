@@ -1,6 +1,6 @@
 #include "TransferClients.h"
 
-namespace zynet
+namespace zytool
 {
 // The Windows HTTP clients; each is defined in its own file of this folder.
 const std::vector<TransferClient>& TransferClients()
@@ -8,4 +8,4 @@ const std::vector<TransferClient>& TransferClients()
     static const std::vector<TransferClient> clients = {WinHttpClient(), WinInetClient()};
     return clients;
 }
-}  // namespace zynet
+}  // namespace zytool
