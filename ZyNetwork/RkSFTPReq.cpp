@@ -4,6 +4,8 @@
 
 #include <stdlib.h>
 
+#include "ZyNetwork/Internal/OsCurl.h"
+
 static const char kZyFile[] = "ZyNetwork/RkSFTPReq";
 
 namespace RkCURL
@@ -77,7 +79,7 @@ CZyError RkSFTPReq::applyHostKeyFile(const char* function)
     std::string file = m_knownHosts.empty() ? defaultKnownHostsFile() : m_knownHosts;
     if (file.empty())
         file = "known_hosts";
-    const CURLcode result = applyOption(CURLOPT_SSH_KNOWNHOSTS, file);
+    const CURLcode result = applyOption(CURLOPT_SSH_KNOWNHOSTS, zyos::SshFilePath(file));
     // curl checks the host key only when it connects.
     requireFreshConnection();
     if (result != CURLE_OK)
@@ -104,11 +106,12 @@ CZyError RkSFTPReq::setPrivateKey(const std::string& privateKeyFile, const std::
         return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "%s", kNotInitialized);
     if (privateKeyFile.empty())
         return FXErrorUtil::ErrorInt(ZY_LOC(kFunction), 1, "Invalid private key file");
-    CURLcode result = applyOption(CURLOPT_SSH_PRIVATE_KEYFILE, privateKeyFile);
+    // libssh2 opens both key files itself, by path.
+    CURLcode result = applyOption(CURLOPT_SSH_PRIVATE_KEYFILE, zyos::SshFilePath(privateKeyFile));
     if (result == CURLE_OK)
         result = applyOption(CURLOPT_KEYPASSWD, passphrase);
     if (result == CURLE_OK && !publicKeyFile.empty())
-        result = applyOption(CURLOPT_SSH_PUBLIC_KEYFILE, publicKeyFile);
+        result = applyOption(CURLOPT_SSH_PUBLIC_KEYFILE, zyos::SshFilePath(publicKeyFile));
     // A live connection was authenticated with what was set before.
     requireFreshConnection();
     if (result != CURLE_OK)
