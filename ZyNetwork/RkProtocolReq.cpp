@@ -1070,7 +1070,7 @@ CZyError RkProtocolReq::Execute()
     m_lastResult = result;
     if (result != CURLE_OK)
         return ErrorRkCURL(ZY_LOC(kFunction), result, "CURL perform failed.Curl ErrorCode : [%d], Error Message : [%s]",
-                           result, errorBufferText());
+                           result, failureText(result).c_str());
     CZyError error = getResponseCode();
     if (error.IsError())
         return error.Push(ZY_LOC(kFunction), "Failed to get ResponseCode");

@@ -292,6 +292,13 @@ protected:
     void setOperationReadCallback(void* userData, RkDataCallback callback);
     void* handle() const;
     const char* errorBufferText() const;
+    // The text of a failed transfer: curl's own, to which a protocol may add
+    // what `result` means for it.
+    virtual std::string failureText(CURLcode result) const
+    {
+        (void)result;
+        return errorBufferText();
+    }
     long responseCode() const { return m_responseCode; }
     int lastCurlResult() const { return m_lastResult; }
     void setLastCurlResult(int result) { m_lastResult = result; }

@@ -353,6 +353,15 @@ TEST_F(SftpTest, KeysPasswordsAndHostKeys)
         EXPECT_TRUE(DownloadEnds(request, "tree/a file.txt", key.expected));
     }
 
+    // RSA: Debian 12's libssh2 (1.10, on both targets) signs only with ssh-rsa
+    // (SHA-1), which OpenSSH 9 refuses by default; the error says so.
+    RkSFTPReq rsa;
+    Open(rsa);
+    ASSERT_FALSE(rsa.setPrivateKey(servers.rsaKeyFile, "").IsError());
+    CZyError rsaError = rsa.download("tree/a file.txt", kNoCommands);
+    EXPECT_EQ(CURLE_LOGIN_DENIED, GetRkCURL(rsaError)) << rsaError.AsString();
+    EXPECT_NE(std::string::npos, rsaError.GetErrorMessage().find("the key is an RSA key")) << rsaError.AsString();
+
     // A host key other than the file's, or a file that knows only another
     // server: 60; unchecked, it goes through.
     for (const std::string& knownHosts : {servers.wrongKnownHosts, servers.unknownKnownHosts})
