@@ -124,14 +124,17 @@ std::string RkSFTPReq::defaultKnownHostsFile()
     return std::string(home) + "/.ssh/known_hosts";
 }
 
+std::string RkSFTPReq::knownHostsFile() const
+{
+    const std::string file = m_knownHosts.empty() ? defaultKnownHostsFile() : m_knownHosts;
+    return file.empty() ? "known_hosts" : file;
+}
+
 CZyError RkSFTPReq::applyHostKeyFile(const char* function)
 {
     // Without a key function curl accepts only a key that the file holds.
     // A file that cannot be read holds none, so every key is refused.
-    std::string file = m_knownHosts.empty() ? defaultKnownHostsFile() : m_knownHosts;
-    if (file.empty())
-        file = "known_hosts";
-    const CURLcode result = applyOption(CURLOPT_SSH_KNOWNHOSTS, zyos::SshFilePath(file));
+    const CURLcode result = applyOption(CURLOPT_SSH_KNOWNHOSTS, zyos::SshFilePath(knownHostsFile()));
     // curl checks the host key only when it connects.
     requireFreshConnection();
     if (result != CURLE_OK)
@@ -251,10 +254,18 @@ std::vector<std::string> RkSFTPReq::renameCommands(const std::string& from, cons
 std::string RkSFTPReq::failureText(CURLcode result) const
 {
     std::string text = RkFTPReq::failureText(result);
+    // curl refuses a host key that the known-hosts file does not hold
+    // without a word.
+    if (result == CURLE_PEER_FAILED_VERIFICATION && m_checkHostKey && text.empty())
+    {
+        text = "The server's host key is not in the known-hosts file \"" + knownHostsFile() +
+               "\" (another key for this server, no key for it, or no such file)";
+    }
     if (result == CURLE_LOGIN_DENIED && !m_privateKey.empty() && SignsRsaWithSha1Only() &&
         IsRsaKey(m_privateKey, m_publicKey))
-        text += " (the key is an RSA key: this libssh2 signs with ssh-rsa (SHA-1) only, which OpenSSH 8.8 and "
-                "later refuse unless the server allows ssh-rsa; use an Ed25519 or ECDSA key)";
+        text +=
+            " (the key is an RSA key: this libssh2 signs with ssh-rsa (SHA-1) only, which OpenSSH 8.8 and "
+            "later refuse unless the server allows ssh-rsa; use an Ed25519 or ECDSA key)";
     return text;
 }
 

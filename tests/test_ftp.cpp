@@ -370,7 +370,10 @@ TEST_F(SftpTest, KeysPasswordsAndHostKeys)
         RkSFTPReq wrongHost;
         Open(wrongHost);
         ASSERT_FALSE(wrongHost.setKnownHostsFile(knownHosts).IsError());
-        EXPECT_TRUE(DownloadEnds(wrongHost, "tree/a file.txt", CURLE_PEER_FAILED_VERIFICATION));
+        CZyError error = wrongHost.download("tree/a file.txt", kNoCommands);
+        EXPECT_EQ(CURLE_PEER_FAILED_VERIFICATION, GetRkCURL(error)) << error.AsString();
+        EXPECT_NE(std::string::npos, error.GetErrorMessage().find("host key is not in the known-hosts file"))
+            << error.AsString();
         ASSERT_FALSE(wrongHost.setHostKeyChecking(false).IsError());
         EXPECT_TRUE(DownloadEnds(wrongHost, "tree/a file.txt", CURLE_OK));
     }
