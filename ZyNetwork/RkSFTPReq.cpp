@@ -34,6 +34,7 @@ std::string Quoted(const std::string& path)
     out.push_back('"');
     return out;
 }
+
 // Whether a private key file holds an RSA key: PEM's "RSA PRIVATE KEY", an
 // OpenSSH key whose public part (never encrypted) is ssh-rsa, or else a
 // public key file (given, or the private key's name with ".pub") of that type.
