@@ -425,6 +425,13 @@ protected:
     void* handle() const;
     // The text curl wrote into the error buffer for the last request.
     const char* errorBufferText() const;
+    // The text of a failed transfer: curl's own, to which a protocol may add
+    // what `result` means for it.
+    virtual std::string failureText(CURLcode result) const
+    {
+        (void)result;
+        return errorBufferText();
+    }
     // The response code of the last request.
     long responseCode() const { return m_responseCode; }
     // The last curl result, as getLastCurlErrorCodeAndErrorMsg reports it.

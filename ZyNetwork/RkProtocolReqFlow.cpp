@@ -253,7 +253,7 @@ CZyError RkProtocolReq::Execute()
     {
         CZyError error = ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::Execute"), result,
                                      "CURL perform failed.Curl ErrorCode : [%d], Error Message : [%s]", result,
-                                     errorBufferText());
+                                     failureText(result).c_str());
         // What the server said last, where it said anything: its reply code
         // (for the caller) and its reply line (on the stack).
         long code = 0;

@@ -81,11 +81,17 @@ protected:
     bool offersMlsd() const override { return false; }
     // A directory is opened for listing (the listing is discarded).
     CURLcode setDirectoryCheckOptions() override;
+    // A refused host key names the known-hosts file; a refused login with an
+    // RSA key says why when libssh2 cannot sign with rsa-sha2.
+    std::string failureText(CURLcode result) const override;
 
 private:
+    // The file of setKnownHostsFile, else the default one, else "known_hosts".
+    std::string knownHostsFile() const;
     CZyError applyHostKeyFile(const char* function);
 
     bool m_checkHostKey;
     std::string m_knownHosts;
+    std::string m_privateKey, m_publicKey;  // as the caller gave them (UTF-8)
 };
 }  // namespace RkCURL

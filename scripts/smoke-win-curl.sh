@@ -93,13 +93,14 @@ if grep -q '^protocols:.* sftp' <<<"$info"; then
   # sshd as its own instance: own host key and config, loopback, high port.
   ssh_port=$(free_port)
   mkdir -p -m 0755 /run/sshd
-  ssh-keygen -q -t rsa -b 2048 -N '' -f "$tmp/host_rsa" >/dev/null
-  ssh-keygen -q -t rsa -b 2048 -N '' -m PEM -f "$tmp/client_rsa" >/dev/null
-  cp "$tmp/client_rsa.pub" "$tmp/authorized_keys"
+  # OpenSSH's default algorithms; Ed25519 keys in OpenSSH's own format.
+  ssh-keygen -q -t ed25519 -N '' -f "$tmp/host_ed25519" >/dev/null
+  ssh-keygen -q -t ed25519 -N '' -f "$tmp/client_ed25519" >/dev/null
+  cp "$tmp/client_ed25519.pub" "$tmp/authorized_keys"
   cat >"$tmp/sshd_config" <<EOF
 ListenAddress 127.0.0.1
 Port $ssh_port
-HostKey $tmp/host_rsa
+HostKey $tmp/host_ed25519
 PidFile $tmp/sshd.pid
 AuthorizedKeysFile $tmp/authorized_keys
 StrictModes no
@@ -107,15 +108,11 @@ UsePAM no
 PermitRootLogin prohibit-password
 PasswordAuthentication no
 Subsystem sftp internal-sftp
-# libssh2 1.10 signs with ssh-rsa (SHA-1) only, which OpenSSH 8.8+ refuses
-# unless asked.
-HostKeyAlgorithms +ssh-rsa
-PubkeyAcceptedAlgorithms +ssh-rsa
 EOF
   /usr/sbin/sshd -D -e -f "$tmp/sshd_config" >"$tmp/sshd.log" 2>&1 &
   pids+=($!)
   wait_port "$ssh_port"
-  (cd "$tmp" && SMOKE_TIMEOUT=20 SMOKE_USER="$(id -un):" SMOKE_KEY=client_rsa SMOKE_PUBKEY=client_rsa.pub \
+  (cd "$tmp" && SMOKE_TIMEOUT=20 SMOKE_USER="$(id -un):" SMOKE_KEY=client_ed25519 SMOKE_PUBKEY=client_ed25519.pub \
      /usr/lib/wine/wine64 smoke.exe \
        "sftp://127.0.0.1:$ssh_port$tmp/www/blob.bin=>sftp.bin" \
        "scp://127.0.0.1:$ssh_port$tmp/www/hello.txt=>scp.bin" </dev/null) | tr -d '\r' || fail=1

@@ -22,7 +22,7 @@ run_linux() {
 }
 
 run_windows() {
-  echo "=== [windows] libcurl for Windows (RKCurl.dll; cached under build/win-deps)"
+  echo "=== [windows] libcurl for Windows (RKCurl.dll with SFTP; cached in /var/cache/zynetwork/win-deps)"
   local win_curl
   win_curl=$(bash scripts/build-win-curl.sh | tail -1)
   echo "=== [windows] configure and build"

@@ -14,6 +14,18 @@
 
 using namespace RkCURL;
 
+#if defined(__SANITIZE_ADDRESS__)
+// Read by LeakSanitizer: Debian 12's libssh2 1.10 leaks 112 bytes of
+// libcrypto BIGNUMs per login with an ECDSA key in OpenSSH's format (inside
+// libssh2_userauth_publickey_fromfile_ex). Without frame pointers in the
+// system libraries the report's stack ends in libcrypto's allocator, so that
+// is what is named; the library itself never calls libcrypto.
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions()
+{
+    return "leak:CRYPTO_zalloc\n";
+}
+#endif
+
 namespace
 {
 const std::vector<commandInfo> kNoCommands;
@@ -222,7 +234,7 @@ INSTANTIATE_TEST_SUITE_P(Ftp, FtpTest, ::testing::Values(FTP, FTPS),
 
 namespace
 {
-// Whether the loaded libcurl speaks SFTP (the Windows build has no SSH).
+// Whether the loaded libcurl speaks SFTP (both platforms' files do).
 bool CurlHasSftp()
 {
     const curl_version_info_data* info = CurlWrapper::rk_curl_version_info(CURLVERSION_NOW);
@@ -243,8 +255,7 @@ protected:
             GTEST_SKIP() << servers.problem;
         if (!servers.sftp)
             GTEST_SKIP() << servers.sftpProblem;
-        if (!CurlHasSftp())
-            GTEST_SKIP() << "the loaded libcurl (" << CurlWrapper::rk_curl_version() << ") has no SFTP";
+        ASSERT_TRUE(CurlHasSftp()) << "the loaded libcurl (" << CurlWrapper::rk_curl_version() << ") has no SFTP";
         const std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
         work = "work-sftp/" + name;
     }
@@ -292,16 +303,18 @@ TEST_F(SftpTest, TransfersMatchAndCommandsChangeTheDisk)
                                             kNoCommands));
     EXPECT_EQ(data, Fetch(request, dir + "/b.txt"));
 
-    ZYTEST_ASSERT_OK(request.renameFile(dir + "/big copy.bin", dir + "/moved \"name\".bin"));
+    // Asked of the server: Windows cannot name a file with '"' on its disk.
+    const std::string moved = dir + "/moved \"name\".bin";
+    ZYTEST_ASSERT_OK(request.renameFile(dir + "/big copy.bin", moved));
     EXPECT_FALSE(zytest::PathExists(Disk(dir + "/big copy.bin")));
-    EXPECT_TRUE(zytest::PathExists(Disk(dir + "/moved \"name\".bin")));
+    ExpectExistence(request, {{moved.c_str(), true, true}});
     ASSERT_FALSE(request.makeDirectory(dir + "/new sub").IsError());
     EXPECT_TRUE(zytest::PathExists(Disk(dir + "/new sub")));
     ASSERT_FALSE(request.removeDirectory(dir + "/new sub").IsError());
     EXPECT_FALSE(zytest::PathExists(Disk(dir + "/new sub")));
-    ASSERT_FALSE(request.doDeleteOperation((dir + "/moved \"name\".bin").c_str(), "", 0, kNoCommands).IsError());
-    EXPECT_FALSE(zytest::PathExists(Disk(dir + "/moved \"name\".bin")));
-    CZyError error = request.deleteFile(dir + "/moved \"name\".bin");
+    ASSERT_FALSE(request.doDeleteOperation(moved.c_str(), "", 0, kNoCommands).IsError());
+    ExpectExistence(request, {{moved.c_str(), true, false}});
+    CZyError error = request.deleteFile(moved);
     EXPECT_EQ(CURLE_QUOTE_ERROR, GetRkCURL(error)) << error.AsString();
     EXPECT_TRUE(DownloadEnds(request, dir + "/missing", CURLE_REMOTE_FILE_NOT_FOUND));
 }
@@ -326,23 +339,56 @@ TEST_F(SftpTest, ExistenceOfFilesAndDirectories)
 
 TEST_F(SftpTest, KeysPasswordsAndHostKeys)
 {
-    // The key with a passphrase: right and wrong.
-    RkSFTPReq phrase;
-    Open(phrase);
-    ASSERT_FALSE(phrase.setPrivateKey(servers.phraseKeyFile, servers.keyPassphrase).IsError());
-    EXPECT_TRUE(DownloadEnds(phrase, "tree/a file.txt", CURLE_OK));
-    RkSFTPReq wrongPhrase;
-    Open(wrongPhrase);
-    ASSERT_FALSE(wrongPhrase.setPrivateKey(servers.phraseKeyFile, "not the phrase").IsError());
-    EXPECT_TRUE(DownloadEnds(wrongPhrase, "tree/a file.txt", CURLE_LOGIN_DENIED));
+    // Every kind of user key against OpenSSH's default algorithms, from a
+    // directory whose name has a space and non-ASCII letters.
+    struct KeyCase
+    {
+        const char* what;
+        std::string file, passphrase;
+        CURLcode expected;
+    };
+    const KeyCase keys[] = {
+        {"ECDSA, PEM, passphrase", servers.phraseKeyFile, servers.keyPassphrase, CURLE_OK},
+        {"ECDSA, PEM, wrong passphrase", servers.phraseKeyFile, "not the phrase", CURLE_LOGIN_DENIED},
+        {"ECDSA, OpenSSH format", servers.ecdsaKeyFile, "", CURLE_OK},
+        {"Ed25519", servers.ed25519KeyFile, "", CURLE_OK},
+        {"Ed25519, passphrase", servers.ed25519PhraseKeyFile, servers.keyPassphrase, CURLE_OK},
+        {"Ed25519, wrong passphrase", servers.ed25519PhraseKeyFile, "not the phrase", CURLE_LOGIN_DENIED},
+        {"no such key file", servers.keyFile + ".missing", "", CURLE_LOGIN_DENIED},
+    };
+    for (const KeyCase& key : keys)
+    {
+        SCOPED_TRACE(key.what);
+        RkSFTPReq request;
+        Open(request);
+        ASSERT_FALSE(request.setPrivateKey(key.file, key.passphrase).IsError());
+        EXPECT_TRUE(DownloadEnds(request, "tree/a file.txt", key.expected));
+    }
 
-    // A host key other than the file's: 60; unchecked, it goes through.
-    RkSFTPReq wrongHost;
-    Open(wrongHost);
-    ASSERT_FALSE(wrongHost.setKnownHostsFile(servers.wrongKnownHosts).IsError());
-    EXPECT_TRUE(DownloadEnds(wrongHost, "tree/a file.txt", CURLE_PEER_FAILED_VERIFICATION));
-    ASSERT_FALSE(wrongHost.setHostKeyChecking(false).IsError());
-    EXPECT_TRUE(DownloadEnds(wrongHost, "tree/a file.txt", CURLE_OK));
+    // RSA: Debian 12's libssh2 (1.10, on both targets) signs only with ssh-rsa
+    // (SHA-1), which OpenSSH 9 refuses by default; the error says so.
+    RkSFTPReq rsa;
+    Open(rsa);
+    ASSERT_FALSE(rsa.setPrivateKey(servers.rsaKeyFile, "").IsError());
+    CZyError rsaError = rsa.download("tree/a file.txt", kNoCommands);
+    EXPECT_EQ(CURLE_LOGIN_DENIED, GetRkCURL(rsaError)) << rsaError.AsString();
+    EXPECT_NE(std::string::npos, rsaError.GetErrorMessage().find("the key is an RSA key")) << rsaError.AsString();
+
+    // A host key other than the file's, or a file that knows only another
+    // server: 60; unchecked, it goes through.
+    for (const std::string& knownHosts : {servers.wrongKnownHosts, servers.unknownKnownHosts})
+    {
+        SCOPED_TRACE(knownHosts);
+        RkSFTPReq wrongHost;
+        Open(wrongHost);
+        ASSERT_FALSE(wrongHost.setKnownHostsFile(knownHosts).IsError());
+        CZyError error = wrongHost.download("tree/a file.txt", kNoCommands);
+        EXPECT_EQ(CURLE_PEER_FAILED_VERIFICATION, GetRkCURL(error)) << error.AsString();
+        EXPECT_NE(std::string::npos, error.GetErrorMessage().find("host key is not in the known-hosts file"))
+            << error.AsString();
+        ASSERT_FALSE(wrongHost.setHostKeyChecking(false).IsError());
+        EXPECT_TRUE(DownloadEnds(wrongHost, "tree/a file.txt", CURLE_OK));
+    }
 
     if (servers.passwordUser.empty())
         GTEST_SKIP() << "password logins: " << servers.passwordProblem;

@@ -28,6 +28,14 @@ std::string DefaultCurlLibraryPath(const void* moduleAddress);
 //   the loaded libcurl was built with.
 bool DefaultCABundle(std::string& path);
 
+// A key or known-hosts file's UTF-8 path as libssh2 opens it (with fopen).
+// - Linux: unchanged.
+// - Windows: fopen takes the ANSI code page, so a path with non-ASCII
+//   characters is converted to it when every character fits, else replaced
+//   by the file's short (8.3) name when the file system has one; otherwise
+//   it is passed on unchanged (and the file will not be found).
+std::string SshFilePath(const std::string& utf8Path);
+
 // Called once the binding has loaded the file. Linux: keeps it (and so
 // the libraries it depends on) mapped until the process ends, even after the
 // binding releases it at exit. The system's libcurl pulls in libraries

@@ -1,6 +1,7 @@
 // Default CA bundle on Linux: a "curl-ca-bundle.crt" in the current directory
 // when there is one (as on Windows), otherwise the bundle that the loaded
-// libcurl was built to use, so that HTTPS verifies out of the box.
+// libcurl was built to use, so that HTTPS verifies out of the box. SSH file
+// paths go to libssh2 as they are.
 #include <unistd.h>
 
 #include "ZyNetwork/CurlWrapper.h"
@@ -26,5 +27,10 @@ bool DefaultCABundle(std::string& path)
         return true;
     }
     return false;
+}
+
+std::string SshFilePath(const std::string& utf8Path)
+{
+    return utf8Path;
 }
 }  // namespace zy::os

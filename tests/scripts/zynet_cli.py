@@ -218,7 +218,9 @@ def case_curl_version(tool):
         raise Skip("RKCurl.dll is not beside ZyNetwork.dll (the install step builds it)")
     doc = tool.json("curl-version", env=env)
     expect(doc["loaded"] is True and doc["version"].startswith("libcurl/"), "not libcurl: %r" % doc)
-    expect({"http", "https", "ftp"} <= set(doc["protocols"]), "protocols: %r" % doc["protocols"])
+    # Both platforms' files speak SSH (on Windows through libssh2 built in).
+    expect({"http", "https", "ftp", "ftps", "sftp", "scp"} <= set(doc["protocols"]),
+           "protocols: %r" % doc["protocols"])
     expected_file = "RKCurl.dll" if tool.windows else ("libRKCurl.so", "libcurl.so.4")
     expect(doc["file"].endswith(expected_file), "file: %r" % doc["file"])
     expect_run(tool, ["curl-version"], 0, r"^version:   libcurl/\d+\.\d+\.\d+", env=env)

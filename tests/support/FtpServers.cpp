@@ -44,8 +44,13 @@ FtpServers Load()
     servers.keyFile = file.Path("keyFile");
     servers.phraseKeyFile = file.Path("phraseKeyFile");
     servers.keyPassphrase = file.Text("keyPassphrase");
+    servers.ecdsaKeyFile = file.Path("ecdsaKeyFile");
+    servers.ed25519KeyFile = file.Path("ed25519KeyFile");
+    servers.ed25519PhraseKeyFile = file.Path("ed25519PhraseKeyFile");
+    servers.rsaKeyFile = file.Path("rsaKeyFile");
     servers.knownHosts = file.Path("knownHosts");
     servers.wrongKnownHosts = file.Path("wrongKnownHosts");
+    servers.unknownKnownHosts = file.Path("unknownKnownHosts");
     servers.passwordUser = file.Text("sftpPasswordUser");
     servers.sftpPassword = file.Text("sftpPassword");
     servers.passwordProblem = file.Text("sftpPasswordProblem");

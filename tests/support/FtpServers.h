@@ -30,8 +30,13 @@ struct FtpServers
     std::string caFile, wrongCaFile;
     int64_t bigSize = 0;
     std::string keyUser;  // the account that logs in with the keys
+    // ECDSA in PEM (plain and with the passphrase), ECDSA in OpenSSH's
+    // format, Ed25519 (plain and with the passphrase) and RSA, in a directory
+    // whose name has a space and non-ASCII letters.
     std::string keyFile, phraseKeyFile, keyPassphrase;
-    std::string knownHosts, wrongKnownHosts;
+    std::string ecdsaKeyFile, ed25519KeyFile, ed25519PhraseKeyFile, rsaKeyFile;
+    // The server's key; another key for it; only another server's key.
+    std::string knownHosts, wrongKnownHosts, unknownKnownHosts;
     std::string passwordUser, sftpPassword;  // "" when no account could be made
     std::string passwordProblem;
 };

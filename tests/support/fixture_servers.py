@@ -94,8 +94,9 @@ def fresh_state(state, stop):
 
 
 def write_info(state, info):
-    with open(os.path.join(state, "servers.json"), "w") as f:
-        json.dump(info, f, indent=1)
+    # UTF-8 as it is: the C++ reader knows no \\u escapes.
+    with open(os.path.join(state, "servers.json"), "w", encoding="utf-8") as f:
+        json.dump(info, f, indent=1, ensure_ascii=False)
 
 
 def stop_servers(state):

@@ -112,9 +112,27 @@ def ftpd(args_file):
     server.serve_forever()
 
 
-def keygen(path, passphrase=""):
-    run(["ssh-keygen", "-q", "-t", "ecdsa", "-b", "256", "-m", "PEM", "-N", passphrase, "-C", "zynet-test", "-f",
-         path])
+# The user keys in a directory whose name has a space and non-ASCII letters
+# (key files are opened by path on every target): JSON name -> ssh-keygen
+# type, passphrase and format. ssh-keygen's default format is OpenSSH's own.
+KEY_DIR = "ssh keys \u00e9t\u00e9"
+USER_KEYS = {
+    "keyFile": ("ecdsa", "", "PEM"),
+    "phraseKeyFile": ("ecdsa", KEY_PASSPHRASE, "PEM"),
+    "ecdsaKeyFile": ("ecdsa", "", None),
+    "ed25519KeyFile": ("ed25519", "", None),
+    "ed25519PhraseKeyFile": ("ed25519", KEY_PASSPHRASE, None),
+    "rsaKeyFile": ("rsa", "", None),
+}
+
+
+def keygen(path, kind="ecdsa", passphrase="", key_format="PEM"):
+    args = ["ssh-keygen", "-q", "-t", kind, "-N", passphrase, "-C", "zynet-test", "-f", path]
+    if kind == "ecdsa":
+        args += ["-b", "256"]
+    if key_format:
+        args += ["-m", key_format]
+    run(args)
     with open(path + ".pub") as f:
         return f.read().split()[:2]
 
@@ -159,19 +177,25 @@ def start_sshd(state, info):
     host_key = os.path.join(state, "ssh_host_ecdsa_key")
     host_type, host_blob = keygen(host_key)
     _, other_blob = keygen(os.path.join(state, "other_host_key"))
-    user_key = os.path.join(state, "id_plain")
-    pass_key = os.path.join(state, "id_phrase")
-    authorized = [" ".join(keygen(user_key)), " ".join(keygen(pass_key, KEY_PASSPHRASE))]
+    key_dir = os.path.join(state, KEY_DIR)
+    os.makedirs(key_dir)
+    authorized = []
+    for name, (kind, passphrase, key_format) in USER_KEYS.items():
+        info[name] = os.path.join(key_dir, "id " + name)
+        authorized.append(" ".join(keygen(info[name], kind, passphrase, key_format)))
     with open(os.path.join(state, "authorized_keys"), "w") as f:
         f.write("\n".join(authorized) + "\n")
     conf = os.path.join(state, "sshd_config")
 
     def start_once():
         port = free_port()
-        with open(os.path.join(state, "known_hosts"), "w") as f:
-            f.write("[127.0.0.1]:%d %s %s\n" % (port, host_type, host_blob))
-        with open(os.path.join(state, "wrong_known_hosts"), "w") as f:
-            f.write("[127.0.0.1]:%d %s %s\n" % (port, host_type, other_blob))
+        # The right key, another key for this server, and a file that knows
+        # only another server.
+        for name, line in (("known_hosts", "[127.0.0.1]:%d %s %s" % (port, host_type, host_blob)),
+                           ("wrong_known_hosts", "[127.0.0.1]:%d %s %s" % (port, host_type, other_blob)),
+                           ("unknown_known_hosts", "[127.0.0.1]:%d %s %s" % (port + 1, host_type, host_blob))):
+            with open(os.path.join(key_dir, name), "w") as f:
+                f.write(line + "\n")
         with open(conf, "w") as f:
             f.write(SSHD_CONFIG.format(port=port, host_key=host_key, state=state))
         proc = spawn([SSHD, "-D", "-e", "-f", conf], state, "sshd")
@@ -181,11 +205,10 @@ def start_sshd(state, info):
     proc, port = retrying(start_once)
     info["sftp"] = port
     info["sftpKeyUser"] = pwd.getpwuid(os.geteuid()).pw_name
-    info["keyFile"] = user_key
-    info["phraseKeyFile"] = pass_key
     info["keyPassphrase"] = KEY_PASSPHRASE
-    info["knownHosts"] = os.path.join(state, "known_hosts")
-    info["wrongKnownHosts"] = os.path.join(state, "wrong_known_hosts")
+    info["knownHosts"] = os.path.join(key_dir, "known_hosts")
+    info["wrongKnownHosts"] = os.path.join(key_dir, "wrong_known_hosts")
+    info["unknownKnownHosts"] = os.path.join(key_dir, "unknown_known_hosts")
     make_password_user(info)
     return proc
 
