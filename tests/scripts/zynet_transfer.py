@@ -164,7 +164,8 @@ def case_get_safety(tool):
         (url(s["http"], "/auth/secret.txt"), [], r"HTTP 401 Unauthorized"),
         (url(s["http"], "/auth/secret.txt"), ["--user", "%s:wrong-secret" % s["user"]], r"HTTP 401 Unauthorized"),
         (scripted.url("/status/500"), [], r"HTTP 500 X"),
-        ("http://127.0.0.1:%d/x" % closed_port(), [], r"connection refused"),
+        # Non-ASCII arguments reach the tool as UTF-8 on Windows too.
+        ("http://127.0.0.1:%d/\u00fcber" % closed_port(), [], r"connection refused"),
         (url(hostile, "/short-body"), [], r"connection closed before the whole body arrived"),
         (url(hostile, "/huge-stall"), ["--timeout", "2"], r"timed out"),
         (url(hostile, "/redirect-loop"), [], r"too many redirects"),

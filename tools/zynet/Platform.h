@@ -3,9 +3,14 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace zytool
 {
+// The program's arguments in UTF-8, argv[0] first. Windows hands main() its
+// ANSI code page, so there they are read again from the wide command line.
+std::vector<std::string> CommandLineArgs(int argc, char** argv);
+
 // The directory for temporary files as the platform's environment names it
 // ("" when it names none), and the separator that joins a file name to it.
 std::string TempDirectory();

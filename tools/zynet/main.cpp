@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Platform.h"
 #include "Tool.h"
 #include "Transfer.h"
 #include "ZyNetwork/ZySockInit.h"
@@ -258,9 +259,10 @@ int main(int argc, char** argv)
     bool verbose = false;
     bool optionsEnded = false;
     // --json, --verbose and --help are accepted anywhere before "--".
-    for (int i = 1; i < argc; ++i)
+    const std::vector<std::string> commandLine = zytool::CommandLineArgs(argc, argv);
+    for (size_t i = 1; i < commandLine.size(); ++i)
     {
-        const std::string arg = argv[i];
+        const std::string& arg = commandLine[i];
         if (!optionsEnded && arg == "--json")
             json = true;
         else if (!optionsEnded && arg == "--verbose")

@@ -12,6 +12,11 @@
 
 namespace zytool
 {
+std::vector<std::string> CommandLineArgs(int argc, char** argv)
+{
+    return std::vector<std::string>(argv, argv + argc);
+}
+
 std::string TempDirectory()
 {
     const char* dir = std::getenv("TMPDIR");

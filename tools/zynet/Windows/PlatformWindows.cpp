@@ -2,6 +2,8 @@
 // MoveFileExW and the console's Ctrl-C handler.
 #include <windows.h>
 
+#include <shellapi.h>
+
 #include <cstdlib>
 #include <string>
 
@@ -35,6 +37,17 @@ std::wstring Wide(const std::string& text)
     return wide;
 }
 
+std::string Utf8(const wchar_t* text)
+{
+    const int length = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
+    if (length <= 0)
+        return std::string();
+    std::string narrow(static_cast<size_t>(length), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, text, -1, &narrow[0], length, nullptr, nullptr);
+    narrow.resize(static_cast<size_t>(length - 1));
+    return narrow;
+}
+
 std::string SystemMessage(DWORD code)
 {
     char* text = nullptr;
@@ -60,6 +73,24 @@ BOOL WINAPI RemoveOnControl(DWORD)
     return FALSE;  // the default handler ends the process
 }
 }  // namespace
+
+std::vector<std::string> CommandLineArgs(int argc, char** argv)
+{
+    int count = 0;
+    LPWSTR* wide = CommandLineToArgvW(GetCommandLineW(), &count);
+    if (wide == nullptr || count != argc)
+    {
+        // Not the command line main() was given: keep what it was given.
+        if (wide != nullptr)
+            LocalFree(wide);
+        return std::vector<std::string>(argv, argv + argc);
+    }
+    std::vector<std::string> args;
+    for (int i = 0; i < count; ++i)
+        args.push_back(Utf8(wide[i]));
+    LocalFree(wide);
+    return args;
+}
 
 bool IsDirectory(const std::string& path)
 {
