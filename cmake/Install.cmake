@@ -50,35 +50,22 @@ install(FILES ${CMAKE_BINARY_DIR}/zynetwork.pc DESTINATION ${ZYNET_PC_DIR} COMPO
 # The Windows package works on its own: the curl library that every transfer
 # loads ("RKCurl.dll", beside ZyNetwork.dll and zynet.exe in bin/), curl's
 # headers (the public headers use its types), the licence texts of what the
-# DLL holds, and a README for Windows users. The licences are found in the
-# source tree that scripts/build-win-curl.sh unpacks beside the DLL
-# (src/curl-*/COPYING), or named with ZYNET_WIN_CURL_SOURCE.
+# DLL holds (curl, libssh2, OpenSSL), and a README for Windows users.
 if(WIN32)
   install(FILES ${CMAKE_SOURCE_DIR}/packaging/README-Windows.txt DESTINATION . COMPONENT runtime)
 endif()
 if(WIN32 AND ZYNET_WIN_CURL_DLL)
-  set(ZYNET_WIN_CURL_SOURCE "" CACHE PATH "curl source tree that ZYNET_WIN_CURL_DLL was built from")
-  set(zynet_curl_source "${ZYNET_WIN_CURL_SOURCE}")
+  # scripts/build-win-curl.sh leaves curl's headers (include/curl) and the
+  # licence texts of what the DLL holds (licenses/*.txt) beside the DLL.
   get_filename_component(zynet_curl_deps "${ZYNET_WIN_CURL_DLL}" DIRECTORY)
-  if(NOT zynet_curl_source)
-    file(GLOB zynet_curl_sources LIST_DIRECTORIES true "${zynet_curl_deps}/src/curl-*")
-    list(FILTER zynet_curl_sources INCLUDE REGEX "/curl-[0-9.]+$")
-    list(SORT zynet_curl_sources)
-    list(POP_BACK zynet_curl_sources zynet_curl_source)
-  endif()
-  if(NOT EXISTS "${zynet_curl_source}/COPYING" OR NOT EXISTS "${zynet_curl_source}/include/curl/curl.h")
-    message(FATAL_ERROR "No curl source tree with COPYING and include/curl beside ${ZYNET_WIN_CURL_DLL} "
-                        "(src/curl-*); set ZYNET_WIN_CURL_SOURCE to the tree the DLL was built from")
+  file(GLOB zynet_curl_licences "${zynet_curl_deps}/licenses/*.txt")
+  if(NOT EXISTS "${zynet_curl_deps}/licenses/curl.txt" OR NOT EXISTS "${zynet_curl_deps}/include/curl/curl.h")
+    message(FATAL_ERROR "No licenses/curl.txt and include/curl beside ${ZYNET_WIN_CURL_DLL}: "
+                        "build it with scripts/build-win-curl.sh")
   endif()
   install(FILES "${ZYNET_WIN_CURL_DLL}" DESTINATION ${CMAKE_INSTALL_BINDIR} RENAME RKCurl.dll COMPONENT runtime)
-  install(FILES "${zynet_curl_source}/COPYING" DESTINATION licenses RENAME curl.txt COMPONENT runtime)
-  # libssh2, when the DLL was built with it (ZYNET_WIN_CURL_SSH=1).
-  file(GLOB zynet_ssh_licence "${zynet_curl_deps}/src/libssh2-*/COPYING")
-  if(zynet_ssh_licence AND EXISTS "${zynet_curl_deps}/libssh2-install/lib/libssh2.a")
-    list(GET zynet_ssh_licence 0 zynet_ssh_licence)
-    install(FILES "${zynet_ssh_licence}" DESTINATION licenses RENAME libssh2.txt COMPONENT runtime)
-  endif()
-  install(DIRECTORY "${zynet_curl_source}/include/curl" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+  install(FILES ${zynet_curl_licences} DESTINATION licenses COMPONENT runtime)
+  install(DIRECTORY "${zynet_curl_deps}/include/curl" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
     COMPONENT dev FILES_MATCHING PATTERN "*.h")
 endif()
 

@@ -22,8 +22,9 @@
 #     src/<package>_<version>/        Debian's source packages
 #     <key>/RKCurl.dll, RKCurl.stamp, include/curl/, logs/
 # so that a fresh clone on the same machine does not build them again. The
-# DLL, its stamp and curl's headers are then copied to build/win-deps/ of the
-# clone (or $ZYNET_WIN_DEPS_DIR). Nothing of it is ever tracked.
+# DLL, its stamp, curl's headers and the licence texts of curl, libssh2 and
+# OpenSSL (licenses/) are then copied to build/win-deps/ of the clone (or
+# $ZYNET_WIN_DEPS_DIR). Nothing of it is ever tracked.
 #
 # Run as root or with sudo (like scripts/install-deps.sh): it may add a
 # deb-src entry, run apt-get update and install packages.
@@ -210,11 +211,16 @@ key="curl-${curl_version}_libssh2-${ssh_version}_openssl-${ossl_version}_r${reci
 entry=$cache/$key
 
 
-# Copies a cache entry into the clone's build tree and prints the DLL's path.
+# Copies a cache entry into the clone's build tree, with the licence texts
+# of what the DLL holds (for the Windows package), and prints the DLL's path.
 deliver() {
   mkdir -p "$out"
-  rm -rf "$out/include"
+  rm -rf "$out/include" "$out/licenses"
   cp -r "$entry/include" "$out/include"
+  mkdir -p "$out/licenses"
+  cp "$curl_src/COPYING" "$out/licenses/curl.txt"
+  cp "$ssh_src/COPYING" "$out/licenses/libssh2.txt"
+  cp "$ossl_src/LICENSE.txt" "$out/licenses/openssl.txt"
   cp "$entry/RKCurl.dll" "$dll.tmp"
   mv -f "$dll.tmp" "$dll"
   cp "$entry/RKCurl.stamp" "$stamp"

@@ -26,7 +26,8 @@ SYSTEM_DLLS = {"advapi32.dll", "bcrypt.dll", "crypt32.dll", "kernel32.dll", "msv
                "ole32.dll", "ntdll.dll", "qwave.dll"}
 EXPECTED = ["bin/ZyNetwork.dll", "bin/RKCurl.dll", "bin/zynet.exe", "lib/libZyNetwork.dll.a",
             "lib/cmake/ZyNetwork/ZyNetworkConfig.cmake", "lib/pkgconfig/zynetwork.pc", "include/ZyNetwork/ZySocket.h",
-            "include/ZyNetwork/ZyHTTP2.h", "include/curl/curl.h", "licenses/curl.txt", "README-Windows.txt"]
+            "include/ZyNetwork/ZyHTTP2.h", "include/curl/curl.h", "licenses/curl.txt", "licenses/libssh2.txt",
+            "licenses/openssl.txt", "README-Windows.txt"]
 
 
 class Failure(Exception):
