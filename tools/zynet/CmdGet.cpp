@@ -289,10 +289,15 @@ int GetMany(Output& out, const TransferArgs& options, const std::string& directo
         throw UsageError("--continue works with the curl client only");
     // Every URL is checked, and every request made, before the first
     // download, so that a usage error stops the run before it starts.
+    // Each URL's settings are the run's, without the run's list of URLs (a
+    // copy of that list in every entry would grow with the square of it).
+    TransferArgs each = options;
+    each.parsed.positional.clear();
     std::vector<TransferArgs> transfers;
+    transfers.reserve(options.parsed.positional.size());
     for (const std::string& url : options.parsed.positional)
     {
-        transfers.push_back(options);
+        transfers.push_back(each);
         SetTransferUrl(out, transfers.back(), url);
     }
     Progress progress(ShowProgress(out));
