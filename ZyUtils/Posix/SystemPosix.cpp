@@ -63,8 +63,12 @@ uint32_t SystemErrorFromErrno(int code, const char* path)
 
 void* LoadModule(const char* path, bool exportSymbols, uint32_t* error)
 {
+    // Lazy binding, as the dynamic loader does for a program linked against
+    // libcurl: resolving every function of libcurl and its thirty libraries
+    // up front costs a small transfer about a tenth of its run time
+    // (docs/PERFORMANCE.md). Libraries built to bind at once still do.
     dlerror();
-    void* module = dlopen(path, RTLD_NOW | (exportSymbols ? RTLD_GLOBAL : RTLD_LOCAL));
+    void* module = dlopen(path, RTLD_LAZY | (exportSymbols ? RTLD_GLOBAL : RTLD_LOCAL));
     if (!module && error)
         *error = zy::err::kModuleNotFound;  // Windows' code for any module that will not load
     return module;
@@ -89,7 +93,7 @@ void KeepModuleMapped(void* /*module*/, const char* path)
 {
     // Marks the loaded object as never to be unloaded; the extra reference
     // taken here is dropped at once.
-    void* module = dlopen(path, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+    void* module = dlopen(path, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
     if (module)
         dlclose(module);
 }
