@@ -204,6 +204,12 @@ CURLcode rk_curl_easy_setopt(void* handle, CURLoption option, rk_curl_data_callb
     return function && !IsReleased() ? function(handle, option, callback) : CURLE_FAILED_INIT;
 }
 
+CURLcode setSocketOptionFunction(void* handle, curl_sockopt_callback callback)
+{
+    static const SetoptFunction function = ResolveCurl<SetoptFunction>("curl_easy_setopt");
+    return function && !IsReleased() ? function(handle, CURLOPT_SOCKOPTFUNCTION, callback) : CURLE_FAILED_INIT;
+}
+
 CURLcode rk_curl_easy_setopt(void* handle, CURLoption option, const char* value)
 {
     static const SetoptFunction function = ResolveCurl<SetoptFunction>("curl_easy_setopt");

@@ -17,6 +17,7 @@
 
 #include <new>
 
+#include "ZyNetwork/Internal/CurlWrapperInternal.h"
 #include "ZyNetwork/Internal/OsCurl.h"
 #include "ZyUtils/ZyString.h"
 
@@ -40,6 +41,14 @@ char* NewErrorBuffer()
     if (buffer)
         memset(buffer, 0, kErrorBufferSize);
     return buffer;
+}
+
+// curl's socket-option callback: each transfer socket gets the platform's
+// tuning (zy::os::TuneTransferSocket) before it connects.
+int TuneTransferSocket(void* /*context*/, curl_socket_t socket, curlsocktype /*purpose*/)
+{
+    zy::os::TuneTransferSocket(socket);
+    return CURL_SOCKOPT_OK;
 }
 }  // namespace
 
@@ -183,6 +192,8 @@ CZyError RkProtocolReq::copyHandleSettings(const RkProtocolReq& other)
     }
     void* curl = m_handle->get();
     CURLcode result = CurlWrapper::rk_curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, static_cast<void*>(m_errorBuffer));
+    if (result == CURLE_OK)
+        result = CurlWrapper::setSocketOptionFunction(curl, &TuneTransferSocket);
     for (size_t i = 0; result == CURLE_OK && i < m_options.size(); ++i)
     {
         const RecordedOption& option = m_options[i];
@@ -312,6 +323,9 @@ CZyError RkProtocolReq::setDefaultConfiguration()
     if (result != CURLE_OK)
         return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::setDefaultConfiguration"), result,
                            "Failed to set option [%d]", CURLOPT_ERRORBUFFER);
+    if ((result = CurlWrapper::setSocketOptionFunction(handle(), &TuneTransferSocket)) != CURLE_OK)
+        return ErrorRkCURL(ZY_LOC("RkCURL::RkProtocolReq::setDefaultConfiguration"), result,
+                           "Failed to set option [%d]", CURLOPT_SOCKOPTFUNCTION);
 
     if (m_followRedirects)
     {

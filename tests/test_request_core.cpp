@@ -81,9 +81,9 @@ TEST_F(RequestCore, InitializeAppliesTheDefaultsInOrder)
     EXPECT_EQ(1u, request.getUseCAFile());
     const auto options = fake.Options();
     const std::vector<std::pair<int, std::string>> expected = {
-        {CURLOPT_TIMEOUT, "1080"},        {CURLOPT_ERRORBUFFER, "1"},    {CURLOPT_FOLLOWLOCATION, "1"},
-        {CURLOPT_POSTREDIR, "7"},         {CURLOPT_MAXREDIRS, "30"},     {CURLOPT_SSL_VERIFYPEER, "1"},
-        {CURLOPT_SSL_VERIFYHOST, "2"},    {CURLOPT_SSL_OPTIONS, "16"},
+        {CURLOPT_TIMEOUT, "1080"},        {CURLOPT_ERRORBUFFER, "1"},    {CURLOPT_SOCKOPTFUNCTION, "1"},
+        {CURLOPT_FOLLOWLOCATION, "1"},    {CURLOPT_POSTREDIR, "7"},      {CURLOPT_MAXREDIRS, "30"},
+        {CURLOPT_SSL_VERIFYPEER, "1"},    {CURLOPT_SSL_VERIFYHOST, "2"}, {CURLOPT_SSL_OPTIONS, "16"},
     };
     ASSERT_GE(options.size(), expected.size());
     for (size_t i = 0; i < expected.size(); ++i)

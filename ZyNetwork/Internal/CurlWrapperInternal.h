@@ -3,6 +3,8 @@
 // exported.
 #pragma once
 
+#include <curl/curl.h>
+
 #include "ZyUtils/ZyLibrary.h"
 
 namespace CurlWrapper
@@ -28,6 +30,9 @@ CurlLibrary* getCurlLibrary();
 // The address of a curl symbol, or null when the library or the symbol is
 // missing.
 void* loadCurlSymbol(const char* name);
+// Sets CURLOPT_SOCKOPTFUNCTION, which takes a function pointer that the
+// exported setopt overloads have no type for.
+CURLcode setSocketOptionFunction(void* handle, curl_sockopt_callback callback);
 // How many times this process has looked for the curl library file (0 before
 // the first wrapper call, then 1 for good). Does not load anything.
 unsigned curlLibraryLookups();

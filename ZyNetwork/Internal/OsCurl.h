@@ -4,6 +4,8 @@
 // Internal: not installed, not exported.
 #pragma once
 
+#include <curl/curl.h>
+
 #include <string>
 
 class CZyLibrary;
@@ -35,6 +37,18 @@ bool DefaultCABundle(std::string& path);
 //   by the file's short (8.3) name when the file system has one; otherwise
 //   it is passed on unchanged (and the file will not be found).
 std::string SshFilePath(const std::string& utf8Path);
+
+// Tunes each socket curl opens for a transfer (curl's socket-option
+// callback, before the socket connects).
+// - Linux: at most 32 KiB of data not yet sent may wait in the socket
+//   (TCP_NOTSENT_LOWAT). Without the limit an upload fills the socket, the
+//   receiver's window closes, and the stream then stops and starts with each
+//   window update; with it the sender refills as the data leaves, which on
+//   loopback made an FTP upload about a quarter faster. Data in flight is
+//   not limited, so a long path still fills its window. A kernel without the
+//   option leaves the socket as it is.
+// - Windows: nothing (the system sizes the send backlog itself).
+void TuneTransferSocket(curl_socket_t socket);
 
 // Called once the binding has loaded the file. Linux: keeps it (and so
 // the libraries it depends on) mapped until the process ends, even after the

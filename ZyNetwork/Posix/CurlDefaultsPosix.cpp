@@ -1,7 +1,10 @@
 // Default CA bundle on Linux: a "curl-ca-bundle.crt" in the current directory
 // when there is one (as on Windows), otherwise the bundle that the loaded
 // libcurl was built to use, so that HTTPS verifies out of the box. SSH file
-// paths go to libssh2 as they are.
+// paths go to libssh2 as they are. Transfer sockets keep little unsent data.
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "ZyNetwork/CurlWrapper.h"
@@ -32,5 +35,13 @@ bool DefaultCABundle(std::string& path)
 std::string SshFilePath(const std::string& utf8Path)
 {
     return utf8Path;
+}
+
+void TuneTransferSocket(curl_socket_t socket)
+{
+    static const int kUnsentLimit = 32 * 1024;
+    // Refused by kernels before 3.12 (and by non-TCP sockets); the socket
+    // then works as before.
+    (void)setsockopt(socket, IPPROTO_TCP, TCP_NOTSENT_LOWAT, &kUnsentLimit, sizeof kUnsentLimit);
 }
 }  // namespace zy::os

@@ -58,4 +58,8 @@ std::string SshFilePath(const std::string& utf8Path)
     }
     return utf8Path;
 }
+
+void TuneTransferSocket(curl_socket_t /*socket*/)
+{
+}
 }  // namespace zy::os
