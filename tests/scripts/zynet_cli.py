@@ -208,6 +208,11 @@ def case_curl_version(tool):
     expect(doc["loaded"] is False and doc["file"] == "" and doc["version"] == "Failed to load libcurl"
            and doc["error"]["what"] == "Failed to load libcurl", "missing file: %r" % doc)
     expect_run(tool, ["curl-version", "extra"], 2, None, r"^usage: zynet \[--json\] curl-version$")
+    # A transfer without libcurl says so, and what to do.
+    expect_run(tool, ["get", "http://127.0.0.1:9/x"], 1, None,
+               r"^zynet get: cannot set up the request for http://127\.0\.0\.1:9/x: libcurl could not be "
+               r"loaded \((install libcurl4|RKCurl\.dll belongs beside ZyNetwork\.dll), or name a libcurl file "
+               r"in ZYNET_CURL_LIBRARY\)$", env=missing)
 
     # The platform's own file: RKCurl.dll beside ZyNetwork.dll, or the
     # system's libcurl on Linux.

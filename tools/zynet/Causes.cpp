@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "Platform.h"
+#include "ZyNetwork/CurlWrapper.h"
 #include "ZyNetwork/RkCURLError.h"
 
 namespace zytool
@@ -104,6 +106,9 @@ std::string TransferCause(const CZyError& error, const FailureFacts& facts)
         std::snprintf(text, sizeof text, "HTTP %d", facts.status);
         return reason.empty() ? std::string(text) : std::string(text) + " " + reason;
     }
+    // A request object without a curl handle: usually no libcurl at all.
+    if (error.HasMessage("Failed to get CURL handle") && !CurlWrapper::rk_curl_version_info(CURLVERSION_NOW))
+        return std::string("libcurl could not be loaded (") + MissingCurlAdvice() + ")";
     return error.GetErrorMessage();
 }
 

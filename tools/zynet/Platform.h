@@ -29,4 +29,7 @@ bool MoveOver(const std::string& from, const std::string& to, std::string& why);
 // SIGTERM) first removes the file `path` (a download's temporary file).
 void RemoveOnInterrupt(const std::string& path);
 void ForgetOnInterrupt();
+
+// What a user can do when no libcurl loads, in a few words.
+const char* MissingCurlAdvice();
 }  // namespace zytool

@@ -80,4 +80,8 @@ void ForgetOnInterrupt()
 {
     g_interruptArmed = 0;
 }
+const char* MissingCurlAdvice()
+{
+    return "install libcurl4, or name a libcurl file in ZYNET_CURL_LIBRARY";
+}
 }  // namespace zytool

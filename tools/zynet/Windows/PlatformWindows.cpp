@@ -124,4 +124,8 @@ void ForgetOnInterrupt()
 {
     InterlockedExchange(&g_interruptArmed, 0);
 }
+const char* MissingCurlAdvice()
+{
+    return "RKCurl.dll belongs beside ZyNetwork.dll, or name a libcurl file in ZYNET_CURL_LIBRARY";
+}
 }  // namespace zytool
