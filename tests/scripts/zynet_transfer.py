@@ -223,19 +223,20 @@ def case_get_safety(tool):
                        "complete already")
             expect(sorted(os.listdir(tmp)) == ["hello.txt", "keep.bin", "part.bin", "retried.bin"],
                    "left behind: %r" % os.listdir(tmp))
-            if not tool.windows:
-                # Stopped mid-body: the temporary file goes with the tool.
-                proc = subprocess.Popen(tool.command + ["get", url(hostile, "/huge-stall"), "-o", target],
-                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-                deadline = time.monotonic() + 20
-                while len(os.listdir(tmp)) < 5 and time.monotonic() < deadline:
-                    time.sleep(0.05)
-                expect(len(os.listdir(tmp)) == 5, "no temporary file beside the target: %r" % os.listdir(tmp))
-                proc.send_signal(signal.SIGTERM)
-                proc.wait(20)
-                with open(target, "rb") as f:
-                    expect(f.read() == precious, "SIGTERM changed the file")
-                expect(len(os.listdir(tmp)) == 4, "SIGTERM left %r" % os.listdir(tmp))
+            # Stopped mid-body: the temporary file goes with the tool, which
+            # fails. Wine turns SIGINT into the console's Ctrl-C.
+            stop = signal.SIGINT if tool.windows else signal.SIGTERM
+            proc = subprocess.Popen(tool.command + ["get", url(hostile, "/huge-stall"), "-o", host_path(tool, target)],
+                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            deadline = time.monotonic() + 20
+            while len(os.listdir(tmp)) < 5 and time.monotonic() < deadline:
+                time.sleep(0.05)
+            expect(len(os.listdir(tmp)) == 5, "no temporary file beside the target: %r" % os.listdir(tmp))
+            proc.send_signal(stop)
+            expect(proc.wait(20) != 0, "an interrupted get ended with status 0")
+            with open(target, "rb") as f:
+                expect(f.read() == precious, "%s changed the file" % stop.name)
+            expect(len(os.listdir(tmp)) == 4, "%s left %r" % (stop.name, os.listdir(tmp)))
     finally:
         scripted.close()
 

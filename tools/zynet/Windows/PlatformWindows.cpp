@@ -70,7 +70,11 @@ BOOL WINAPI RemoveOnControl(DWORD)
 {
     if (InterlockedCompareExchange(&g_interruptArmed, 0, 0))
         DeleteFileW(g_interruptPath);
-    return FALSE;  // the default handler ends the process
+    // Ends the process with the status Windows' own handler gives an
+    // interrupted program, so that a script sees the failure (Wine's own
+    // handler ends it with 0).
+    ExitProcess(STATUS_CONTROL_C_EXIT);
+    return TRUE;
 }
 }  // namespace
 
