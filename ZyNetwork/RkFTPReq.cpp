@@ -157,7 +157,7 @@ std::string RkFTPReq::wireUrl(const std::string& whole) const
 
 std::string RkFTPReq::joinedPath(const std::string& path) const
 {
-    const std::string base = zy::url::PercentDecode(m_url.substr(zy::url::SplitUrl(m_url).path));
+    const std::string base = FXString::PercentDecode(m_url.substr(zy::url::SplitUrl(m_url).path));
     const std::string whole = base + "/" + path;
     std::string joined;
     size_t start = 0;

@@ -339,7 +339,7 @@ CZyError RkHTTPReq::collectFilesAndDir(const std::string& listing, std::vector<F
     if (!m_url.empty() && !splitServerAndURLPath(server, basePath).IsError() && basePath != "/" &&
         listed.compare(0, basePath.size(), basePath) != 0)
     {
-        std::string decodedBase = zy::url::PercentDecode(basePath);
+        std::string decodedBase = FXString::PercentDecode(basePath);
         if (!EndsWith(decodedBase, '/'))
             decodedBase.push_back('/');
         while (!listed.empty() && listed[0] == '/')

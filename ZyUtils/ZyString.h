@@ -111,4 +111,11 @@ ZYNET_API std::string Base64Encode(const std::string& bytes);
 // False on a character outside the alphabet or a bad length; `bytes` is then
 // empty.
 ZYNET_API bool Base64Decode(const std::string& text, std::string& bytes);
+
+// The value of a hexadecimal digit (either case), -1 for any other character.
+ZYNET_API int HexValue(char c);
+// Percent-decoding of URL text: "%XX" becomes its byte; a '%' without two
+// hexadecimal digits after it stays as it is. Nothing else changes ('+'
+// stays '+').
+ZYNET_API std::string PercentDecode(const std::string& text);
 }  // namespace FXString

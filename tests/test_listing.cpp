@@ -290,7 +290,7 @@ TEST(ListingText, CivilDatesAndUrlPieces)
     EXPECT_EQ("ftp://h:99", zy::url::WithPort("ftp://h", 99));
     EXPECT_EQ("[::1]", zy::url::JoinHostPort("::1", 0));
     EXPECT_EQ("h:8443", zy::url::JoinHostPort("h", 8443));
-    EXPECT_EQ("a b%zz%4\xC3\xA9 100%", zy::url::PercentDecode("a%20b%zz%4%c3%A9 100%"));
+    EXPECT_EQ("a b%zz%4\xC3\xA9 100%", FXString::PercentDecode("a%20b%zz%4%c3%A9 100%"));
 
     // What a trace may show of a request's secrets.
     const std::pair<const char*, const char*> kMasked[] = {

@@ -73,7 +73,7 @@ bool ReadReference(const std::string& text, size_t at, EntitySet set, unsigned l
         cp = 0;
         for (char c : digits)
         {
-            const int v = hex ? zy::url::HexValue(c) : (c >= '0' && c <= '9' ? c - '0' : -1);
+            const int v = hex ? FXString::HexValue(c) : (c >= '0' && c <= '9' ? c - '0' : -1);
             if (v < 0 || cp > 0x10FFFF)
                 return false;
             cp = cp * (hex ? 16 : 10) + static_cast<unsigned long>(v);
@@ -404,7 +404,7 @@ std::string EntryFromHref(const std::string& rawHref, const std::string& prefix)
     const size_t colon = href.find(':');
     if (colon != std::string::npos && href.find('/') > colon)
         return std::string();
-    href = zy::url::PercentDecode(href);
+    href = FXString::PercentDecode(href);
     if (href[0] == '/')
     {
         if (href.compare(0, prefix.size(), prefix) != 0)
@@ -563,7 +563,7 @@ ListingLink ClassifyListingLink(const std::string& link, const std::string& orig
     {
         if (segment.empty() || segment == "." || segment == "..")
             return result;
-        std::string plain = zy::url::PercentDecode(segment);
+        std::string plain = FXString::PercentDecode(segment);
         if (plain == "." || plain == "..")
             return result;
         for (unsigned char c : plain)

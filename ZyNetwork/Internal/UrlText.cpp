@@ -5,38 +5,10 @@
 
 #include <algorithm>
 
+#include "ZyUtils/ZyString.h"
+
 namespace zy::url
 {
-int HexValue(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
-std::string PercentDecode(const std::string& text)
-{
-    std::string out;
-    out.reserve(text.size());
-    for (size_t i = 0; i < text.size(); ++i)
-    {
-        if (text[i] == '%' && i + 2 < text.size() && HexValue(text[i + 1]) >= 0 && HexValue(text[i + 2]) >= 0)
-        {
-            out.push_back(static_cast<char>(HexValue(text[i + 1]) * 16 + HexValue(text[i + 2])));
-            i += 2;
-        }
-        else
-        {
-            out.push_back(text[i]);
-        }
-    }
-    return out;
-}
-
 void AppendPercentEscape(std::string& out, unsigned char c)
 {
     static const char kHex[] = "0123456789ABCDEF";
@@ -105,7 +77,7 @@ std::string WireUrl(const std::string& url)
     {
         const unsigned char c = static_cast<unsigned char>(url[i]);
         const bool escape =
-            c == '%' && !(i + 2 < parts.fragment && HexValue(url[i + 1]) >= 0 && HexValue(url[i + 2]) >= 0);
+            c == '%' && !(i + 2 < parts.fragment && FXString::HexValue(url[i + 1]) >= 0 && FXString::HexValue(url[i + 2]) >= 0);
         if (c <= 0x20 || c >= 0x7F || strchr("\"<>\\^`{|}", c) || escape)
             AppendPercentEscape(wire, c);
         else
@@ -122,7 +94,7 @@ std::string UrlOrigin(const std::string& url)
 std::string DecodedUrlPath(const std::string& url)
 {
     const UrlParts parts = SplitWholeUrl(url);
-    const std::string path = PercentDecode(url.substr(parts.path, parts.query - parts.path));
+    const std::string path = FXString::PercentDecode(url.substr(parts.path, parts.query - parts.path));
     return path.empty() ? std::string("/") : path;
 }
 

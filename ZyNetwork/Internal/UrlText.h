@@ -11,10 +11,8 @@
 
 namespace zy::url
 {
-// The value of a hexadecimal digit, -1 for any other character.
-int HexValue(char c);
-// "%XX" becomes its byte; a '%' without two hex digits after it stays.
-std::string PercentDecode(const std::string& text);
+// (Percent-decoding and hexadecimal digits: FXString::PercentDecode,
+// FXString::HexValue.)
 // Appends "%XX" (upper-case hex digits) for the byte `c`.
 void AppendPercentEscape(std::string& out, unsigned char c);
 

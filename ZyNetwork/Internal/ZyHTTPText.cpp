@@ -178,7 +178,7 @@ std::string EncodePath(const std::string& plain)
 
 std::string DecodePath(const std::string& encoded)
 {
-    return zy::url::PercentDecode(encoded);
+    return FXString::PercentDecode(encoded);
 }
 
 UploadForm BuildUploadForm(const UploadFields& fields)

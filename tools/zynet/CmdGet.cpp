@@ -227,17 +227,6 @@ int ReportFailure(Output& out, Json& json, const Fetched& result)
     return out.Fail(json, result.what + (result.cause.empty() ? "" : ": " + result.cause));
 }
 
-int Percent(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
 // The name a URL is saved under with -d: the last segment of its path
 // (without query and fragment), percent-decoded. False with the reason in
 // `why` when that is no name for a file of its own.
@@ -248,17 +237,7 @@ bool RemoteName(const std::string& url, std::string& name, std::string& why)
     const std::string rest = url.substr(0, end);
     const size_t slash = rest.find('/', authority);
     const std::string segment = slash == std::string::npos ? std::string() : rest.substr(rest.rfind('/') + 1);
-    name.clear();
-    for (size_t i = 0; i < segment.size(); ++i)
-    {
-        if (segment[i] == '%' && i + 2 < segment.size() && Percent(segment[i + 1]) >= 0 && Percent(segment[i + 2]) >= 0)
-        {
-            name += static_cast<char>(Percent(segment[i + 1]) * 16 + Percent(segment[i + 2]));
-            i += 2;
-        }
-        else
-            name += segment[i];
-    }
+    name = FXString::PercentDecode(segment);
     if (name.empty())
         why = "its path names no file (it is empty or ends in '/')";
     else if (name == "." || name == "..")
