@@ -47,7 +47,7 @@ BodySink::~BodySink()
     Abandon();
 }
 
-CZyError BodySink::MakeTemporary(std::string& path)
+CZyError BodySink::CreateTemporary(std::string& path)
 {
     const size_t slash = m_file.find_last_of("/\\");
     const std::string directory = slash == std::string::npos ? std::string() : m_file.substr(0, slash + 1);
@@ -66,7 +66,7 @@ CZyError BodySink::MakeTemporary(std::string& path)
         {
             m_temporary = path;
             RemoveOnInterrupt(path);
-            return m_out.Close();
+            return error;
         }
     }
     path.clear();
@@ -74,13 +74,20 @@ CZyError BodySink::MakeTemporary(std::string& path)
                       m_file.c_str());
 }
 
+CZyError BodySink::MakeTemporary(std::string& path)
+{
+    CZyError error = CreateTemporary(path);
+    return error.IsError() ? error : m_out.Close();
+}
+
 CZyError BodySink::OpenTemporary()
 {
+    // The first attempt writes through the handle that made the name; a
+    // later one (a retry) empties the file again.
     std::string path;
-    CZyError error = m_temporary.empty() ? MakeTemporary(path) : CZyError();
-    if (!error.IsError())
-        error = m_out.Open(m_temporary.c_str(), CZyFile::kWriteCreate);  // truncates
-    return error;
+    if (m_temporary.empty())
+        return CreateTemporary(path);
+    return m_out.Open(m_temporary.c_str(), CZyFile::kWriteCreate);  // truncates
 }
 
 void BodySink::RemoveTemporary()
@@ -255,7 +262,11 @@ CZyError BodySink::Commit()
     }
     m_temporary.clear();
     ForgetOnInterrupt();
-    SizeOnDisk(m_file, m_fileSize);
+    // The size only --continue reports; a whole download is what was written.
+    if (m_resume)
+        SizeOnDisk(m_file, m_fileSize);
+    else
+        m_fileSize = m_bytes;
     return error;
 }
 

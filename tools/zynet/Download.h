@@ -73,6 +73,9 @@ private:
     static size_t Write(char* data, size_t size, size_t count, void* self);
     static size_t Header(char* data, size_t size, size_t count, void* self);
     void Decide();
+    // A name nobody else holds beside the file, made exclusively and left
+    // open for writing.
+    CZyError CreateTemporary(std::string& path);
     CZyError OpenTemporary();
     void RemoveTemporary();
 

@@ -68,12 +68,16 @@ void RemoveOnInterrupt(const std::string& path)
     g_interruptArmed = 0;
     std::memcpy(g_interruptPath, path.c_str(), path.size() + 1);
     g_interruptArmed = 1;
+    static bool installed = false;
+    if (installed)
+        return;
     struct sigaction action;
     std::memset(&action, 0, sizeof action);
     action.sa_handler = &RemoveAndStop;
     sigemptyset(&action.sa_mask);
     for (int signalNumber : {SIGINT, SIGTERM, SIGHUP})
         sigaction(signalNumber, &action, nullptr);
+    installed = true;
 }
 
 void ForgetOnInterrupt()
