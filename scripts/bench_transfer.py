@@ -59,6 +59,10 @@ http {{
     default_type application/octet-stream;
     sendfile on;
     client_body_temp_path {root}/.nginx-body;
+    # An upload's body reaches the file in 1 MiB pieces, not 8 KiB ones:
+    # with the default, nginx itself set the pace of a PUT (260,000 system
+    # calls a GiB) and single rounds varied threefold.
+    client_body_buffer_size 1m;
     server {{
         listen 127.0.0.1:{port};
         server_name localhost;

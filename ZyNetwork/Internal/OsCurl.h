@@ -40,11 +40,13 @@ std::string SshFilePath(const std::string& utf8Path);
 
 // Tunes each socket curl opens for a transfer (curl's socket-option
 // callback, before the socket connects).
-// - Linux: at most 32 KiB of data not yet sent may wait in the socket
-//   (TCP_NOTSENT_LOWAT). Without the limit an upload fills the socket, the
-//   receiver's window closes, and the stream then stops and starts with each
-//   window update; with it the sender refills as the data leaves, which on
-//   loopback made an FTP upload about a quarter faster. Data in flight is
+// - Linux: at most 64 KiB of data not yet sent may wait in the socket
+//   (TCP_NOTSENT_LOWAT), one upload buffer of curl's. Without the limit an
+//   upload fills the socket, the receiver's window closes, and the stream
+//   then stops and starts with each window update; with it the sender
+//   refills as the data leaves, which on loopback made an FTP upload about a
+//   quarter faster. A smaller limit wakes the sender too often for a fast
+//   receiver (32 KiB made a PUT to nginx a fifth slower). Data in flight is
 //   not limited, so a long path still fills its window. A kernel without the
 //   option leaves the socket as it is.
 // - Windows: nothing (the system sizes the send backlog itself).

@@ -39,7 +39,7 @@ std::string SshFilePath(const std::string& utf8Path)
 
 void TuneTransferSocket(curl_socket_t socket)
 {
-    static const int kUnsentLimit = 32 * 1024;
+    static const int kUnsentLimit = 64 * 1024;
     // Refused by kernels before 3.12 (and by non-TCP sockets); the socket
     // then works as before.
     (void)setsockopt(socket, IPPROTO_TCP, TCP_NOTSENT_LOWAT, &kUnsentLimit, sizeof kUnsentLimit);
