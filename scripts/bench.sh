@@ -71,10 +71,10 @@ fi
 # Whole transfers of the zynet tool against the curl tool, wget, lftp and
 # OpenSSH's sftp, and many small files (its own section, after the above).
 # ZYNET_BENCH_SIZE_MB sets the large file (default 1024), the rounds come
-# from ZYNET_BENCH_TRANSFER_ROUNDS (default 6); ZYNET_BENCH_TRANSFER=0 leaves
+# from ZYNET_BENCH_TRANSFER_ROUNDS (default 10); ZYNET_BENCH_TRANSFER=0 leaves
 # it out.
 if [ "${ZYNET_BENCH_TRANSFER:-1}" = 1 ]; then
   echo "=== [bench] transfers against the tools users pick"
-  /usr/bin/python3 scripts/bench_transfer.py "$bin/zynet" docs/PERFORMANCE.md "${ZYNET_BENCH_TRANSFER_ROUNDS:-6}"
+  /usr/bin/python3 scripts/bench_transfer.py "$bin/zynet" docs/PERFORMANCE.md "${ZYNET_BENCH_TRANSFER_ROUNDS:-10}"
 fi
 echo "=== [bench] done in ${elapsed}s: docs/PERFORMANCE.md"
