@@ -370,4 +370,28 @@ std::string PercentDecode(const std::string& text)
     }
     return out;
 }
+
+void AppendPercentEscape(std::string& out, unsigned char c)
+{
+    static const char kHex[] = "0123456789ABCDEF";
+    out += '%';
+    out += kHex[c >> 4];
+    out += kHex[c & 15];
+}
+
+std::string PercentEncode(const std::string& text)
+{
+    std::string out;
+    out.reserve(text.size());
+    for (unsigned char c : text)
+    {
+        const bool unreserved = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
+                                c == '-' || c == '.' || c == '_' || c == '~';
+        if (unreserved)
+            out += static_cast<char>(c);
+        else
+            AppendPercentEscape(out, c);
+    }
+    return out;
+}
 }  // namespace FXString

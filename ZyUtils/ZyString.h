@@ -118,4 +118,10 @@ ZYNET_API int HexValue(char c);
 // hexadecimal digits after it stays as it is. Nothing else changes ('+'
 // stays '+').
 ZYNET_API std::string PercentDecode(const std::string& text);
+// Appends "%XX" (upper-case hexadecimal digits) for the byte `c`.
+ZYNET_API void AppendPercentEscape(std::string& out, unsigned char c);
+// Percent-encoding of one URL path segment or query value: every byte but
+// the unreserved ones (letters, digits, '-', '.', '_', '~') becomes "%XX",
+// so '/', '?', '#', '%' and spaces survive as data.
+ZYNET_API std::string PercentEncode(const std::string& text);
 }  // namespace FXString

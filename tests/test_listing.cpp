@@ -291,6 +291,9 @@ TEST(ListingText, CivilDatesAndUrlPieces)
     EXPECT_EQ("[::1]", zy::url::JoinHostPort("::1", 0));
     EXPECT_EQ("h:8443", zy::url::JoinHostPort("h", 8443));
     EXPECT_EQ("a b%zz%4\xC3\xA9 100%", FXString::PercentDecode("a%20b%zz%4%c3%A9 100%"));
+    const std::string segment = "-a_b.c~ /?#%&+\xC3\xA9";
+    EXPECT_EQ("-a_b.c~%20%2F%3F%23%25%26%2B%C3%A9", FXString::PercentEncode(segment));
+    EXPECT_EQ(segment, FXString::PercentDecode(FXString::PercentEncode(segment)));
 
     // What a trace may show of a request's secrets.
     const std::pair<const char*, const char*> kMasked[] = {

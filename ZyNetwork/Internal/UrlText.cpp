@@ -9,14 +9,6 @@
 
 namespace zy::url
 {
-void AppendPercentEscape(std::string& out, unsigned char c)
-{
-    static const char kHex[] = "0123456789ABCDEF";
-    out += '%';
-    out += kHex[c >> 4];
-    out += kHex[c & 15];
-}
-
 UrlSplit SplitUrl(const std::string& url)
 {
     UrlSplit split;
@@ -79,7 +71,7 @@ std::string WireUrl(const std::string& url)
         const bool escape =
             c == '%' && !(i + 2 < parts.fragment && FXString::HexValue(url[i + 1]) >= 0 && FXString::HexValue(url[i + 2]) >= 0);
         if (c <= 0x20 || c >= 0x7F || strchr("\"<>\\^`{|}", c) || escape)
-            AppendPercentEscape(wire, c);
+            FXString::AppendPercentEscape(wire, c);
         else
             wire.push_back(static_cast<char>(c));
     }

@@ -11,10 +11,8 @@
 
 namespace zy::url
 {
-// (Percent-decoding and hexadecimal digits: FXString::PercentDecode,
-// FXString::HexValue.)
-// Appends "%XX" (upper-case hex digits) for the byte `c`.
-void AppendPercentEscape(std::string& out, unsigned char c);
+// (Percent escapes and hexadecimal digits: FXString::AppendPercentEscape,
+// FXString::PercentEncode, FXString::PercentDecode, FXString::HexValue.)
 
 // Where the parts of a URL begin. The authority follows the first "://"
 // (without one the text starts with the authority); the path starts at the

@@ -171,7 +171,7 @@ std::string EncodePath(const std::string& plain)
         else if (IsPathByte(c))
             out += static_cast<char>(c);
         else
-            zy::url::AppendPercentEscape(out, c);
+            FXString::AppendPercentEscape(out, c);
     }
     return out;
 }
