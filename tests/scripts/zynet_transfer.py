@@ -412,13 +412,18 @@ def round_trip(tool, s, base, extra, work):
     data = os.urandom(200000)
     disk = os.path.join(s["root"], work)
     with tempfile.TemporaryDirectory() as tmp:
-        src = os.path.join(tmp, "source file.bin")
+        src = os.path.join(tmp, "source #1%.bin")
         with open(src, "wb") as f:
             f.write(data)
         remote = base + urllib.parse.quote("%s/new dir/\u00fcp load.bin" % work)
         expect_run(tool, ["put", host_path(tool, src), remote] + extra, 0, r"200000 bytes sent")
         with open(os.path.join(disk, "new dir", "\u00fcp load.bin"), "rb") as f:
             expect(f.read() == data, "the server's copy differs from the uploaded file")
+        # A URL ending in '/' names a directory: the file keeps its own name.
+        expect_run(tool, ["put", host_path(tool, src), base + urllib.parse.quote(work + "/new dir/")] + extra, 0,
+                   r"200000 bytes sent to .*/new%20dir/source%20%231%25\.bin ")
+        with open(os.path.join(disk, "new dir", "source #1%.bin"), "rb") as f:
+            expect(f.read() == data, "put into a directory URL stored other bytes")
         back = os.path.join(tmp, "back.bin")
         expect_run(tool, ["get", remote, "-o", host_path(tool, back)] + extra, 0, r"200000 bytes saved")
         with open(back, "rb") as f:
@@ -451,7 +456,7 @@ def round_trip(tool, s, base, extra, work):
                        r"^zynet get: download of .* failed: is a directory$")
         with open(back, "rb") as f:
             expect(f.read() == data, "a failed get changed the file it was to replace")
-        expect(sorted(os.listdir(tmp)) == ["back.bin", "source file.bin"], "left behind: %r" % os.listdir(tmp))
+        expect(sorted(os.listdir(tmp)) == ["back.bin", "source #1%.bin"], "left behind: %r" % os.listdir(tmp))
 
 
 def case_ftp(tool):

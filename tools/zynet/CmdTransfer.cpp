@@ -2,12 +2,14 @@
 // (libcurl), or through another client of the platform with --client.
 #include <stdio.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "Causes.h"
+#include "Platform.h"
 #include "Terminal.h"
 #include "Transfer.h"
 #include "ZyNetwork/RkFTPReq.h"
@@ -46,6 +48,20 @@ void SplitUserPassword(const std::string& text, std::string& user, std::string& 
     const size_t colon = text.find(':');
     user = text.substr(0, colon);
     password = colon == std::string::npos ? std::string() : text.substr(colon + 1);
+}
+
+// A URL that names a directory (its path ends in '/', or it has none) gets
+// the local file's name, percent-encoded, as the curl tool's upload and
+// sftp's put do: "put a.txt ftp://host/up/" stores up/a.txt.
+std::string UploadUrl(const std::string& url, const std::string& file)
+{
+    const size_t slash = file.find_last_of(std::string("/") + PathSeparator());
+    const std::string name = slash == std::string::npos ? file : file.substr(slash + 1);
+    const size_t path = std::min(url.find_first_of("/?#", url.find("://") + 3), url.size());
+    const size_t end = std::min(url.find_first_of("?#", path), url.size());
+    if (name.empty() || (path < end && url[end - 1] != '/'))
+        return url;
+    return url.substr(0, end) + (path == end ? "/" : "") + FXString::PercentEncode(name) + url.substr(end);
 }
 
 }  // namespace
@@ -198,6 +214,7 @@ int RunPut(Output& out, const std::vector<std::string>& args)
 {
     TransferArgs transfer = ParseTransferArgs(out, args, "put", 2, 2);
     const std::string file = transfer.parsed.positional[0];
+    SetTransferUrl(out, transfer, UploadUrl(transfer.url, file));
     out.Result()["url"] = transfer.shown;
     out.Result()["file"] = file;
     if (const TransferClient* client = ChooseClient(transfer))

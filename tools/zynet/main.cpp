@@ -169,7 +169,8 @@ const std::vector<Command>& Commands()
               Valued({"-d"}, "DIR", "save each URL into the existing directory DIR under its remote name",
                      Option::kDirectories),
               Flag({"--continue", "-c"},
-                   "the file holds the start: ask for the rest and append it (HTTP);\n"
+                   "the file holds the start: ask for the rest and append it\n"
+                   "(HTTP range, FTP REST, SFTP offset);\n"
                    "after a failure the file keeps what arrived"),
               Valued({"--retry"}, "N",
                      "try again up to N times after refused, reset, cut or timed-out\n"
@@ -177,7 +178,8 @@ const std::vector<Command>& Commands()
          kTransferNotes},
         {"put", "FILE URL [OPTIONS]", "upload a file to a URL",
          "Sends the local FILE to URL (HTTP PUT, FTP STOR, SFTP write; missing directories are\n"
-         "made), reading it while it is sent.",
+         "made), reading it while it is sent. A URL ending in '/' names a directory: FILE's name\n"
+         "is added to it.",
          RunPut, ClientOptions({}), kTransferNotes},
         {"ls", "URL [OPTIONS]", "list a directory",
          "Lists the directory at URL (a generated listing page, FTP MLSD/LIST, SFTP): type, size,\n"
