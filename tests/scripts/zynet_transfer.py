@@ -344,6 +344,9 @@ def case_usage(tool):
     expect_run(tool, ["get", "not a url"], 2, None, "is not a URL")
     expect_run(tool, ["--json", "get", url(s["http"], "/hello.txt")], 2, None, "--json needs -o FILE")
     expect_run(tool, ["put", "only-one-argument"], 2)
+    with tempfile.TemporaryDirectory() as tmp:
+        expect_run(tool, ["get", url(s["http"], "/hello.txt"), "-o", host_path(tool, tmp)], 2, None,
+                   r"^zynet get: -o .* is a directory \(-d DIR saves into one\)")
 
 
 def case_get_many(tool):

@@ -374,6 +374,8 @@ int RunGet(Output& out, const std::vector<std::string>& args)
         throw UsageError("--json needs -o FILE or -d DIR (the body cannot share stdout with the JSON document)");
     if (resume && toStdout)
         throw UsageError("--continue needs -o FILE or -d DIR");
+    if (!toStdout && IsDirectory(output))
+        throw UsageError("-o " + output + " is a directory (-d DIR saves into one)");
     out.Result()["url"] = transfer.shown;
     const std::string scheme = Scheme(transfer.url);
     BodySink sink(output, resume, scheme == "http" || scheme == "https");
