@@ -53,11 +53,12 @@ void SplitUserPassword(const std::string& text, std::string& user, std::string& 
 // A URL that names a directory (its path ends in '/', or it has none) gets
 // the local file's name, percent-encoded, as the curl tool's upload and
 // sftp's put do: "put a.txt ftp://host/up/" stores up/a.txt.
-std::string UploadUrl(const std::string& url, const std::string& file)
+std::string UploadUrl(const TransferArgs& transfer, const std::string& file)
 {
     const size_t slash = file.find_last_of(std::string("/") + PathSeparator());
     const std::string name = slash == std::string::npos ? file : file.substr(slash + 1);
-    const size_t path = std::min(url.find_first_of("/?#", url.find("://") + 3), url.size());
+    const std::string& url = transfer.url;
+    const size_t path = transfer.server.size();  // the path starts after scheme://authority
     const size_t end = std::min(url.find_first_of("?#", path), url.size());
     if (name.empty() || (path < end && url[end - 1] != '/'))
         return url;
@@ -214,7 +215,7 @@ int RunPut(Output& out, const std::vector<std::string>& args)
 {
     TransferArgs transfer = ParseTransferArgs(out, args, "put", 2, 2);
     const std::string file = transfer.parsed.positional[0];
-    SetTransferUrl(out, transfer, UploadUrl(transfer.url, file));
+    SetTransferUrl(out, transfer, UploadUrl(transfer, file));
     out.Result()["url"] = transfer.shown;
     out.Result()["file"] = file;
     if (const TransferClient* client = ChooseClient(transfer))
